@@ -1,0 +1,22 @@
+# One place that sets the language standard, warnings and sanitizers for every target of the
+# project, so that the library, the tests, the benchmarks and the tools are built alike.
+function(dtm_configure_target target)
+  set_target_properties(${target} PROPERTIES
+    CXX_STANDARD 17
+    CXX_STANDARD_REQUIRED ON
+    CXX_EXTENSIONS OFF)
+  get_target_property(target_type ${target} TYPE)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
+    if(DTM_WARNINGS_AS_ERRORS)
+      target_compile_options(${target} PRIVATE -Werror)
+    endif()
+    if(DTM_SANITIZE)
+      set(sanitize_flags -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+      target_compile_options(${target} PRIVATE ${sanitize_flags})
+      if(NOT target_type STREQUAL "OBJECT_LIBRARY")
+        target_link_options(${target} PRIVATE ${sanitize_flags})
+      endif()
+    endif()
+  endif()
+endfunction()

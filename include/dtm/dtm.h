@@ -1,0 +1,17 @@
+#pragma once
+
+/// @file
+/// Everything a host needs: every public header of the terrain-model library.
+
+#include <dtm/support/Events.h>
+#include <dtm/support/Export.h>
+#include <dtm/support/IdRemap.h>
+#include <dtm/support/IniFile.h>
+#include <dtm/support/LibGen.h>
+#include <dtm/support/LumoEng.h>
+#include <dtm/support/Message.h>
+#include <dtm/support/RawIO.h>
+#include <dtm/support/RefCounter.h>
+#include <dtm/support/Streams.h>
+#include <dtm/support/String.h>
+#include <dtm/support/Tolerances.h>

@@ -1,0 +1,108 @@
+#pragma once
+
+/// @file
+/// Raw little-endian values on document streams: one write or read call per value, no tags,
+/// no padding. Sections are built only from these calls.
+
+#include <cstdint>
+#include <cstring>
+#include <istream>
+#include <ostream>
+#include <string>
+#include <type_traits>
+
+namespace dtm {
+namespace io {
+
+namespace detail {
+
+constexpr bool HostIsLittleEndian() {
+#if defined(__BYTE_ORDER__) && defined(__ORDER_BIG_ENDIAN__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    return false;
+#else
+    return true;
+#endif
+}
+
+/// Puts the bytes of a value into document order (little-endian) or back; a no-op on
+/// little-endian hosts.
+inline void ToDocumentOrder(unsigned char* bytes, std::size_t size) {
+    if (HostIsLittleEndian()) return;
+    for (std::size_t i = 0; i < size / 2; ++i) {
+        const unsigned char swapped = bytes[i];
+        bytes[i] = bytes[size - 1 - i];
+        bytes[size - 1 - i] = swapped;
+    }
+}
+
+}  // namespace detail
+
+/// Writes @p value as its raw bytes in little-endian order.
+template <class T>
+void WriteRaw(std::ostream& stream, T value) {
+    static_assert(std::is_arithmetic<T>::value || std::is_enum<T>::value, "plain values only");
+    unsigned char bytes[sizeof(T)];
+    std::memcpy(bytes, &value, sizeof(T));
+    detail::ToDocumentOrder(bytes, sizeof(T));
+    stream.write(reinterpret_cast<const char*>(bytes), sizeof(T));
+}
+
+/// Reads one raw little-endian value. On a short read @p value is left untouched, the stream is
+/// in its failed state, and the answer is false.
+template <class T>
+bool ReadRaw(std::istream& stream, T& value) {
+    static_assert(std::is_arithmetic<T>::value || std::is_enum<T>::value, "plain values only");
+    unsigned char bytes[sizeof(T)];
+    stream.read(reinterpret_cast<char*>(bytes), sizeof(T));
+    if (!stream || stream.gcount() != static_cast<std::streamsize>(sizeof(T))) {
+        stream.setstate(std::ios::failbit);
+        return false;
+    }
+    detail::ToDocumentOrder(bytes, sizeof(T));
+    std::memcpy(&value, bytes, sizeof(T));
+    return true;
+}
+
+/// Writes a boolean the way sections store one: a 4-byte integer, 1 or 0.
+inline void WriteBool32(std::ostream& stream, bool value) {
+    WriteRaw<std::int32_t>(stream, value ? 1 : 0);
+}
+
+/// Reads @p size bytes in small chunks and hands each to @p sink(const char*, size_t), so that a
+/// corrupt size can never make the reader reserve memory the stream does not hold. False, with
+/// the stream failed, when the stream ends first.
+template <class Sink>
+bool ReadChunks(std::istream& stream, std::uint64_t size, Sink sink) {
+    char scratch[256];
+    while (size > 0) {
+        const std::streamsize chunk =
+            static_cast<std::streamsize>(size < sizeof(scratch) ? size : sizeof(scratch));
+        stream.read(scratch, chunk);
+        if (!stream || stream.gcount() != chunk) {
+            stream.setstate(std::ios::failbit);
+            return false;
+        }
+        sink(scratch, static_cast<std::size_t>(chunk));
+        size -= static_cast<std::uint64_t>(chunk);
+    }
+    return true;
+}
+
+/// Reads and discards @p size bytes; false when the stream ended first.
+inline bool SkipBytes(std::istream& stream, std::uint64_t size) {
+    return ReadChunks(stream, size, [](const char*, std::size_t) {});
+}
+
+/// Reads @p size bytes of text into @p text; on a short read @p text is left untouched.
+inline bool ReadText(std::istream& stream, std::uint64_t size, std::string& text) {
+    std::string read;
+    if (!ReadChunks(stream, size, [&read](const char* bytes, std::size_t count) {
+            read.append(bytes, count);
+        }))
+        return false;
+    text.swap(read);
+    return true;
+}
+
+}  // namespace io
+}  // namespace dtm
