@@ -1,5 +1,7 @@
 #include <dtm/support/Events.h>
 
+#include "support/ScopeExit.h"
+
 #include <algorithm>
 
 namespace kor {
@@ -8,11 +10,15 @@ IMemento::~IMemento() = default;
 
 ICmdExecuted::~ICmdExecuted() = default;
 
-std::size_t ICmdExecuted::GetSize() const { return sizeof(*this); }
+std::size_t ICmdExecuted::GetSize() const {
+    return sizeof(*this);
+}
 
 CChangeTransactionManager::CChangeTransactionManager() = default;
 
-CChangeTransactionManager::~CChangeTransactionManager() { Clear(); }
+CChangeTransactionManager::~CChangeTransactionManager() {
+    Clear();
+}
 
 void CChangeTransactionManager::Add(ICmdExecuted* command) {
     if (!command) return;
@@ -25,21 +31,23 @@ bool CChangeTransactionManager::Apply(Stack& from, Stack& to, void (ICmdExecuted
     if (from.empty()) return false;
     // Applying a command is itself a sequence of change events; they must not be recorded as
     // new commands. The previous flag comes back however the command ends.
-    struct SuspendRecording {
-        bool& flag;
-        bool previous;
-        explicit SuspendRecording(bool& f) : flag(f), previous(f) { flag = true; }
-        ~SuspendRecording() { flag = previous; }
-    } suspend(m_recordingSuspended);
+    const bool previous = m_recordingSuspended;
+    m_recordingSuspended = true;
+    const auto restore =
+        dtm::detail::OnScopeExit([this, previous] { m_recordingSuspended = previous; });
     (from.back().get()->*operation)();
     to.push_back(std::move(from.back()));
     from.pop_back();
     return true;
 }
 
-bool CChangeTransactionManager::Undo() { return Apply(m_undo, m_redo, &ICmdExecuted::Undo); }
+bool CChangeTransactionManager::Undo() {
+    return Apply(m_undo, m_redo, &ICmdExecuted::Undo);
+}
 
-bool CChangeTransactionManager::Redo() { return Apply(m_redo, m_undo, &ICmdExecuted::Redo); }
+bool CChangeTransactionManager::Redo() {
+    return Apply(m_redo, m_undo, &ICmdExecuted::Redo);
+}
 
 void CChangeTransactionManager::Clear() {
     // Newest first: a newer command may refer to state an older one restores.
@@ -52,7 +60,8 @@ CSourceEvent::IEvent::~IEvent() = default;
 CSourceEvent::CSourceEvent(CChangeTransactionManager* manager) : m_manager(manager) {}
 
 // A copy starts idle and without listeners: open events and registrations belong to the original.
-CSourceEvent::CSourceEvent(const CSourceEvent& other) : IRefCounter(other), m_manager(other.m_manager) {}
+CSourceEvent::CSourceEvent(const CSourceEvent& other)
+    : IRefCounter(other), m_manager(other.m_manager) {}
 
 CSourceEvent& CSourceEvent::operator=(const CSourceEvent& other) {
     m_manager = other.m_manager;
@@ -66,7 +75,8 @@ bool CSourceEvent::IsRecordingSuspended() const noexcept {
 }
 
 void CSourceEvent::Register(IEvent* listener) {
-    if (listener && std::find(m_listeners.begin(), m_listeners.end(), listener) == m_listeners.end())
+    if (listener &&
+        std::find(m_listeners.begin(), m_listeners.end(), listener) == m_listeners.end())
         m_listeners.push_back(listener);
 }
 

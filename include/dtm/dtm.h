@@ -15,3 +15,21 @@
 #include <dtm/support/Streams.h>
 #include <dtm/support/String.h>
 #include <dtm/support/Tolerances.h>
+
+#include <dtm/project/CDtmChangeContext.h>
+#include <dtm/project/CDtmEnt.h>
+#include <dtm/project/CDtmPrj.h>
+#include <dtm/project/CLibDtm.h>
+#include <dtm/project/CLibDtmChangeContext.h>
+#include <dtm/project/IDtmPrjManager.h>
+#include <dtm/project/IEventListener.h>
+
+#include <dtm/network/CTri.h>
+#include <dtm/network/CTris.h>
+
+#include <dtm/contours/CCvLv.h>
+
+#include <dtm/boundaries/CCnt.h>
+
+#include <dtm/breaklines/CVnc.h>
+

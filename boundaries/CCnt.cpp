@@ -1,0 +1,3 @@
+#include <dtm/boundaries/CCnt.h>
+
+CCnt::~CCnt() = default;

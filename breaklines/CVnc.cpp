@@ -1,0 +1,3 @@
+#include <dtm/breaklines/CVnc.h>
+
+CVnc::~CVnc() = default;

@@ -1,0 +1,5 @@
+#include <dtm/contours/CCvLv.h>
+
+CCvLvInterv::~CCvLvInterv() = default;
+
+CCvLv::~CCvLv() = default;

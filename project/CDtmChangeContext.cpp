@@ -1,0 +1,378 @@
+#include <dtm/project/CDtmChangeContext.h>
+
+#include <dtm/boundaries/CCnt.h>
+#include <dtm/breaklines/CVnc.h>
+#include <dtm/contours/CCvLv.h>
+#include <dtm/network/CTri.h>
+#include <dtm/network/CTris.h>
+#include <dtm/project/CDtmPrj.h>
+
+#include "support/ScopeExit.h"
+
+#include <utility>
+
+namespace {
+
+// The marks a contour line carries within one event.
+constexpr int MARK_UNTOUCHED = 0;
+constexpr int MARK_ADDED = 1;
+constexpr int MARK_MODIFYING = 2;
+constexpr int MARK_REMOVED = 4;
+
+/// A stored change kind becomes the notified one when none is stored yet, and "both kinds"
+/// once two different kinds were notified in the same event.
+template <class Kind>
+void MergeChangeType(Kind& stored, Kind notified) {
+    if (stored == 0)
+        stored = notified;
+    else if (stored != notified)
+        stored = static_cast<Kind>(3);
+}
+
+/// Releases the reference that recording took on each entry.
+template <class Entity>
+void ReleaseAll(std::vector<Entity*>& entities) {
+    std::vector<Entity*> released;
+    released.swap(entities);
+    for (Entity* entity : released) entity->SubReference();
+}
+
+}  // namespace
+
+struct CDtmChangeContext::State {
+    explicit State(CDtmPrj* owner)
+        : undoListener(std::make_unique<IEventListener>()), project(owner), current(&quiet) {}
+
+    IEventListener quiet;
+    std::unique_ptr<IEventListener> undoListener;
+    CDtmPrj* project;
+    IEventListener* current;
+
+    bool prjModified = false;
+    bool vncLayersModified = false;
+    std::vector<CVnc*> vncAdded, vncModified, vncRemoved;
+    bool cntLayersModified = false;
+    std::vector<CCnt*> cntAdded, cntModified, cntRemoved;
+    bool triLayersModified = false;
+    bool triRemovedAll = false;
+    bool triInnerDrawModified = false;
+    bool triVrtsMoved = false;
+    enumTriChangeType triChangeType = eTriChangeNone;
+    std::vector<CTri*> triAdded, triModified, triRemoved;
+    enumCvLvChangeType cvLvChangeType = eCvLvChangeNone;
+    bool cvLvLayersModified = false;
+    std::vector<CCvLv*> cvLvAdded, cvLvModified, cvLvRemoved;
+    std::vector<CCvLvInterv*> intervalsRemoved;
+
+    /// Empties every list and flag; the references held by the removed lists are released last,
+    /// once the context is already clean, so a destructor that runs then sees an idle context.
+    void Clear() {
+        prjModified = vncLayersModified = cntLayersModified = false;
+        triLayersModified = triRemovedAll = triInnerDrawModified = triVrtsMoved = false;
+        cvLvLayersModified = false;
+        triChangeType = eTriChangeNone;
+        cvLvChangeType = eCvLvChangeNone;
+        vncAdded.clear();
+        vncModified.clear();
+        cntAdded.clear();
+        cntModified.clear();
+        triAdded.clear();
+        triModified.clear();
+        cvLvAdded.clear();
+        cvLvModified.clear();
+        ReleaseAll(vncRemoved);
+        ReleaseAll(cntRemoved);
+        ReleaseAll(triRemoved);
+        ReleaseAll(cvLvRemoved);
+        ReleaseAll(intervalsRemoved);
+    }
+};
+
+CDtmChangeContext::CDtmChangeContext(kor::CChangeTransactionManager* manager, CDtmPrj* project)
+    : kor::CSourceEvent(manager), m_state(std::make_unique<State>(project)) {}
+
+CDtmChangeContext::~CDtmChangeContext() {
+    // An event cannot be open here (the project holds the context while it works), but the
+    // references must not leak whatever the host did.
+    m_state->Clear();
+}
+
+CDtmPrj* CDtmChangeContext::GetDtmPrj() const noexcept {
+    return m_state->project;
+}
+
+void CDtmChangeContext::SetUndoListener(std::unique_ptr<IEventListener> listener) {
+    if (!listener) listener = std::make_unique<IEventListener>();
+    if (m_state->current == m_state->undoListener.get()) m_state->current = listener.get();
+    m_state->undoListener = std::move(listener);
+}
+
+IEventListener* CDtmChangeContext::GetCurrentListener() const noexcept {
+    return m_state->current;
+}
+
+void CDtmChangeContext::OnBeforeBeginEvent() {
+    // Networks on a point cloud and changes made while the host replays its history are never
+    // recorded for undo; the host's listeners still see them.
+    const CTris* tris = m_state->project ? m_state->project->GetTris() : nullptr;
+    const bool onCloud = tris != nullptr && tris->IsCld();
+    m_state->current =
+        (!onCloud && !IsRecordingSuspended()) ? m_state->undoListener.get() : &m_state->quiet;
+    m_state->current->OnBeginEvent();
+}
+
+void CDtmChangeContext::OnAfterEndEvent() {
+    const auto clear = dtm::detail::OnScopeExit([this] {
+        m_state->Clear();
+        m_state->current = &m_state->quiet;
+    });
+    // Removed lines keep their mark until the next time they are recorded; only the lines that
+    // stay in the collection go back to untouched.
+    for (CCvLv* line : m_state->cvLvAdded) line->m_changeMark = MARK_UNTOUCHED;
+    for (CCvLv* line : m_state->cvLvModified) line->m_changeMark = MARK_UNTOUCHED;
+    m_state->current->OnEndEvent();
+}
+
+namespace {
+
+/// Runs @p record inside an event of @p context: a notification outside any event is an event
+/// of its own, one inside an event only adds to it.
+template <class Record>
+void InEvent(kor::CSourceEvent* context, Record record) {
+    kor::CEventGuard event(context);
+    record();
+}
+
+}  // namespace
+
+void CDtmChangeContext::Notify_Prj_Modified() {
+    InEvent(this, [this] { m_state->prjModified = true; });
+}
+
+void CDtmChangeContext::Notify_Vnc_LayersModified() {
+    InEvent(this, [this] { m_state->vncLayersModified = true; });
+}
+
+void CDtmChangeContext::Notify_Cnt_LayersModified() {
+    InEvent(this, [this] { m_state->cntLayersModified = true; });
+}
+
+void CDtmChangeContext::Notify_Tri_LayersModified() {
+    InEvent(this, [this] { m_state->triLayersModified = true; });
+}
+
+void CDtmChangeContext::Notify_CvLv_LayersModified() {
+    InEvent(this, [this] { m_state->cvLvLayersModified = true; });
+}
+
+void CDtmChangeContext::Notify_Tri_InnerDrawModified() {
+    InEvent(this, [this] { m_state->triInnerDrawModified = true; });
+}
+
+void CDtmChangeContext::Notify_Tri_Vrt_Added() {
+    InEvent(this, [this] { m_state->current->OnTriVrtAdded(); });
+}
+
+void CDtmChangeContext::Notify_Tri_Vrt_Removed() {
+    InEvent(this, [this] { m_state->current->OnTriVrtRemoved(); });
+}
+
+void CDtmChangeContext::Notify_Tri_Vrt_Moved() {
+    InEvent(this, [this] {
+        m_state->triVrtsMoved = true;
+        m_state->current->OnTriVrtMoved();
+    });
+}
+
+void CDtmChangeContext::Notify_Vnc_Added(CVnc* breakline) {
+    InEvent(this, [this, breakline] {
+        m_state->vncAdded.push_back(breakline);
+        m_state->current->OnVncAdded(breakline);
+    });
+}
+
+void CDtmChangeContext::Notify_Vnc_Modifying(CVnc* breakline) {
+    InEvent(this, [this, breakline] {
+        m_state->vncModified.push_back(breakline);
+        m_state->current->OnVncModifying(breakline);
+    });
+}
+
+void CDtmChangeContext::Notify_Vnc_Removed(CVnc* breakline) {
+    InEvent(this, [this, breakline] {
+        m_state->vncRemoved.push_back(breakline);
+        breakline->AddReference();
+        m_state->current->OnVncRemoved(breakline);
+    });
+}
+
+void CDtmChangeContext::Notify_Cnt_Added(CCnt* boundary) {
+    InEvent(this, [this, boundary] {
+        m_state->cntAdded.push_back(boundary);
+        m_state->current->OnCntAdded(boundary);
+    });
+}
+
+void CDtmChangeContext::Notify_Cnt_Modifying(CCnt* boundary) {
+    InEvent(this, [this, boundary] {
+        m_state->cntModified.push_back(boundary);
+        m_state->current->OnCntModifying(boundary);
+    });
+}
+
+void CDtmChangeContext::Notify_Cnt_Removed(CCnt* boundary) {
+    InEvent(this, [this, boundary] {
+        m_state->cntRemoved.push_back(boundary);
+        boundary->AddReference();
+        m_state->current->OnCntRemoved(boundary);
+    });
+}
+
+// Once every triangle of the event was removed, the single removal already describes the
+// network's fate; later triangle notifications of the same event are dropped unseen.
+void CDtmChangeContext::Notify_Tri_Added(CTri* triangle) {
+    if (m_state->triRemovedAll) return;
+    InEvent(this, [this, triangle] {
+        m_state->triAdded.push_back(triangle);
+        m_state->current->OnTriAdded(triangle);
+    });
+}
+
+void CDtmChangeContext::Notify_Tri_Modifying(CTri* triangle, enumTriChangeType type) {
+    if (m_state->triRemovedAll) return;
+    InEvent(this, [this, triangle, type] {
+        m_state->triModified.push_back(triangle);
+        MergeChangeType(m_state->triChangeType, type);
+        m_state->current->OnTriModifying(triangle);
+    });
+}
+
+void CDtmChangeContext::Notify_Tri_Removed(CTri* triangle) {
+    if (m_state->triRemovedAll) return;
+    InEvent(this, [this, triangle] {
+        m_state->triRemoved.push_back(triangle);
+        triangle->AddReference();
+        m_state->current->OnTriRemoved(triangle);
+    });
+}
+
+void CDtmChangeContext::Notify_Tri_RemoveAll() {
+    InEvent(this, [this] {
+        m_state->triRemovedAll = true;
+        m_state->current->OnTriRemoveAll();
+        const CTris* tris = m_state->project ? m_state->project->GetTris() : nullptr;
+        const int count = tris ? tris->GetNoTris() : 0;
+        for (int i = 0; i < count; ++i) {
+            CTri* triangle = tris->GetTriAt(i);
+            m_state->triRemoved.push_back(triangle);
+            triangle->AddReference();
+            m_state->current->OnTriRemoved(triangle);
+        }
+    });
+}
+
+void CDtmChangeContext::Notify_CvLv_Added(CCvLv* line) {
+    InEvent(this, [this, line] {
+        m_state->cvLvAdded.push_back(line);
+        line->m_changeMark = MARK_ADDED;
+        m_state->current->OnCvLvAdded(line);
+    });
+}
+
+// A line already added, recorded as modifying, or removed in this event is not recorded again:
+// the listener has already seen its state from before the event's first change.
+void CDtmChangeContext::Notify_CvLv_Modifying(CCvLv* line, enumCvLvChangeType type) {
+    if (line->m_changeMark != MARK_UNTOUCHED) return;
+    InEvent(this, [this, line, type] {
+        m_state->cvLvModified.push_back(line);
+        MergeChangeType(m_state->cvLvChangeType, type);
+        line->m_changeMark = MARK_MODIFYING;
+        m_state->current->OnCvLvModifying(line);
+    });
+}
+
+void CDtmChangeContext::Notify_CvLv_Removed(CCvLv* line) {
+    InEvent(this, [this, line] {
+        m_state->cvLvRemoved.push_back(line);
+        line->AddReference();
+        line->m_changeMark = MARK_REMOVED;
+        m_state->current->OnCvLvRemoved(line);
+    });
+}
+
+void CDtmChangeContext::Notify_CvLv_IntervalRemoved(CCvLvInterv* interval) {
+    InEvent(this, [this, interval] {
+        m_state->intervalsRemoved.push_back(interval);
+        interval->AddReference();
+    });
+}
+
+bool CDtmChangeContext::IsPrjModified() const noexcept {
+    return m_state->prjModified;
+}
+bool CDtmChangeContext::AreVncLayersModified() const noexcept {
+    return m_state->vncLayersModified;
+}
+bool CDtmChangeContext::AreCntLayersModified() const noexcept {
+    return m_state->cntLayersModified;
+}
+bool CDtmChangeContext::AreTriLayersModified() const noexcept {
+    return m_state->triLayersModified;
+}
+bool CDtmChangeContext::AreCvLvLayersModified() const noexcept {
+    return m_state->cvLvLayersModified;
+}
+bool CDtmChangeContext::AreTriRemovedAll() const noexcept {
+    return m_state->triRemovedAll;
+}
+bool CDtmChangeContext::AreTriInnerDrawModified() const noexcept {
+    return m_state->triInnerDrawModified;
+}
+bool CDtmChangeContext::AreTriVrtsMoved() const noexcept {
+    return m_state->triVrtsMoved;
+}
+enumTriChangeType CDtmChangeContext::GetTriChangeType() const noexcept {
+    return m_state->triChangeType;
+}
+enumCvLvChangeType CDtmChangeContext::GetCvLvChangeType() const noexcept {
+    return m_state->cvLvChangeType;
+}
+const std::vector<CVnc*>& CDtmChangeContext::GetVncAdded() const noexcept {
+    return m_state->vncAdded;
+}
+const std::vector<CVnc*>& CDtmChangeContext::GetVncModified() const noexcept {
+    return m_state->vncModified;
+}
+const std::vector<CVnc*>& CDtmChangeContext::GetVncRemoved() const noexcept {
+    return m_state->vncRemoved;
+}
+const std::vector<CCnt*>& CDtmChangeContext::GetCntAdded() const noexcept {
+    return m_state->cntAdded;
+}
+const std::vector<CCnt*>& CDtmChangeContext::GetCntModified() const noexcept {
+    return m_state->cntModified;
+}
+const std::vector<CCnt*>& CDtmChangeContext::GetCntRemoved() const noexcept {
+    return m_state->cntRemoved;
+}
+const std::vector<CTri*>& CDtmChangeContext::GetTriAdded() const noexcept {
+    return m_state->triAdded;
+}
+const std::vector<CTri*>& CDtmChangeContext::GetTriModified() const noexcept {
+    return m_state->triModified;
+}
+const std::vector<CTri*>& CDtmChangeContext::GetTriRemoved() const noexcept {
+    return m_state->triRemoved;
+}
+const std::vector<CCvLv*>& CDtmChangeContext::GetCvLvAdded() const noexcept {
+    return m_state->cvLvAdded;
+}
+const std::vector<CCvLv*>& CDtmChangeContext::GetCvLvModified() const noexcept {
+    return m_state->cvLvModified;
+}
+const std::vector<CCvLv*>& CDtmChangeContext::GetCvLvRemoved() const noexcept {
+    return m_state->cvLvRemoved;
+}
+const std::vector<CCvLvInterv*>& CDtmChangeContext::GetCvLvIntervalsRemoved() const noexcept {
+    return m_state->intervalsRemoved;
+}

@@ -1,0 +1,3 @@
+#include <dtm/project/CDtmEnt.h>
+
+CDtmEnt::~CDtmEnt() = default;

@@ -1,0 +1,72 @@
+#include <dtm/project/CDtmPrj.h>
+
+#include <dtm/network/CTris.h>
+#include <dtm/project/CDtmChangeContext.h>
+#include <dtm/project/CLibDtm.h>
+
+CDtmPrj::CDtmPrj(CLibDtm* lib, const kor::String& name, bool visible, bool locked)
+    : m_owner(lib), m_visible(visible), m_locked(locked), m_name(name) {
+    m_context = new CDtmChangeContext(lib ? lib->GetChangeTransactionManager() : nullptr, this);
+    try {
+        m_tris = new CTris(this);
+    } catch (...) {
+        DestroyComponents();
+        throw;
+    }
+}
+
+CDtmPrj::~CDtmPrj() {
+    DestroyComponents();
+}
+
+void CDtmPrj::DestroyComponents() noexcept {
+    delete m_tris;
+    m_tris = nullptr;
+    if (m_context) m_context->SubReference();
+    m_context = nullptr;
+}
+
+void CDtmPrj::AdoptedBy(CLibDtm* lib) {
+    m_owner = lib;
+    if (m_context->GetChangeTransactionManager() == nullptr && lib != nullptr)
+        m_context->Attach(lib->GetChangeTransactionManager());
+}
+
+void CDtmPrj::Orphan() {
+    m_context->Detach();
+    m_owner = nullptr;
+}
+
+bool CDtmPrj::IsActive() const {
+    return m_owner != nullptr && m_owner->GetActive() == this;
+}
+
+void CDtmPrj::SetName(const kor::String& name) {
+    if (m_name.Compare(name) == 0) return;
+    m_context->Notify_Prj_Modified();
+    m_name = name;
+}
+
+void CDtmPrj::SetVisible(bool visible) {
+    if (m_visible == visible) return;
+    m_context->Notify_Prj_Modified();
+    m_visible = visible;
+}
+
+void CDtmPrj::SetLocked(bool locked) {
+    if (m_locked == locked) return;
+    m_context->Notify_Prj_Modified();
+    m_locked = locked;
+}
+
+void CDtmPrj::SetProps(const kor::String& name, bool visible, bool locked) {
+    if (m_name.Compare(name) == 0 && m_visible == visible && m_locked == locked) return;
+    m_context->Notify_Prj_Modified();
+    m_name = name;
+    m_visible = visible;
+    m_locked = locked;
+}
+
+void CDtmPrj::SetModifiedFlag() {
+    if (m_owner) m_owner->SetModifiedFlag(true);
+}

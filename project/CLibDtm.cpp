@@ -1,0 +1,107 @@
+#include <dtm/project/CLibDtm.h>
+
+#include <dtm/project/CDtmPrj.h>
+#include <dtm/project/CLibDtmChangeContext.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+
+CLibDtm::CLibDtm(kor::CChangeTransactionManager* manager) : m_manager(manager) {
+    m_context = new CLibDtmChangeContext(manager, this);
+}
+
+CLibDtm::~CLibDtm() {
+    DoRemoveAll();
+    delete m_pointsProvider;
+    delete m_prjManager;
+    m_context->SubReference();
+}
+
+void CLibDtm::DoRemoveAll() noexcept {
+    for (CDtmPrj* prj : m_projects) {
+        prj->Orphan();
+        prj->SubReference();
+    }
+    m_projects.clear();
+    m_active = nullptr;
+}
+
+void CLibDtm::AddPrj(CDtmPrj* prj) {
+    // The project is not in the sequence yet, so its own name cannot collide with itself.
+    prj->SetName(FindNewSuitableName(prj->GetName()));
+    prj->AdoptedBy(this);
+    m_projects.push_back(prj);
+    m_context->Notify_Prj_Added(prj);
+    SetModifiedFlag(true);
+}
+
+CDtmPrj* CLibDtm::AddPrj(const kor::String& name, bool visible, bool locked) {
+    CDtmPrj* prj = new CDtmPrj(this, name, visible, locked);
+    AddPrj(prj);
+    return prj;
+}
+
+CDtmPrj* CLibDtm::FindPrj(const kor::String& name) const {
+    const auto found = std::find_if(m_projects.begin(), m_projects.end(), [&name](CDtmPrj* prj) {
+        return prj->GetName().CompareIgnoreCase(name) == 0;
+    });
+    return found == m_projects.end() ? nullptr : *found;
+}
+
+bool CLibDtm::IsNameTaken(const kor::String& name) const {
+    return FindPrj(name) != nullptr;
+}
+
+kor::String CLibDtm::FindNewSuitableName(const kor::String& name) const {
+    if (!IsNameTaken(name)) return name;
+    // Numbers freed by earlier removals are offered again: the first free one wins.
+    for (unsigned long number = 2;; ++number) {
+        char suffix[32];
+        kor_sprintf(suffix, sizeof(suffix), " (%lu)", number);
+        const kor::String candidate = name + kor::String(suffix);
+        if (!IsNameTaken(candidate)) return candidate;
+    }
+}
+
+bool CLibDtm::RemovePrj(CDtmPrj* prj, bool drawingAlreadyRemoved) {
+    const auto found = std::find(m_projects.begin(), m_projects.end(), prj);
+    if (found == m_projects.end()) return false;
+    if (m_prjManager) m_prjManager->OnRemovingPrj(prj);
+    m_projects.erase(found);
+    SetModifiedFlag(true);
+    kor::CEventGuard event(m_context);
+    // The library's reference travels with the notification: the context releases it when the
+    // event is over, after an undo command has had the chance to take its own.
+    m_context->Notify_Prj_Removed(prj, drawingAlreadyRemoved);
+    prj->Orphan();
+    if (prj == m_active) {
+        m_active = nullptr;
+        m_context->Notify_Prj_ChangeActive(prj);
+        SetModifiedFlag(true);
+    }
+    return true;
+}
+
+bool CLibDtm::CanDelete(CDtmPrj* prj) {
+    return m_prjManager ? m_prjManager->CanDeletePrj(prj) : true;
+}
+
+void CLibDtm::SetActive(CDtmPrj* prj, bool notify) {
+    if (prj == m_active) return;
+    m_active = prj;
+    if (notify) m_context->Notify_Prj_ChangeActive(prj);
+    SetModifiedFlag(true);
+}
+
+CDtmPrj* CLibDtm::GetPrj(unsigned int i) const {
+    if (i >= m_projects.size())
+        throw std::out_of_range("CLibDtm::GetPrj: no project at this index");
+    return m_projects[i];
+}
+
+void CLibDtm::SetPointsProvider(IDtmPointsProvider* provider) {
+    if (provider == m_pointsProvider) return;
+    delete m_pointsProvider;
+    m_pointsProvider = provider;
+}

@@ -1,0 +1,5 @@
+#include <dtm/project/IDtmPrjManager.h>
+
+IDtmPrjManager::~IDtmPrjManager() = default;
+
+IDtmPointsProvider::~IDtmPointsProvider() = default;

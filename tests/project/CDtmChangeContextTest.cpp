@@ -1,0 +1,315 @@
+#include <dtm/project/CDtmChangeContext.h>
+#include <dtm/project/CDtmPrj.h>
+#include <dtm/support/Events.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+
+#include "ContextAccess.h"
+#include "Probes.h"
+
+namespace {
+
+using dtm_test::LoggingEventListener;
+using dtm_test::ProbeEntity;
+using dtm_test::ProbeRecord;
+using dtm_test::ProjectEventRecorder;
+using Log = std::vector<std::string>;
+
+// A project on its own, with a transaction manager, a logging undo listener and a host recorder.
+class ChangeContextTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        prj = new CDtmPrj(nullptr, "Rilievo", true, false);
+        context = prj->GetContext();
+        context->Attach(&tm);
+        auto logging = std::make_unique<LoggingEventListener>();
+        listener = logging.get();
+        context->SetUndoListener(std::move(logging));
+        context->Register(&recorder);
+    }
+    void TearDown() override {
+        context->Unregister(&recorder);
+        prj->SubReference();
+    }
+    DtmChangeContextTestAccess Notify() { return DtmChangeContextTestAccess{*context}; }
+
+    kor::CChangeTransactionManager tm;
+    CDtmPrj* prj = nullptr;
+    CDtmChangeContext* context = nullptr;
+    LoggingEventListener* listener = nullptr;
+    ProjectEventRecorder recorder;
+    int alive = 0;
+};
+
+TEST_F(ChangeContextTest, NotificationOutsideAnEventIsAnEventOfItsOwn) {
+    auto* t = new ProbeRecord<CTri>(alive);
+    Notify().TriModifying(t, eTriChangeColor);
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeColor);
+    EXPECT_EQ(recorder.events[0].triModified, std::vector<CTri*>{t});
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriModifying", "EndEvent"}));
+    EXPECT_TRUE(context->GetTriModified().empty());
+    EXPECT_EQ(context->GetTriChangeType(), eTriChangeNone);
+    t->SubReference();
+}
+
+TEST_F(ChangeContextTest, DifferentChangeKindsInOneEventMergeToBoth) {
+    auto* t = new ProbeRecord<CTri>(alive);
+    auto* u = new ProbeRecord<CTri>(alive);
+    context->BeginEvent();
+    Notify().TriModifying(t, eTriChangeColor);
+    Notify().TriModifying(u, eTriChangeVertices);
+    Notify().TriModifying(t, eTriChangeColor);
+    context->EndEvent();
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeAll);
+    // The triangle lists keep duplicates: t is listed twice.
+    EXPECT_EQ(recorder.events[0].triModified, (std::vector<CTri*>{t, u, t}));
+    t->SubReference();
+    u->SubReference();
+}
+
+TEST_F(ChangeContextTest, SameChangeKindTwiceStaysThatKind) {
+    auto* line = new ProbeEntity<CCvLv>(alive);
+    auto* other = new ProbeEntity<CCvLv>(alive);
+    context->BeginEvent();
+    Notify().CvLvModifying(line, eCvLvChangeGeometry);
+    Notify().CvLvModifying(other, eCvLvChangeGeometry);
+    context->EndEvent();
+    EXPECT_EQ(recorder.events.at(0).cvLvChangeType, eCvLvChangeGeometry);
+    line->SubReference();
+    other->SubReference();
+}
+
+TEST_F(ChangeContextTest, TriangleNotificationsAfterRemoveAllAreDroppedUnseen) {
+    auto* t = new ProbeRecord<CTri>(alive);
+    context->BeginEvent();
+    Notify().TriRemoveAll();
+    const int closesBefore = static_cast<int>(recorder.events.size());
+    Notify().TriAdded(t);
+    Notify().TriModifying(t, eTriChangeColor);
+    Notify().TriRemoved(t);
+    context->EndEvent();
+    ASSERT_EQ(recorder.events.size(), static_cast<size_t>(closesBefore + 1));
+    const auto& event = recorder.events.back();
+    EXPECT_TRUE(event.triRemovedAll);
+    EXPECT_TRUE(event.triAdded.empty());
+    EXPECT_TRUE(event.triModified.empty());
+    EXPECT_TRUE(event.triRemoved.empty());
+    EXPECT_EQ(event.triChangeType, eTriChangeNone);
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriRemoveAll", "EndEvent"}));
+    EXPECT_EQ(t->GetReferenceCount(), 1);
+    // The next event records triangles again.
+    Notify().TriAdded(t);
+    EXPECT_EQ(recorder.events.back().triAdded, std::vector<CTri*>{t});
+    t->SubReference();
+}
+
+TEST_F(ChangeContextTest, ContourLineAddedThenModifiedIsListedOnlyAsAdded) {
+    auto* line = new ProbeEntity<CCvLv>(alive);
+    context->BeginEvent();
+    Notify().CvLvAdded(line);
+    EXPECT_EQ(line->GetChangeMark(), 1);
+    Notify().CvLvModifying(line, eCvLvChangeGeometry);
+    context->EndEvent();
+    const auto& event = recorder.events.at(0);
+    EXPECT_EQ(event.cvLvAdded, std::vector<CCvLv*>{line});
+    EXPECT_TRUE(event.cvLvModified.empty());
+    EXPECT_EQ(event.cvLvChangeType, eCvLvChangeNone);
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "CvLvAdded", "EndEvent"}));
+    EXPECT_EQ(line->GetChangeMark(), 0);
+    line->SubReference();
+}
+
+TEST_F(ChangeContextTest, ContourLineModifiedTwiceIsRecordedOnceWithTheFirstKind) {
+    auto* line = new ProbeEntity<CCvLv>(alive);
+    context->BeginEvent();
+    Notify().CvLvModifying(line, eCvLvChangeColor);
+    EXPECT_EQ(line->GetChangeMark(), 2);
+    Notify().CvLvModifying(line, eCvLvChangeGeometry);
+    context->EndEvent();
+    const auto& event = recorder.events.at(0);
+    EXPECT_EQ(event.cvLvModified, std::vector<CCvLv*>{line});
+    // The second notification was ignored entirely, type merge included.
+    EXPECT_EQ(event.cvLvChangeType, eCvLvChangeColor);
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "CvLvModifying", "EndEvent"}));
+    EXPECT_EQ(line->GetChangeMark(), 0);
+    // In a new event the line is recorded again.
+    Notify().CvLvModifying(line, eCvLvChangeGeometry);
+    EXPECT_EQ(recorder.events.at(1).cvLvModified, std::vector<CCvLv*>{line});
+    line->SubReference();
+}
+
+TEST_F(ChangeContextTest, RemovedContourLineKeepsItsMarkAndIgnoresModifying) {
+    auto* line = new ProbeEntity<CCvLv>(alive);
+    context->BeginEvent();
+    Notify().CvLvRemoved(line);
+    Notify().CvLvModifying(line, eCvLvChangeColor);
+    context->EndEvent();
+    EXPECT_TRUE(recorder.events.at(0).cvLvModified.empty());
+    EXPECT_EQ(recorder.events.at(0).cvLvRemoved, std::vector<CCvLv*>{line});
+    EXPECT_EQ(line->GetChangeMark(), 4);
+    EXPECT_EQ(line->GetReferenceCount(), 1);
+    line->SubReference();
+}
+
+TEST_F(ChangeContextTest, RemovedEntitiesStayAliveUntilTheOutermostEventCloses) {
+    auto* breakline = new ProbeEntity<CVnc>(alive);
+    auto* boundary = new ProbeEntity<CCnt>(alive);
+    auto* triangle = new ProbeRecord<CTri>(alive);
+    auto* line = new ProbeEntity<CCvLv>(alive);
+    auto* interval = new ProbeRecord<CCvLvInterv>(alive);
+    ASSERT_EQ(alive, 5);
+    context->BeginEvent();
+    context->BeginEvent();
+    Notify().VncRemoved(breakline);
+    Notify().CntRemoved(boundary);
+    Notify().TriRemoved(triangle);
+    Notify().CvLvRemoved(line);
+    Notify().CvLvIntervalRemoved(interval);
+    // Their collections let go of them: only the context keeps them now.
+    breakline->SubReference();
+    boundary->SubReference();
+    triangle->SubReference();
+    line->SubReference();
+    interval->SubReference();
+    context->EndEvent();
+    EXPECT_EQ(alive, 5);
+    context->EndEvent();
+    EXPECT_EQ(alive, 0);
+    const auto& event = recorder.events.at(0);
+    EXPECT_EQ(event.vncRemoved.size(), 1u);
+    EXPECT_EQ(event.cntRemoved.size(), 1u);
+    EXPECT_EQ(event.triRemoved.size(), 1u);
+    EXPECT_EQ(event.cvLvRemoved.size(), 1u);
+    EXPECT_EQ(event.intervalsRemoved.size(), 1u);
+}
+
+TEST_F(ChangeContextTest, HostListenersReadTheListsBeforeTheyAreCleared) {
+    auto* breakline = new ProbeEntity<CVnc>(alive);
+    auto* boundary = new ProbeEntity<CCnt>(alive);
+    context->BeginEvent();
+    Notify().VncAdded(breakline);
+    Notify().VncModifying(breakline);
+    Notify().VncModifying(breakline);
+    Notify().CntAdded(boundary);
+    Notify().CntModifying(boundary);
+    Notify().PrjModified();
+    Notify().VncLayersModified();
+    Notify().CntLayersModified();
+    Notify().TriLayersModified();
+    Notify().CvLvLayersModified();
+    Notify().TriInnerDrawModified();
+    Notify().TriVrtMoved();
+    EXPECT_EQ(recorder.events.size(), 0u);
+    context->EndEvent();
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.opened, 1);
+    const auto& event = recorder.events[0];
+    EXPECT_EQ(event.vncAdded, std::vector<CVnc*>{breakline});
+    // Breaklines and boundaries have no marks: every notification is listed.
+    EXPECT_EQ(event.vncModified, (std::vector<CVnc*>{breakline, breakline}));
+    EXPECT_EQ(event.cntAdded, std::vector<CCnt*>{boundary});
+    EXPECT_EQ(event.cntModified, std::vector<CCnt*>{boundary});
+    EXPECT_TRUE(event.prjModified && event.vncLayers && event.cntLayers && event.triLayers &&
+                event.cvLvLayers && event.triInnerDraw && event.triVrtsMoved);
+    EXPECT_FALSE(event.triRemovedAll);
+    // After the event everything is clear again.
+    EXPECT_TRUE(context->GetVncAdded().empty());
+    EXPECT_TRUE(context->GetVncModified().empty());
+    EXPECT_TRUE(context->GetCntAdded().empty());
+    EXPECT_FALSE(context->IsPrjModified());
+    EXPECT_FALSE(context->AreTriVrtsMoved());
+    EXPECT_FALSE(context->AreCvLvLayersModified());
+    breakline->SubReference();
+    boundary->SubReference();
+}
+
+TEST_F(ChangeContextTest, EveryListenerOperationIsCalledInNotificationOrder) {
+    auto* v = new ProbeEntity<CVnc>(alive);
+    auto* c = new ProbeEntity<CCnt>(alive);
+    auto* t = new ProbeRecord<CTri>(alive);
+    auto* l = new ProbeEntity<CCvLv>(alive);
+    auto* m = new ProbeEntity<CCvLv>(alive);
+    {
+        kor::CEventGuard event(context);
+        Notify().VncAdded(v);
+        Notify().VncModifying(v);
+        Notify().VncRemoved(v);
+        Notify().CntAdded(c);
+        Notify().CntModifying(c);
+        Notify().CntRemoved(c);
+        Notify().TriVrtAdded();
+        Notify().TriVrtRemoved();
+        Notify().TriVrtMoved();
+        Notify().TriAdded(t);
+        Notify().TriModifying(t, eTriChangeVertices);
+        Notify().TriRemoved(t);
+        Notify().CvLvAdded(l);
+        Notify().CvLvModifying(m, eCvLvChangeAll);
+        Notify().CvLvRemoved(m);
+        Notify().TriRemoveAll();
+    }
+    EXPECT_EQ(listener->log,
+              (Log{"BeginEvent", "VncAdded", "VncModifying", "VncRemoved", "CntAdded",
+                   "CntModifying", "CntRemoved", "TriVrtAdded", "TriVrtRemoved", "TriVrtMoved",
+                   "TriAdded", "TriModifying", "TriRemoved", "CvLvAdded", "CvLvModifying",
+                   "CvLvRemoved", "TriRemoveAll", "EndEvent"}));
+    EXPECT_EQ(recorder.events.at(0).cvLvChangeType, eCvLvChangeAll);
+    for (kor::IRefCounter* e : std::vector<kor::IRefCounter*>{v, c, t, l, m}) e->SubReference();
+    EXPECT_EQ(alive, 0);
+}
+
+TEST_F(ChangeContextTest, SuspendedRecordingUsesTheQuietListenerButHostStillSees) {
+    auto* t = new ProbeRecord<CTri>(alive);
+    tm.SetRecordingSuspended(true);
+    Notify().TriAdded(t);
+    EXPECT_TRUE(listener->log.empty());
+    EXPECT_EQ(recorder.events.at(0).triAdded, std::vector<CTri*>{t});
+    tm.SetRecordingSuspended(false);
+    Notify().TriAdded(t);
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriAdded", "EndEvent"}));
+    t->SubReference();
+}
+
+TEST_F(ChangeContextTest, DetachedContextRecordsForUndoAsUsual) {
+    // Without a manager there is nobody to suspend recording: the undo listener is chosen.
+    context->Detach();
+    Notify().TriVrtAdded();
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriVrtAdded", "EndEvent"}));
+}
+
+// A listener that fails in the middle of an event, as an allocation failure would.
+class ThrowingListener : public IEventListener {
+public:
+    void OnVncRemoved(CVnc*) override { throw std::runtime_error("listener failed"); }
+};
+
+TEST_F(ChangeContextTest, ExceptionInsideAnEventLeavesDepthZeroAndReleasesReferences) {
+    context->SetUndoListener(std::make_unique<ThrowingListener>());
+    auto* breakline = new ProbeEntity<CVnc>(alive);
+    try {
+        kor::CEventGuard outer(context);
+        Notify().VncRemoved(breakline);
+        FAIL() << "the listener should have thrown";
+    } catch (const std::runtime_error&) {
+    }
+    EXPECT_EQ(context->GetEventDepth(), 0);
+    EXPECT_TRUE(context->GetVncRemoved().empty());
+    EXPECT_EQ(breakline->GetReferenceCount(), 1);
+    breakline->SubReference();
+    EXPECT_EQ(alive, 0);
+}
+
+TEST_F(ChangeContextTest, RemoveAllOfAnEmptyNetworkSetsTheFlagOnly) {
+    Notify().TriRemoveAll();
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(recorder.events[0].triRemovedAll);
+    EXPECT_TRUE(recorder.events[0].triRemoved.empty());
+    EXPECT_FALSE(context->AreTriRemovedAll());
+}
+
+}  // namespace
