@@ -1,16 +1,182 @@
-#include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
 
-#include <cstddef>
+#include <dtm/network/CCld.h>
+#include <dtm/network/CTri.h>
+#include <dtm/project/CDtmChangeContext.h>
+#include <dtm/project/CDtmPrj.h>
 
-CTri::~CTri() = default;
+#include "network/COcTree.h"
+#include "network/CTrisEventListener.h"
 
-CTris::CTris(CDtmPrj* project) : m_project(project) {}
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+constexpr double RESET_MIN_QUOTA = std::numeric_limits<double>::infinity();
+constexpr double RESET_MAX_QUOTA = -std::numeric_limits<double>::infinity();
+
+}  // namespace
+
+CTris::CTris(CDtmPrj* project)
+    : m_context(project ? project->GetContext() : nullptr),
+      m_minQuota(RESET_MIN_QUOTA),
+      m_maxQuota(RESET_MAX_QUOTA),
+      m_project(project),
+      m_octree(std::make_unique<COcTree>(this)),
+      m_listener(std::make_unique<CTrisEventListener>(this)) {}
 
 CTris::~CTris() {
-    for (auto it = m_tris.rbegin(); it != m_tris.rend(); ++it) (*it)->SubReference();
+    DoRemoveAll();
+    m_octree.reset();
+    m_listener.reset();
 }
 
-CTri* CTris::GetTriAt(int i) const {
-    return m_tris.at(static_cast<std::size_t>(i));
+// Vertices -----------------------------------------------------------------------------------
+
+void CTris::AppendVertex(const kor::geom::PNT_3D& p) {
+    m_vertices.push_back(p);
+    UpdateMinMaxQuota(p.z);
+    m_context->Notify_Tri_Vrt_Added();
+}
+
+bool CTris::AddTriVrt(const kor::geom::PNT_3D& p) {
+    AppendVertex(p);
+    return true;
+}
+
+void CTris::SetTriVrtAt(int i, const kor::geom::PNT_3D& p) {
+    m_context->Notify_Tri_Vrt_Moved();
+    m_vertices.at(static_cast<std::size_t>(i)) = p;
+}
+
+void CTris::RemoveTriVrt(int i) {
+    m_vertices.erase(m_vertices.begin() + i);
+    m_context->Notify_Tri_Vrt_Removed();
+}
+
+void CTris::SetNoTriVrts(int n) {
+    if (n > 0) m_vertices.reserve(static_cast<std::size_t>(n));
+}
+
+void CTris::UpdateMinMaxQuota(double z) {
+    m_minQuota = std::min(m_minQuota, z);
+    m_maxQuota = std::max(m_maxQuota, z);
+}
+
+void CTris::UpdateMinMaxQuota() {
+    m_minQuota = RESET_MIN_QUOTA;
+    m_maxQuota = RESET_MAX_QUOTA;
+    for (const kor::geom::PNT_3D& p : m_vertices) UpdateMinMaxQuota(p.z);
+}
+
+// Triangles ----------------------------------------------------------------------------------
+
+void CTris::AddTri(CTri* t) {
+    m_tris.push_back(t);
+    m_context->Notify_Tri_Added(t);
+    t->AddReference();
+}
+
+CTri* CTris::AddNewTri(int colour, int i0, int i1, int i2) {
+    if (!m_broken) {
+        const int count = GetNoTriVrts();
+        if (i0 >= count || i1 >= count || i2 >= count) return nullptr;
+    }
+    auto triangle = kor::CRefPtr<CTri>::Adopt(new CTri(colour, i0, i1, i2));
+    AddTri(triangle.Get());
+    return triangle.Get();
+}
+
+void CTris::RemoveTriAt(int i) {
+    CTri* triangle = m_tris.at(static_cast<std::size_t>(i));
+    m_tris.erase(m_tris.begin() + i);
+    // The context takes its own reference before ours goes, so the triangle outlives the event.
+    const auto ours = kor::CRefPtr<CTri>::Adopt(triangle);
+    m_context->Notify_Tri_Removed(triangle);
+}
+
+void CTris::RemoveTri(CTri* t) {
+    const int index = FindTriIndex(t);
+    if (index >= 0) RemoveTriAt(index);
+}
+
+bool CTris::RemoveTri(double x, double y, double /*z*/) {
+    const kor::geom::PNT_2D p(x, y);
+    for (int i = 0; i < GetNoTris(); ++i) {
+        const TVrtTri v = GetVrtTriAt(i);
+        if (kor::geom::IsPntInsideTriangle(v.p[0], v.p[1], v.p[2], p)) {
+            RemoveTriAt(i);
+            return true;
+        }
+    }
+    return false;
+}
+
+void CTris::RemoveAll() {
+    kor::CEventGuard event(m_context);
+    m_context->Notify_Tri_RemoveAll();
+    DoRemoveAll();
+}
+
+void CTris::DoRemoveAll() {
+    m_vertices.clear();
+    m_cloudIndexes.clear();
+    std::vector<CTri*> released;
+    released.swap(m_tris);
+    for (auto it = released.rbegin(); it != released.rend(); ++it) (*it)->SubReference();
+    m_selection.clear();
+    m_colours.clear();
+    m_normals.clear();
+    m_minQuota = RESET_MIN_QUOTA;
+    m_maxQuota = RESET_MAX_QUOTA;
+    m_broken = false;
+    // The pointer stays, as the binding's record; only the reference goes.
+    if (m_cloud && m_cloudReferenced) m_cloud->SubReference();
+    m_cloudReferenced = false;
+}
+
+int CTris::FindTriIndex(const CTri* t) const {
+    const auto found = std::find(m_tris.begin(), m_tris.end(), t);
+    return found == m_tris.end() ? -1 : static_cast<int>(found - m_tris.begin());
+}
+
+CTri* CTris::GetTriAt(int i) const { return m_tris.at(static_cast<std::size_t>(i)); }
+
+TVrtTri CTris::GetVrtTri(const CTri* t) const {
+    TVrtTri points;
+    points.Set(m_vertices[static_cast<std::size_t>(t->GetVerIndex(0))],
+               m_vertices[static_cast<std::size_t>(t->GetVerIndex(1))],
+               m_vertices[static_cast<std::size_t>(t->GetVerIndex(2))]);
+    return points;
+}
+
+TVrtTri CTris::GetVrtTriAt(int i) const { return GetVrtTri(GetTriAt(i)); }
+
+void CTris::OrdSensOrarTri(int i) {
+    if (i >= 0 && i < GetNoTris()) m_tris[static_cast<std::size_t>(i)]->ClockwiseOrder(this);
+}
+
+void CTris::CalcCentroTri(int i, double& x, double& y) const {
+    const TVrtTri v = GetVrtTriAt(i);
+    // Summed in vertex order, then the third vertex once more: the order of the additions is
+    // kept so that the result is bit-identical wherever it is recomputed.
+    x = 0.0;
+    y = 0.0;
+    for (int k = 0; k < 3; ++k) {
+        x += v.p[k].x;
+        y += v.p[k].y;
+    }
+    x += v.p[2].x;
+    y += v.p[2].y;
+    x *= 0.25;
+    y *= 0.25;
+}
+
+// Selection ----------------------------------------------------------------------------------
+
+void CTris::InitSelTris() {
+    m_selection.clear();
+    if (!m_broken) m_selection.assign(m_tris.size() / 8 + 1, 0);
 }

@@ -1,5 +1,7 @@
 #include <dtm/project/CDtmPrj.h>
 
+#include <dtm/boundaries/CCnts.h>
+#include <dtm/breaklines/CVncs.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CLibDtm.h>
@@ -7,7 +9,12 @@
 CDtmPrj::CDtmPrj(CLibDtm* lib, const kor::String& name, bool visible, bool locked)
     : m_owner(lib), m_visible(visible), m_locked(locked), m_name(name) {
     m_context = new CDtmChangeContext(lib ? lib->GetChangeTransactionManager() : nullptr, this);
+    // Components are built in this order and destroyed in the same order: the breaklines and
+    // boundaries report their removal when they go, and that needs the network still in place.
     try {
+        m_vncs = new CVncs(this);
+        m_internalCnts = new CCnts(this, true);
+        m_externalCnts = new CCnts(this, false);
         m_tris = new CTris(this);
     } catch (...) {
         DestroyComponents();
@@ -20,6 +27,12 @@ CDtmPrj::~CDtmPrj() {
 }
 
 void CDtmPrj::DestroyComponents() noexcept {
+    delete m_vncs;
+    m_vncs = nullptr;
+    delete m_internalCnts;
+    m_internalCnts = nullptr;
+    delete m_externalCnts;
+    m_externalCnts = nullptr;
     delete m_tris;
     m_tris = nullptr;
     if (m_context) m_context->SubReference();

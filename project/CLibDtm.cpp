@@ -89,8 +89,15 @@ bool CLibDtm::CanDelete(CDtmPrj* prj) {
 
 void CLibDtm::SetActive(CDtmPrj* prj, bool notify) {
     if (prj == m_active) return;
-    m_active = prj;
-    if (notify) m_context->Notify_Prj_ChangeActive(prj);
+    if (notify) {
+        // The event opens before the change so that the undo step sees the project that was
+        // active before it; host listeners still see exactly one event with the flag set.
+        kor::CEventGuard event(m_context);
+        m_active = prj;
+        m_context->Notify_Prj_ChangeActive(prj);
+    } else {
+        m_active = prj;
+    }
     SetModifiedFlag(true);
 }
 

@@ -2,6 +2,8 @@
 
 #include <dtm/project/CDtmPrj.h>
 
+#include "project/CLibDtmCmdExecuted.h"
+
 #include "support/ScopeExit.h"
 
 #include <utility>
@@ -14,7 +16,9 @@ void ILibDtmEventListener::OnPrjRemoved(CDtmPrj*) {}
 
 struct CLibDtmChangeContext::State {
     explicit State(CLibDtm* owner)
-        : library(owner), undoListener(std::make_unique<ILibDtmEventListener>()), current(&quiet) {}
+        : library(owner),
+          undoListener(std::make_unique<CCreateLibDtmCmdExecutedEventListener>(owner)),
+          current(&quiet) {}
 
     CLibDtm* library;
     ILibDtmEventListener quiet;

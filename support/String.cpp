@@ -57,5 +57,10 @@ kor::String StringDaDouble(double value, int decimals) {
     text.setf(std::ios::fixed, std::ios::floatfield);
     text.precision(std::max(decimals, 0));
     text << value;
-    return kor::String(text.str());
+    std::string formatted = text.str();
+    // A value that rounds to zero is shown without a sign: a label "-0.00" would puzzle a user.
+    if (!formatted.empty() && formatted[0] == '-' &&
+        formatted.find_first_not_of("-0.") == std::string::npos)
+        formatted.erase(0, 1);
+    return kor::String(formatted);
 }

@@ -5,6 +5,7 @@
 
 #include <dtm/support/Events.h>
 #include <dtm/support/Export.h>
+#include <dtm/support/Geom.h>
 #include <dtm/support/IdRemap.h>
 #include <dtm/support/IniFile.h>
 #include <dtm/support/LibGen.h>
@@ -24,12 +25,17 @@
 #include <dtm/project/IDtmPrjManager.h>
 #include <dtm/project/IEventListener.h>
 
+#include <dtm/network/CCld.h>
+#include <dtm/network/COpzTri.h>
 #include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
 
 #include <dtm/contours/CCvLv.h>
 
 #include <dtm/boundaries/CCnt.h>
+#include <dtm/boundaries/CCnts.h>
 
 #include <dtm/breaklines/CVnc.h>
+#include <dtm/breaklines/CVncs.h>
 
+#include <dtm/colourclasses/CColorClassComputer.h>

@@ -1,3 +1,6 @@
+#include <dtm/boundaries/CCnt.h>
+#include <dtm/breaklines/CVnc.h>
+#include <dtm/breaklines/CVncs.h>
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CDtmPrj.h>
 #include <dtm/support/Events.h>
@@ -18,12 +21,35 @@ using dtm_test::ProbeRecord;
 using dtm_test::ProjectEventRecorder;
 using Log = std::vector<std::string>;
 
+// A real breakline that also counts its lives, so that the test sees when it is destroyed.
+class CountedVnc final : public CVnc {
+public:
+    CountedVnc(int& alive, CVncs* vncs) : CVnc(vncs, kor::geom::LINE_3D()), m_alive(alive) {
+        ++m_alive;
+    }
+
+private:
+    ~CountedVnc() override { --m_alive; }
+    int& m_alive;
+};
+
+// A real boundary that also counts its lives, so that the test sees when it is destroyed.
+class CountedCnt final : public CCnt {
+public:
+    explicit CountedCnt(int& alive) : m_alive(alive) { ++m_alive; }
+
+private:
+    ~CountedCnt() override { --m_alive; }
+    int& m_alive;
+};
+
 // A project on its own, with a transaction manager, a logging undo listener and a host recorder.
 class ChangeContextTest : public ::testing::Test {
 protected:
     void SetUp() override {
         prj = new CDtmPrj(nullptr, "Rilievo", true, false);
         context = prj->GetContext();
+        vncs = std::make_unique<CVncs>(prj);
         context->Attach(&tm);
         auto logging = std::make_unique<LoggingEventListener>();
         listener = logging.get();
@@ -32,6 +58,7 @@ protected:
     }
     void TearDown() override {
         context->Unregister(&recorder);
+        vncs.reset();
         prj->SubReference();
     }
     DtmChangeContextTestAccess Notify() { return DtmChangeContextTestAccess{*context}; }
@@ -39,6 +66,7 @@ protected:
     kor::CChangeTransactionManager tm;
     CDtmPrj* prj = nullptr;
     CDtmChangeContext* context = nullptr;
+    std::unique_ptr<CVncs> vncs;
     LoggingEventListener* listener = nullptr;
     ProjectEventRecorder recorder;
     int alive = 0;
@@ -157,8 +185,8 @@ TEST_F(ChangeContextTest, RemovedContourLineKeepsItsMarkAndIgnoresModifying) {
 }
 
 TEST_F(ChangeContextTest, RemovedEntitiesStayAliveUntilTheOutermostEventCloses) {
-    auto* breakline = new ProbeEntity<CVnc>(alive);
-    auto* boundary = new ProbeEntity<CCnt>(alive);
+    auto* breakline = new CountedVnc(alive, vncs.get());
+    auto* boundary = new CountedCnt(alive);
     auto* triangle = new ProbeRecord<CTri>(alive);
     auto* line = new ProbeEntity<CCvLv>(alive);
     auto* interval = new ProbeRecord<CCvLvInterv>(alive);
@@ -189,8 +217,8 @@ TEST_F(ChangeContextTest, RemovedEntitiesStayAliveUntilTheOutermostEventCloses) 
 }
 
 TEST_F(ChangeContextTest, HostListenersReadTheListsBeforeTheyAreCleared) {
-    auto* breakline = new ProbeEntity<CVnc>(alive);
-    auto* boundary = new ProbeEntity<CCnt>(alive);
+    auto* breakline = new CountedVnc(alive, vncs.get());
+    auto* boundary = new CountedCnt(alive);
     context->BeginEvent();
     Notify().VncAdded(breakline);
     Notify().VncModifying(breakline);
@@ -229,8 +257,8 @@ TEST_F(ChangeContextTest, HostListenersReadTheListsBeforeTheyAreCleared) {
 }
 
 TEST_F(ChangeContextTest, EveryListenerOperationIsCalledInNotificationOrder) {
-    auto* v = new ProbeEntity<CVnc>(alive);
-    auto* c = new ProbeEntity<CCnt>(alive);
+    auto* v = new CountedVnc(alive, vncs.get());
+    auto* c = new CountedCnt(alive);
     auto* t = new ProbeRecord<CTri>(alive);
     auto* l = new ProbeEntity<CCvLv>(alive);
     auto* m = new ProbeEntity<CCvLv>(alive);
@@ -290,7 +318,7 @@ public:
 
 TEST_F(ChangeContextTest, ExceptionInsideAnEventLeavesDepthZeroAndReleasesReferences) {
     context->SetUndoListener(std::make_unique<ThrowingListener>());
-    auto* breakline = new ProbeEntity<CVnc>(alive);
+    auto* breakline = new CountedVnc(alive, vncs.get());
     try {
         kor::CEventGuard outer(context);
         Notify().VncRemoved(breakline);

@@ -7,9 +7,11 @@
 #include <dtm/support/RefCounter.h>
 #include <dtm/support/String.h>
 
+class CCnts;
 class CDtmChangeContext;
 class CLibDtm;
 class CTris;
+class CVncs;
 
 /// One terrain-model project. It owns its network and its change context, belongs to at most
 /// one library, and reports every change of its own properties to its change context.
@@ -37,6 +39,10 @@ public:
     operator CDtmChangeContext*() const noexcept { return m_context; }
     /// The network (owned by the project).
     CTris* GetTris() const noexcept { return m_tris; }
+    /// The breaklines (owned by the project).
+    CVncs* GetVncs() const noexcept { return m_vncs; }
+    /// The internal boundaries when @p internal is true, else the external ones (owned).
+    CCnts* GetCnts(bool internal) const noexcept { return internal ? m_internalCnts : m_externalCnts; }
 
     const kor::String& GetName() const noexcept { return m_name; }
     bool IsVisible() const noexcept { return m_visible; }
@@ -73,6 +79,9 @@ protected:
 private:
     void DestroyComponents() noexcept;
 
+    CVncs* m_vncs = nullptr;
+    CCnts* m_internalCnts = nullptr;
+    CCnts* m_externalCnts = nullptr;
     CTris* m_tris = nullptr;
     CDtmChangeContext* m_context = nullptr;
     CLibDtm* m_owner;

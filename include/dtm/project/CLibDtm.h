@@ -23,7 +23,9 @@ public:
     /// null).
     explicit CLibDtm(kor::CChangeTransactionManager* manager);
     /// Orphans and releases every project without any notification, deletes the points
-    /// provider and the project manager, and releases the change context.
+    /// provider and the project manager, and releases the change context. Undo commands of
+    /// this library refer to it: clear the transaction manager before the library goes, or
+    /// never undo them afterwards.
     ~CLibDtm() override;
     CLibDtm(const CLibDtm&) = delete;
     CLibDtm& operator=(const CLibDtm&) = delete;

@@ -45,8 +45,8 @@ public:
 
     /// The listener chosen when the current event opened (borrowed).
     ILibDtmEventListener* GetCurrentListener() const noexcept;
-    /// Replaces the listener that builds undo commands (owned from now on). The context starts
-    /// with a quiet one.
+    /// Replaces the listener that builds undo commands (owned from now on); null installs a
+    /// quiet one. The context starts with the listener that files a CLibDtmCmdExecuted per event.
     void SetUndoListener(std::unique_ptr<ILibDtmEventListener> listener);
 
 protected:

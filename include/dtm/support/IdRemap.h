@@ -17,16 +17,18 @@ class DTM_API CPtr64Mapper {
 public:
     CPtr64Mapper();
     virtual ~CPtr64Mapper();
-    /// Stores @p object under @p id, replacing an earlier id of the same object.
+    /// Stores @p object under @p id, replacing an earlier id of the same object. Throws
+    /// std::invalid_argument for id 0, which stands for "no object" in a document.
     void SetId(const void* object, std::int32_t id);
     /// The identifier of the object whose address is @p pointer. An object never registered gets
     /// the next free identifier, remembered for later calls, so that one document never gives
-    /// two objects the same number. The null pointer is always 0.
+    /// two objects the same number. The null pointer is always 0. Throws std::overflow_error
+    /// when every positive 32-bit identifier is taken.
     std::int32_t GetPointer32(std::int64_t pointer);
 
 private:
     std::unordered_map<std::int64_t, std::int32_t> m_ids;
-    std::int32_t m_nextId = 1;
+    std::int64_t m_nextId = 1;  // 64 bits, so that the last 32-bit identifier can be handed out
 };
 
 /// Reading side: maps identifiers read from a document back to live objects.

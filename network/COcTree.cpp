@@ -1,0 +1,565 @@
+#include "network/COcTree.h"
+
+#include <dtm/network/CTri.h>
+#include <dtm/network/CTris.h>
+#include <dtm/support/Tolerances.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+using kor::geom::PLANE_3D;
+using kor::geom::PNT_2D;
+using kor::geom::PNT_3D;
+using kor::geom::RECT_3D;
+
+namespace {
+
+constexpr int kOctantCount = 8;
+
+// Below a sub-node at this depth only leaves are made: at most 20 levels under the root.
+constexpr int kMaxSplitDepth = 20;
+// A run of fewer triangles than this stays a leaf: leaves hold up to 10 triangles.
+constexpr std::size_t kMinSplitCount = 11;
+// A run at least this long is split whatever the size of its cube...
+constexpr std::size_t kAlwaysSplitCount = 1000;
+// ...while a shorter one is split only while the child cube's side exceeds this (project
+// units): below it, further levels would cost more than scanning the run.
+constexpr double kMinSplitSide = 0.1;
+
+// Extra reach of the plan-point traversal, relative to the size of a node's box and the
+// tolerance. The edge test computes a projection parameter and a line distance in double
+// precision, so an edge whose exact distance from p is a few units in the last place above
+// tol can still pass it; this margin (many orders of magnitude above that rounding) keeps such
+// edges among the candidates. Extra candidates cost only an exact test each.
+constexpr double kPlanReachSlack = 1e-9;
+
+std::uint8_t OctantBit(int octant) {
+    return static_cast<std::uint8_t>(1u << static_cast<unsigned>(octant));
+}
+
+bool IsOctant(int octant) {
+    return octant >= 0 && octant < kOctantCount;
+}
+
+// The octant of p against centre c: on each axis the low side when c is greater than p's
+// coordinate, the high side otherwise, so that a coordinate exactly on a plane goes high.
+int OctantOf(const PNT_3D& p, const PNT_3D& c) {
+    return (c.x > p.x ? 0 : 4) | (c.y > p.y ? 0 : 2) | (c.z > p.z ? 0 : 1);
+}
+
+// True when the triangle with coordinates a0, a1, a2 on one axis crosses the plane at c of that
+// axis. A vertex exactly on the plane gives a zero product and does not make it straddle.
+bool StraddlesPlane(double a0, double a1, double a2, double c) {
+    const double offset0 = a0 - c;
+    return (a1 - c) * offset0 < 0.0 || (a2 - c) * offset0 < 0.0;
+}
+
+bool Straddles(const PNT_3D (&v)[3], const PNT_3D& c) {
+    return StraddlesPlane(v[0].x, v[1].x, v[2].x, c.x) ||
+           StraddlesPlane(v[0].y, v[1].y, v[2].y, c.y) ||
+           StraddlesPlane(v[0].z, v[1].z, v[2].z, c.z);
+}
+
+// Whether a run of n triangles in a child cube of side childSide, below a node at depth,
+// becomes a sub-node rather than a leaf.
+bool SplitsFurther(std::size_t n, int depth, double childSide) {
+    return depth != kMaxSplitDepth && n >= kMinSplitCount &&
+           (n >= kAlwaysSplitCount || childSide > kMinSplitSide);
+}
+
+PNT_3D ChildCentre(const PNT_3D& c, double side, int octant) {
+    const double quarter = side / 4.0;
+    return PNT_3D((octant & 4) ? c.x + quarter : c.x - quarter,
+                  (octant & 2) ? c.y + quarter : c.y - quarter,
+                  (octant & 1) ? c.z + quarter : c.z - quarter);
+}
+
+bool IsFinitePoint(const PNT_3D& p) {
+    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
+
+bool IsFiniteBox(const RECT_3D& box) {
+    return IsFinitePoint(box.min) && IsFinitePoint(box.max);
+}
+
+// A box that no test can exclude: the bound of a subtree holding a triangle with a coordinate
+// that is infinite, NaN, or of a vertex that does not exist.
+RECT_3D WholeSpace() {
+    const double inf = std::numeric_limits<double>::infinity();
+    return RECT_3D(PNT_3D(-inf, -inf, -inf), PNT_3D(inf, inf, inf));
+}
+
+void Merge(RECT_3D& box, const RECT_3D& other) {
+    if (other.IsEmpty()) return;
+    box.updateRegion(other.min);
+    box.updateRegion(other.max);
+}
+
+// The part [begin, end) of the run (first, count) that lies inside an array of n triangles. A
+// tree read from a file, or one left stale within a change event, may name runs that reach
+// past the end; nothing outside the array is ever handed over.
+std::pair<std::int64_t, std::int64_t> ClampRun(std::int32_t first, std::int32_t count,
+                                               std::int64_t n) {
+    const std::int64_t begin = std::clamp<std::int64_t>(first, 0, n);
+    const std::int64_t end = std::clamp<std::int64_t>(std::int64_t{first} + count, begin, n);
+    return {begin, end};
+}
+
+// ---- Traversal filters -------------------------------------------------------------------
+// A filter decides which subtrees a traversal enters (Enter, from the subtree's box; Leave
+// undoes what Enter set up) and which triangles of an entered node it hands over (Accepts).
+
+// Plan point: enters a subtree unless its box lies provably farther than tol from p. This
+// generalises picking the quadrant of p at each node (the pair of octants, low and high z, on
+// p's side of both vertical centre planes): with a tolerance, an edge in a neighbouring
+// quadrant can pass within tol of p, and a triangle can reach out of its cube.
+class PlanPointFilter {
+public:
+    PlanPointFilter(const PNT_2D& p, double tol) : m_p(p), m_tol(tol) {}
+
+    // The box test uses the larger axis gap, which never exceeds the plan distance from p to
+    // anything inside the box. Every comparison fails on NaN, and the subtree is then entered.
+    bool Enter(const RECT_3D& box) const {
+        const double reach =
+            m_tol + kPlanReachSlack * (m_tol + (box.max.x - box.min.x) + (box.max.y - box.min.y));
+        const double gapX = std::max(box.min.x - m_p.x, m_p.x - box.max.x);
+        const double gapY = std::max(box.min.y - m_p.y, m_p.y - box.max.y);
+        return !(gapX > reach) && !(gapY > reach);
+    }
+    void Leave() const {}
+    bool Accepts(int, ITriOcTreeListener&) const { return true; }
+
+private:
+    PNT_2D m_p;
+    double m_tol;
+};
+
+// Elevation slice. A triangle crosses the plane at z when (P1.z − z)(P0.z − z) <= 0 or
+// (P2.z − z)(P0.z − z) <= 0.
+bool CrossesElevation(const PNT_3D& p0, const PNT_3D& p1, const PNT_3D& p2, double z) {
+    const double offset0 = p0.z - z;
+    return (p1.z - z) * offset0 <= 0.0 || (p2.z - z) * offset0 <= 0.0;
+}
+
+class SliceFilter {
+public:
+    explicit SliceFilter(double z) : m_z(z) {}
+
+    // A subtree whose elevations all lie above z (or all below) is skipped, but only when the
+    // product of two such offsets cannot round to zero: every vertex offset is at least as
+    // large as the box's (rounding is monotone), so the slice test's products are then all
+    // positive. Tiny offsets whose square underflows keep the subtree, as the test accepts them.
+    bool Enter(const RECT_3D& box) const {
+        const double below = box.min.z - m_z;
+        if (below > 0.0 && below * below > 0.0) return false;
+        const double above = m_z - box.max.z;
+        return !(above > 0.0 && above * above > 0.0);
+    }
+    void Leave() const {}
+    bool Accepts(int tri, ITriOcTreeListener& listener) const {
+        PNT_3D a, b, c;
+        listener.GetTriVertices(tri, a, b, c);
+        return CrossesElevation(a, b, c, m_z);
+    }
+
+private:
+    double m_z;
+};
+
+enum class BoxSide { NonePositive = 0, AllPositive = 1, Mixed = 2 };
+
+// Classifies a box against a plane by its eight corners. The plane's value computed in double
+// precision is monotone in each coordinate (every rounding step is), so its extremes over the
+// box are taken at corners: all corners positive means every point inside is, none positive
+// means none is. Infinite or NaN bounds break that argument and count as mixed.
+BoxSide ClassifyBox(const RECT_3D& box, const PLANE_3D& plane) {
+    if (!IsFiniteBox(box)) return BoxSide::Mixed;
+    int positiveCorners = 0;
+    for (int corner = 0; corner < kOctantCount; ++corner) {
+        const PNT_3D point((corner & 4) ? box.max.x : box.min.x,
+                           (corner & 2) ? box.max.y : box.min.y,
+                           (corner & 1) ? box.max.z : box.min.z);
+        if (plane.IsOnPositiveSide(point)) ++positiveCorners;
+    }
+    if (positiveCorners == kOctantCount) return BoxSide::AllPositive;
+    return positiveCorners == 0 ? BoxSide::NonePositive : BoxSide::Mixed;
+}
+
+// Plane culling. A subtree wholly on the positive side of a plane is skipped; a plane that has
+// no part of the subtree on its positive side cannot cull anything in it and is not tested
+// there. The planes still to test are kept as a stack of frames, one per entered node.
+class PlaneFilter {
+public:
+    explicit PlaneFilter(const std::vector<PLANE_3D>& planes) {
+        m_active.reserve(planes.size());
+        for (const PLANE_3D& plane : planes) m_active.push_back(&plane);
+        m_frameStarts.push_back(0);
+    }
+
+    bool Enter(const RECT_3D& box) {
+        const std::size_t frameStart = m_frameStarts.back();
+        const std::size_t frameEnd = m_active.size();
+        for (std::size_t i = frameStart; i < frameEnd; ++i) {
+            const PLANE_3D* plane = m_active[i];
+            const BoxSide side = ClassifyBox(box, *plane);
+            if (side == BoxSide::AllPositive) {
+                m_active.resize(frameEnd);
+                return false;
+            }
+            if (side == BoxSide::Mixed) m_active.push_back(plane);
+        }
+        m_frameStarts.push_back(frameEnd);
+        return true;
+    }
+    void Leave() {
+        m_active.resize(m_frameStarts.back());
+        m_frameStarts.pop_back();
+    }
+    bool Accepts(int tri, ITriOcTreeListener& listener) const {
+        if (m_active.size() == m_frameStarts.back()) return true;
+        PNT_3D a, b, c;
+        listener.GetTriVertices(tri, a, b, c);
+        for (std::size_t i = m_frameStarts.back(); i < m_active.size(); ++i) {
+            const PLANE_3D& plane = *m_active[i];
+            if (plane.IsOnPositiveSide(a) && plane.IsOnPositiveSide(b) &&
+                plane.IsOnPositiveSide(c)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+private:
+    std::vector<const PLANE_3D*> m_active;
+    std::vector<std::size_t> m_frameStarts;
+};
+
+}  // namespace
+
+PNT_3D NetworkVertex(const CTris& tris, int vertexIndex) noexcept {
+    const std::vector<PNT_3D>& vertices = tris.GetPnts();
+    if (vertexIndex < 0 || static_cast<std::size_t>(vertexIndex) >= vertices.size()) {
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        return PNT_3D(nan, nan, nan);
+    }
+    return vertices[static_cast<std::size_t>(vertexIndex)];
+}
+
+PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept {
+    return NetworkVertex(tris, tri.GetVerIndex(k));
+}
+
+// ---- COcTreeNode ---------------------------------------------------------------------------
+
+// Sub-nodes are placed in the block right after leaf entries; both sizes must keep the next
+// entry aligned for a node.
+static_assert(sizeof(COcTreeLeaf) % alignof(COcTreeNode) == 0, "leaf entries keep alignment");
+static_assert(sizeof(COcTreeNode) % alignof(COcTreeNode) == 0, "node entries keep alignment");
+static_assert(sizeof(void*) != 8 || sizeof(COcTreeNode) == 24, "a node is 24 bytes");
+static_assert(sizeof(COcTreeLeaf) == 8, "a leaf entry is 8 bytes");
+
+COcTreeNode::~COcTreeNode() {
+    DestroyChildren();
+}
+
+bool COcTreeNode::HasChild(int octant) const noexcept {
+    return IsOctant(octant) && (m_childMask & OctantBit(octant)) != 0;
+}
+
+bool COcTreeNode::HasLeafChild(int octant) const noexcept {
+    return HasChild(octant) && (m_leafMask & OctantBit(octant)) != 0;
+}
+
+bool COcTreeNode::HasNodeChild(int octant) const noexcept {
+    return HasChild(octant) && (m_leafMask & OctantBit(octant)) == 0;
+}
+
+std::size_t COcTreeNode::OffsetOf(int octant) const noexcept {
+    std::size_t offset = 0;
+    for (int before = 0; before < octant; ++before) {
+        if (HasLeafChild(before)) offset += sizeof(COcTreeLeaf);
+        if (HasNodeChild(before)) offset += sizeof(COcTreeNode);
+    }
+    return offset;
+}
+
+COcTreeNode* COcTreeNode::NodeAt(int octant) const noexcept {
+    return std::launder(reinterpret_cast<COcTreeNode*>(m_children.get() + OffsetOf(octant)));
+}
+
+COcTreeLeaf* COcTreeNode::LeafAt(int octant) const noexcept {
+    return std::launder(reinterpret_cast<COcTreeLeaf*>(m_children.get() + OffsetOf(octant)));
+}
+
+const COcTreeLeaf& COcTreeNode::GetLeaf(int octant) const {
+    if (!HasLeafChild(octant)) throw std::out_of_range("COcTreeNode: the octant holds no leaf");
+    return *LeafAt(octant);
+}
+
+COcTreeLeaf& COcTreeNode::GetLeaf(int octant) {
+    return const_cast<COcTreeLeaf&>(std::as_const(*this).GetLeaf(octant));
+}
+
+const COcTreeNode& COcTreeNode::GetNode(int octant) const {
+    if (!HasNodeChild(octant)) throw std::out_of_range("COcTreeNode: the octant holds no node");
+    return *NodeAt(octant);
+}
+
+COcTreeNode& COcTreeNode::GetNode(int octant) {
+    return const_cast<COcTreeNode&>(std::as_const(*this).GetNode(octant));
+}
+
+void COcTreeNode::SetChildren(std::uint8_t childMask, std::uint8_t leafMask) {
+    DestroyChildren();
+    std::size_t blockSize = 0;
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        if ((childMask & OctantBit(octant)) == 0) continue;
+        const bool leaf = (leafMask & OctantBit(octant)) != 0;
+        blockSize += leaf ? sizeof(COcTreeLeaf) : sizeof(COcTreeNode);
+    }
+    // Allocate before touching the masks, so that a failed allocation leaves a node with no
+    // children rather than masks that promise a missing block.
+    if (blockSize > 0) m_children = std::make_unique<std::byte[]>(blockSize);
+    m_childMask = childMask;
+    m_leafMask = leafMask;
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        std::byte* slot = m_children.get() + OffsetOf(octant);
+        if (HasLeafChild(octant)) new (slot) COcTreeLeaf();
+        if (HasNodeChild(octant)) new (slot) COcTreeNode();
+    }
+}
+
+void COcTreeNode::DestroyChildren() noexcept {
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        if (HasNodeChild(octant)) NodeAt(octant)->~COcTreeNode();
+    }
+    m_children.reset();
+    m_childMask = 0;
+    m_leafMask = 0;
+}
+
+// ---- COcTree -------------------------------------------------------------------------------
+
+/// A triangle of the run being sorted, with its vertices fetched once.
+struct COcTree::WorkEntry {
+    CTri* tri;
+    PNT_3D v[3];
+};
+
+COcTree::COcTree(CTris* owner) noexcept
+    : m_owner(owner),
+      m_geometry{UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE,
+                 UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE},
+      m_leafRecordSize(static_cast<std::int32_t>(sizeof(COcTreeLeaf))),
+      m_nodeRecordSize(static_cast<std::int32_t>(sizeof(COcTreeNode))) {}
+
+COcTree::~COcTree() = default;
+
+const COcTree& COcTree::Of(const CTris& tris) noexcept {
+    return *tris.m_octree;
+}
+
+void COcTree::Clear() noexcept {
+    m_root.reset();
+    m_bounds.clear();
+    m_geometry = {UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE,
+                  UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE};
+}
+
+void COcTree::Assign(const TOcTreeGeometry& geometry, std::unique_ptr<COcTreeNode> root) {
+    Clear();
+    if (!root) return;
+    m_geometry = geometry;
+    m_root = std::move(root);
+    ComputeBounds();
+}
+
+void COcTree::Build() {
+    Clear();
+    std::vector<CTri*>& tris = m_owner->m_tris;
+    if (tris.empty()) return;
+
+    std::vector<WorkEntry> work;
+    work.reserve(tris.size());
+    RECT_3D box;
+    box.initRegion();
+    for (CTri* tri : tris) {
+        WorkEntry entry{tri, {}};
+        for (int k = 0; k < 3; ++k) {
+            entry.v[k] = NetworkVertex(*m_owner, *tri, k);
+            box.updateRegion(entry.v[k]);
+        }
+        work.push_back(entry);
+    }
+    if (box.IsEmpty()) return;
+
+    const PNT_3D centre((box.min.x + box.max.x) / 2.0, (box.min.y + box.max.y) / 2.0,
+                        (box.min.z + box.max.z) / 2.0);
+    const PNT_3D extent(box.max.x - box.min.x, box.max.y - box.min.y, box.max.z - box.min.z);
+    const double side = std::max({extent.x, extent.y, extent.z});
+
+    auto root = std::make_unique<COcTreeNode>();
+    std::vector<WorkEntry> scratch(work.size());
+    std::vector<std::uint8_t> keys(work.size());
+    BuildNode(*root, 0, work.size(), centre, side, 0, work, scratch, keys);
+
+    // Only now, with nothing left that can fail, is the network's array rewritten. The order
+    // changes no triangle, so no change is reported.
+    for (std::size_t i = 0; i < work.size(); ++i) tris[i] = work[i].tri;
+    m_geometry = {centre.x, centre.y, centre.z, side, extent.x, extent.y, extent.z};
+    m_root = std::move(root);
+    ComputeBounds();
+}
+
+void COcTree::BuildNode(COcTreeNode& node, std::size_t begin, std::size_t count,
+                        const PNT_3D& centre, double side, int depth, std::vector<WorkEntry>& work,
+                        std::vector<WorkEntry>& scratch, std::vector<std::uint8_t>& keys) {
+    // One stable counting sort puts the straddling triangles first (key 0), then every octant
+    // run in octant order (key 1 + octant). Keeping the relative order makes a rebuild of an
+    // unchanged network leave its array as it is.
+    constexpr std::size_t kKeyCount = 1 + kOctantCount;
+    std::array<std::size_t, kKeyCount> runSizes{};
+    const std::size_t end = begin + count;
+    for (std::size_t i = begin; i < end; ++i) {
+        const WorkEntry& entry = work[i];
+        const int key = Straddles(entry.v, centre) ? 0 : 1 + OctantOf(entry.v[0], centre);
+        keys[i] = static_cast<std::uint8_t>(key);
+        ++runSizes[static_cast<std::size_t>(key)];
+    }
+    std::array<std::size_t, kKeyCount> runStarts{};
+    runStarts[0] = begin;
+    for (std::size_t key = 1; key < kKeyCount; ++key) {
+        runStarts[key] = runStarts[key - 1] + runSizes[key - 1];
+    }
+    std::array<std::size_t, kKeyCount> nextSlot = runStarts;
+    for (std::size_t i = begin; i < end; ++i) scratch[nextSlot[keys[i]]++] = work[i];
+    std::copy(scratch.begin() + static_cast<std::ptrdiff_t>(begin),
+              scratch.begin() + static_cast<std::ptrdiff_t>(end),
+              work.begin() + static_cast<std::ptrdiff_t>(begin));
+
+    node.SetRun(static_cast<std::int32_t>(runSizes[0]), static_cast<std::int32_t>(begin));
+
+    const double childSide = side / 2.0;
+    std::uint8_t childMask = 0;
+    std::uint8_t leafMask = 0;
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        const std::size_t n = runSizes[static_cast<std::size_t>(1 + octant)];
+        if (n == 0) continue;
+        childMask |= OctantBit(octant);
+        if (!SplitsFurther(n, depth, childSide)) leafMask |= OctantBit(octant);
+    }
+    node.SetChildren(childMask, leafMask);
+
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        const std::size_t key = static_cast<std::size_t>(1 + octant);
+        if (node.HasLeafChild(octant)) {
+            COcTreeLeaf& leaf = node.GetLeaf(octant);
+            leaf.count = static_cast<std::int32_t>(runSizes[key]);
+            leaf.first = static_cast<std::int32_t>(runStarts[key]);
+        } else if (node.HasNodeChild(octant)) {
+            BuildNode(node.GetNode(octant), runStarts[key], runSizes[key],
+                      ChildCentre(centre, side, octant), childSide, depth + 1, work, scratch, keys);
+        }
+    }
+}
+
+void COcTree::ComputeBounds() {
+    m_bounds.clear();
+    if (m_root) BoundNode(*m_root);
+}
+
+RECT_3D COcTree::BoundNode(COcTreeNode& node) {
+    const std::size_t index = m_bounds.size();
+    node.m_boundIndex = static_cast<std::int32_t>(index);
+    m_bounds.emplace_back();
+
+    RECT_3D box;
+    box.initRegion();
+    IncludeRun(box, node.m_first, node.m_count);
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        if (node.HasLeafChild(octant)) {
+            const COcTreeLeaf& leaf = *node.LeafAt(octant);
+            IncludeRun(box, leaf.first, leaf.count);
+        } else if (node.HasNodeChild(octant)) {
+            Merge(box, BoundNode(*node.NodeAt(octant)));
+        }
+    }
+    m_bounds[index] = box;
+    return box;
+}
+
+void COcTree::IncludeRun(RECT_3D& box, std::int32_t first, std::int32_t count) const {
+    const std::vector<CTri*>& tris = m_owner->m_tris;
+    const auto [begin, end] = ClampRun(first, count, static_cast<std::int64_t>(tris.size()));
+    for (std::int64_t i = begin; i < end; ++i) {
+        const CTri& tri = *tris[static_cast<std::size_t>(i)];
+        for (int k = 0; k < 3; ++k) {
+            const PNT_3D vertex = NetworkVertex(*m_owner, tri, k);
+            if (!IsFinitePoint(vertex)) {
+                box = WholeSpace();
+                return;
+            }
+            box.updateRegion(vertex);
+        }
+    }
+}
+
+template <class Filter>
+void COcTree::HandOverRun(std::int32_t first, std::int32_t count, Filter& filter,
+                          ITriOcTreeListener& listener) const {
+    const auto [begin, end] =
+        ClampRun(first, count, static_cast<std::int64_t>(m_owner->m_tris.size()));
+    for (std::int64_t i = begin; i < end; ++i) {
+        const int tri = static_cast<int>(i);
+        if (filter.Accepts(tri, listener)) listener.OnTri(tri);
+    }
+}
+
+template <class Filter>
+void COcTree::Walk(const COcTreeNode& node, int depth, Filter& filter,
+                   ITriOcTreeListener& listener) const {
+    const RECT_3D& box = m_bounds[static_cast<std::size_t>(node.m_boundIndex)];
+    if (box.IsEmpty() || !filter.Enter(box)) return;
+    listener.OnNodeEntered(depth);
+    HandOverRun(node.m_first, node.m_count, filter, listener);
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        if (node.HasLeafChild(octant)) {
+            const COcTreeLeaf& leaf = *node.LeafAt(octant);
+            HandOverRun(leaf.first, leaf.count, filter, listener);
+        } else if (node.HasNodeChild(octant)) {
+            Walk(*node.NodeAt(octant), depth + 1, filter, listener);
+        }
+    }
+    filter.Leave();
+}
+
+template <class Filter>
+void COcTree::Traverse(Filter& filter, ITriOcTreeListener& listener) const {
+    if (m_root) Walk(*m_root, 0, filter, listener);
+    listener.Flush();
+}
+
+void COcTree::TraversePlanPoint(const PNT_2D& p, double tol, ITriOcTreeListener& listener) const {
+    if (!(tol > 0.0)) {
+        listener.Flush();
+        return;
+    }
+    PlanPointFilter filter(p, tol);
+    Traverse(filter, listener);
+}
+
+void COcTree::TraversePlanes(const std::vector<PLANE_3D>& planes,
+                             ITriOcTreeListener& listener) const {
+    PlaneFilter filter(planes);
+    Traverse(filter, listener);
+}
+
+void COcTree::TraverseSlice(double z, ITriOcTreeListener& listener) const {
+    SliceFilter filter(z);
+    Traverse(filter, listener);
+}

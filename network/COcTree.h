@@ -1,0 +1,203 @@
+#pragma once
+
+/// @file
+/// The network's spatial index: an octree over the triangles, whose nodes and leaves refer to
+/// contiguous runs of the network's triangle array.
+
+#include "network/ITriOcTreeListener.h"
+
+#include <dtm/support/Geom.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+class CTri;
+class CTris;
+
+/// Vertex @p vertexIndex of @p tris, or a point whose coordinates are all NaN when the index
+/// is out of range. A triangle may legitimately refer to a vertex that does not exist (negative
+/// indices are accepted on creation, and removing a vertex does not renumber the triangles), so
+/// the index and the elevation query treat such a vertex as a point with no position instead of
+/// failing: it never straddles, never snaps and lies inside no triangle.
+kor::geom::PNT_3D NetworkVertex(const CTris& tris, int vertexIndex) noexcept;
+
+/// Vertex @p k (0..2) of triangle @p tri of @p tris, as NetworkVertex.
+kor::geom::PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept;
+
+/// A leaf entry of a node's child block: @p count triangles from position @p first of the
+/// network's triangle array.
+struct COcTreeLeaf {
+    std::int32_t count = 0;
+    std::int32_t first = 0;
+};
+
+/// One node of the octree: its own run of triangles (those that straddle its centre planes) and
+/// up to eight children, each either a leaf entry or a sub-node.
+///
+/// The present children live in one packed block, in octant order, each taking the size of a
+/// leaf entry or of a node; this keeps a node at three machine words and a whole level of
+/// children in one allocation. Octant k lies on the high-x side when bit 2 of k is set, on the
+/// high-y side with bit 1 and on the high-z side with bit 0.
+class COcTreeNode {
+public:
+    /// A node with an empty run and no children.
+    COcTreeNode() noexcept = default;
+    /// Destroys the sub-nodes and frees the child block.
+    ~COcTreeNode();
+    COcTreeNode(const COcTreeNode&) = delete;
+    COcTreeNode& operator=(const COcTreeNode&) = delete;
+
+    /// Number of triangles kept at the node itself.
+    std::int32_t GetCount() const noexcept { return m_count; }
+    /// Position of the first of them in the network's triangle array.
+    std::int32_t GetFirst() const noexcept { return m_first; }
+    /// Bit k set: octant k has a child.
+    std::uint8_t GetChildMask() const noexcept { return m_childMask; }
+    /// Bit k set: the child of octant k, when present, is a leaf entry; clear: a sub-node.
+    std::uint8_t GetLeafMask() const noexcept { return m_leafMask; }
+    /// True when octant @p octant (0..7) has a child; false for any other value.
+    bool HasChild(int octant) const noexcept;
+    /// True when octant @p octant has a child and it is a leaf entry.
+    bool HasLeafChild(int octant) const noexcept;
+    /// True when octant @p octant has a child and it is a sub-node.
+    bool HasNodeChild(int octant) const noexcept;
+
+    /// The leaf entry of @p octant; std::out_of_range when the octant holds no leaf.
+    const COcTreeLeaf& GetLeaf(int octant) const;
+    COcTreeLeaf& GetLeaf(int octant);
+    /// The sub-node of @p octant; std::out_of_range when the octant holds no sub-node.
+    const COcTreeNode& GetNode(int octant) const;
+    COcTreeNode& GetNode(int octant);
+
+    /// Sets the node's own run.
+    void SetRun(std::int32_t count, std::int32_t first) noexcept {
+        m_count = count;
+        m_first = first;
+    }
+    /// Replaces the children by a fresh block: for every set bit of @p childMask an empty leaf
+    /// entry (bit also set in @p leafMask) or an empty sub-node. @p leafMask is kept as given,
+    /// bits outside @p childMask included, so that a tree read from a file is written back
+    /// unchanged. Fill the entries afterwards through GetLeaf and GetNode.
+    void SetChildren(std::uint8_t childMask, std::uint8_t leafMask);
+
+private:
+    friend class COcTree;
+
+    std::size_t OffsetOf(int octant) const noexcept;
+    COcTreeNode* NodeAt(int octant) const noexcept;
+    COcTreeLeaf* LeafAt(int octant) const noexcept;
+    void DestroyChildren() noexcept;
+
+    std::unique_ptr<std::byte[]> m_children;
+    std::int32_t m_count = 0;
+    std::int32_t m_first = 0;
+    // Index of the node's bounding box in COcTree's side table; it fills what would otherwise
+    // be padding, so it costs no room.
+    std::int32_t m_boundIndex = -1;
+    std::uint8_t m_childMask = 0;
+    std::uint8_t m_leafMask = 0;
+};
+
+/// Placement and size of the root cube and of the triangles' bounding box, in the order in
+/// which the network's file section stores them.
+struct TOcTreeGeometry {
+    double centreX;
+    double centreY;
+    double centreZ;
+    double side;     ///< Side of the root cube: the largest of the three extents.
+    double extentX;  ///< Size of the triangles' bounding box along x.
+    double extentY;
+    double extentZ;
+};
+
+/// The octree over a network's triangles (owned by the network, created empty with it).
+///
+/// Every node and leaf refers to a contiguous run of the network's triangle array, so building
+/// the tree reorders that array; the order is a pre-order walk of the tree (a node's own
+/// triangles, then its children in octant order). Indices kept across a rebuild are stale.
+///
+/// Besides the persistent structure, the tree keeps for each node the box of the vertices of
+/// all triangles below it. The traversals prune with these boxes rather than with the cubes:
+/// a triangle whose vertex 0 lies exactly on a centre plane is filed on the high side but may
+/// reach across the plane, out of its cube, so a cube does not bound what lies below it.
+class COcTree {
+public:
+    /// An empty tree over @p owner's triangles (borrowed: the network owns the tree).
+    explicit COcTree(CTris* owner) noexcept;
+    ~COcTree();
+    COcTree(const COcTree&) = delete;
+    COcTree& operator=(const COcTree&) = delete;
+
+    /// The tree of @p tris (owned by it).
+    static const COcTree& Of(const CTris& tris) noexcept;
+
+    /// Discards the tree and builds it anew over the owner's triangles, rewriting the owner's
+    /// triangle array in the tree's order without notification. The tree stays empty when the
+    /// network has no triangles or their vertices have no extent box (all coordinates NaN).
+    /// The broken check is the caller's (CTris::CalcOcTree).
+    void Build();
+    /// Discards the tree; the geometry goes back to UNDEFINED_QUOTE.
+    void Clear() noexcept;
+    /// Replaces the tree by @p root (may be null: an empty tree) placed by @p geometry, as the
+    /// network's file section reads it. The runs are taken as they are; a run reaching past the
+    /// end of the triangle array is cut there by the traversals.
+    void Assign(const TOcTreeGeometry& geometry, std::unique_ptr<COcTreeNode> root);
+
+    /// True when the tree has a root.
+    bool HasRoot() const noexcept { return m_root != nullptr; }
+    /// The root (owned by the tree), or null while the tree is empty.
+    const COcTreeNode* GetRoot() const noexcept { return m_root.get(); }
+    /// Centre and side of the root cube and extents of the triangles' box; every value is
+    /// UNDEFINED_QUOTE while nothing was built or assigned.
+    const TOcTreeGeometry& GetGeometry() const noexcept { return m_geometry; }
+    /// Bytes of a leaf entry in a child block (8).
+    std::int32_t GetLeafRecordSize() const noexcept { return m_leafRecordSize; }
+    /// Bytes of a sub-node entry in a child block (24 with 64-bit pointers).
+    std::int32_t GetNodeRecordSize() const noexcept { return m_nodeRecordSize; }
+
+    /// Hands over to @p listener every triangle that has an edge passing at plan distance less
+    /// than @p tol from @p p, possibly with other triangles of the same neighbourhood (the
+    /// listener tests exactly). Nothing is handed over when @p tol is not positive, as no edge
+    /// can then pass closer than it. Triangles come in array order; Flush ends the traversal.
+    void TraversePlanPoint(const kor::geom::PNT_2D& p, double tol,
+                           ITriOcTreeListener& listener) const;
+    /// Hands over, in array order, exactly the triangles not culled by @p planes: a triangle is
+    /// culled when all three of its vertices (asked for with GetTriVertices) lie on the
+    /// positive side of any one plane. Without planes every triangle comes. Flush ends it.
+    void TraversePlanes(const std::vector<kor::geom::PLANE_3D>& planes,
+                        ITriOcTreeListener& listener) const;
+    /// Hands over, in array order, exactly the triangles crossed by the horizontal plane at
+    /// elevation @p z: (P1.z − z)·(P0.z − z) <= 0 or (P2.z − z)·(P0.z − z) <= 0, with the
+    /// vertices asked for with GetTriVertices. Flush ends it.
+    void TraverseSlice(double z, ITriOcTreeListener& listener) const;
+
+private:
+    struct WorkEntry;
+
+    void BuildNode(COcTreeNode& node, std::size_t begin, std::size_t count,
+                   const kor::geom::PNT_3D& centre, double side, int depth,
+                   std::vector<WorkEntry>& work, std::vector<WorkEntry>& scratch,
+                   std::vector<std::uint8_t>& keys);
+    void ComputeBounds();
+    kor::geom::RECT_3D BoundNode(COcTreeNode& node);
+    void IncludeRun(kor::geom::RECT_3D& box, std::int32_t first, std::int32_t count) const;
+    template <class Filter>
+    void Walk(const COcTreeNode& node, int depth, Filter& filter,
+              ITriOcTreeListener& listener) const;
+    template <class Filter>
+    void HandOverRun(std::int32_t first, std::int32_t count, Filter& filter,
+                     ITriOcTreeListener& listener) const;
+    template <class Filter>
+    void Traverse(Filter& filter, ITriOcTreeListener& listener) const;
+
+    CTris* m_owner;
+    std::unique_ptr<COcTreeNode> m_root;
+    TOcTreeGeometry m_geometry;
+    std::int32_t m_leafRecordSize;
+    std::int32_t m_nodeRecordSize;
+    // Box of each node's subtree, indexed by COcTreeNode::m_boundIndex; rebuilt whenever the
+    // structure is (Build, Assign).
+    std::vector<kor::geom::RECT_3D> m_bounds;
+};

@@ -1,0 +1,71 @@
+#include <dtm/network/CTri.h>
+
+#include <dtm/network/CTris.h>
+#include <dtm/project/CDtmChangeContext.h>
+#include <dtm/support/Geom.h>
+
+#include <stdexcept>
+
+namespace {
+
+// Colour index that means "draw with the layer's colour".
+constexpr int BY_LAYER_COLOUR = 256;
+
+const CTriMemento& AsTriMemento(const kor::IMemento* memento) {
+    const auto* triMemento = dynamic_cast<const CTriMemento*>(memento);
+    if (!triMemento) throw std::invalid_argument("CTri: the memento is not a triangle's");
+    return *triMemento;
+}
+
+}  // namespace
+
+CTri::CTri() : m_vertices{0, 0, 0}, m_colour(BY_LAYER_COLOUR) {}
+
+CTri::CTri(int colour, int i0, int i1, int i2) : m_vertices{i0, i1, i2}, m_colour(colour) {}
+
+CTri::~CTri() = default;
+
+CTriMemento::~CTriMemento() = default;
+
+kor::IMemento* CTri::CreateMemento(CTris* owner) const {
+    return new CTriMemento(owner, m_colour, m_vertices[0], m_vertices[1], m_vertices[2]);
+}
+
+bool CTri::HasChanged(const kor::IMemento* memento) const {
+    const CTriMemento& state = AsTriMemento(memento);
+    return m_colour != state.GetColor() || m_vertices[0] != state.GetVerIndex(0) ||
+           m_vertices[1] != state.GetVerIndex(1) || m_vertices[2] != state.GetVerIndex(2);
+}
+
+void CTri::OnSetMemento(kor::IMemento* memento) {
+    const CTriMemento& state = AsTriMemento(memento);
+    CDtmChangeContext* context = state.GetOwner() ? state.GetOwner()->GetContext() : nullptr;
+    if (m_colour != state.GetColor()) {
+        if (context) context->Notify_Tri_Modifying(this, eTriChangeColor);
+        m_colour = state.GetColor();
+    }
+    if (m_vertices[0] != state.GetVerIndex(0) || m_vertices[1] != state.GetVerIndex(1) ||
+        m_vertices[2] != state.GetVerIndex(2)) {
+        if (context) context->Notify_Tri_Modifying(this, eTriChangeVertices);
+        for (int k = 0; k < 3; ++k) m_vertices[k] = state.GetVerIndex(k);
+    }
+}
+
+void CTri::SetVerIndexes(CTris* owner, int i0, int i1, int i2) {
+    owner->GetContext()->Notify_Tri_Modifying(this, eTriChangeVertices);
+    m_vertices[0] = i0;
+    m_vertices[1] = i1;
+    m_vertices[2] = i2;
+}
+
+void CTri::SetColor(CTris* owner, int colour) {
+    owner->GetContext()->Notify_Tri_Modifying(this, eTriChangeColor);
+    m_colour = colour;
+}
+
+void CTri::ClockwiseOrder(CTris* owner) {
+    const kor::geom::PNT_3D& p0 = owner->GetTriVrtAt(m_vertices[0]);
+    const kor::geom::PNT_3D& p1 = owner->GetTriVrtAt(m_vertices[1]);
+    const kor::geom::PNT_3D& p2 = owner->GetTriVrtAt(m_vertices[2]);
+    if (SIDE(p0.x, p0.y, p1.x, p1.y, p2.x, p2.y) < 0) std::swap(m_vertices[1], m_vertices[2]);
+}

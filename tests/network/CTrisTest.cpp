@@ -1,0 +1,268 @@
+#include <dtm/network/CTri.h>
+#include <dtm/network/CTris.h>
+#include <dtm/project/CDtmChangeContext.h>
+#include <dtm/project/CDtmPrj.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+
+#include "Probes.h"
+
+namespace {
+
+using dtm_test::ProjectEventRecorder;
+using kor::geom::PNT_3D;
+
+class TriangleStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        prj = new CDtmPrj(nullptr, "P", true, false);
+        tris = prj->GetTris();
+        prj->GetContext()->Register(&recorder);
+    }
+    void TearDown() override {
+        prj->GetContext()->Unregister(&recorder);
+        prj->SubReference();
+    }
+    // Three vertices forming the counter-clockwise triangle (0,0), (4,0), (0,4).
+    void AddRightTriangleVertices() {
+        tris->AddTriVrt(PNT_3D(0, 0, 1));
+        tris->AddTriVrt(PNT_3D(4, 0, 2));
+        tris->AddTriVrt(PNT_3D(0, 4, 3));
+    }
+    CDtmPrj* prj = nullptr;
+    CTris* tris = nullptr;
+    ProjectEventRecorder recorder;
+};
+
+TEST_F(TriangleStoreTest, NewNetworkIsEmptyWithResetElevationRange) {
+    EXPECT_EQ(tris->GetNoTris(), 0);
+    EXPECT_EQ(tris->GetNoTriVrts(), 0);
+    EXPECT_EQ(tris->GetMinQuota(), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(tris->GetMaxQuota(), -std::numeric_limits<double>::infinity());
+    EXPECT_FALSE(tris->IsCld());
+    EXPECT_FALSE(tris->IsBroken());
+    EXPECT_EQ(tris->GetContext(), prj->GetContext());
+}
+
+TEST_F(TriangleStoreTest, AddingVerticesWidensTheRangeAndReportsEachOne) {
+    AddRightTriangleVertices();
+    EXPECT_EQ(tris->GetNoTriVrts(), 3);
+    EXPECT_EQ(tris->GetMinQuota(), 1.0);
+    EXPECT_EQ(tris->GetMaxQuota(), 3.0);
+    EXPECT_EQ(recorder.events.size(), 3u);
+    EXPECT_FALSE(tris->AddTriVrt(7));  // no cloud bound
+    EXPECT_EQ(tris->GetNoTriVrts(), 3);
+}
+
+TEST_F(TriangleStoreTest, UpdateMinMaxQuotaOnAnEmptyNetworkKeepsTheResetValues) {
+    tris->UpdateMinMaxQuota();
+    EXPECT_EQ(tris->GetMinQuota(), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(tris->GetMaxQuota(), -std::numeric_limits<double>::infinity());
+}
+
+TEST_F(TriangleStoreTest, MovingAVertexReportsFirstAndDoesNotTouchTheRange) {
+    AddRightTriangleVertices();
+    recorder.events.clear();
+    tris->SetTriVrtAt(1, PNT_3D(5, 5, 100));
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(recorder.events[0].triVrtsMoved);
+    EXPECT_EQ(tris->GetTriVrtAt(1).z, 100.0);
+    EXPECT_EQ(tris->GetMaxQuota(), 3.0);
+    tris->UpdateMinMaxQuota();
+    EXPECT_EQ(tris->GetMaxQuota(), 100.0);
+}
+
+TEST_F(TriangleStoreTest, RemovingAVertexLeavesTriangleIndicesUnchanged) {
+    AddRightTriangleVertices();
+    CTri* t = tris->AddNewTri(1, 0, 1, 2);
+    ASSERT_NE(t, nullptr);
+    tris->RemoveTriVrt(0);
+    EXPECT_EQ(tris->GetNoTriVrts(), 2);
+    EXPECT_EQ(t->GetVerIndex(0), 0);
+    EXPECT_EQ(t->GetVerIndex(1), 1);
+    // The triangle now refers past the end of the vertex array: the caller's to fix.
+    EXPECT_EQ(t->GetVerIndex(2), 2);
+    EXPECT_GE(t->GetVerIndex(2), tris->GetNoTriVrts());
+    EXPECT_EQ(tris->GetMinQuota(), 1.0);
+}
+
+TEST_F(TriangleStoreTest, AddNewTriRefusesAnIndexAtTheVertexCount) {
+    AddRightTriangleVertices();
+    recorder.events.clear();
+    EXPECT_EQ(tris->AddNewTri(1, 0, 1, 3), nullptr);
+    EXPECT_EQ(tris->AddNewTri(1, 3, 1, 2), nullptr);
+    EXPECT_EQ(tris->GetNoTris(), 0);
+    EXPECT_TRUE(recorder.events.empty());
+    // Negative indices are deliberately not rejected.
+    EXPECT_NE(tris->AddNewTri(1, -1, 1, 2), nullptr);
+}
+
+TEST_F(TriangleStoreTest, AddNewTriKeepsTheColourFirstOrderAndOneReference) {
+    AddRightTriangleVertices();
+    recorder.events.clear();
+    CTri* t = tris->AddNewTri(5, 0, 1, 2);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(t->GetColor(), 5);
+    EXPECT_EQ(t->GetVerIndex(0), 0);
+    EXPECT_EQ(t->GetVerIndex(2), 2);
+    EXPECT_EQ(t->GetReferenceCount(), 1);
+    EXPECT_EQ(tris->GetTriAt(0), t);
+    EXPECT_EQ(tris->FindTriIndex(t), 0);
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triAdded, std::vector<CTri*>{t});
+    EXPECT_THROW(tris->GetTriAt(1), std::out_of_range);
+}
+
+TEST_F(TriangleStoreTest, CentreWeightsTheThirdVertexTwice) {
+    AddRightTriangleVertices();
+    tris->AddNewTri(1, 0, 1, 2);
+    double x = -1, y = -1;
+    tris->CalcCentroTri(0, x, y);
+    EXPECT_EQ(x, 1.0);
+    EXPECT_EQ(y, 2.0);
+}
+
+TEST_F(TriangleStoreTest, ClockwiseTriangleGetsItsLastTwoVerticesSwapped) {
+    tris->AddTriVrt(PNT_3D(0, 0, 0));
+    tris->AddTriVrt(PNT_3D(0, 1, 0));
+    tris->AddTriVrt(PNT_3D(1, 0, 0));
+    CTri* clockwise = tris->AddNewTri(1, 0, 1, 2);
+    CTri* counter = tris->AddNewTri(1, 0, 2, 1);
+    recorder.events.clear();
+    tris->OrdSensOrarTri(0);
+    tris->OrdSensOrarTri(1);
+    tris->OrdSensOrarTri(2);   // out of range: nothing
+    tris->OrdSensOrarTri(-1);  // out of range: nothing
+    EXPECT_EQ(clockwise->GetVerIndex(1), 2);
+    EXPECT_EQ(clockwise->GetVerIndex(2), 1);
+    EXPECT_EQ(counter->GetVerIndex(1), 2);
+    EXPECT_EQ(counter->GetVerIndex(2), 1);
+    EXPECT_TRUE(recorder.events.empty());
+    for (int i = 0; i < 2; ++i) {
+        const TVrtTri v = tris->GetVrtTriAt(i);
+        EXPECT_GE(SIDE(v.p[0].x, v.p[0].y, v.p[1].x, v.p[1].y, v.p[2].x, v.p[2].y), 0.0);
+    }
+}
+
+TEST_F(TriangleStoreTest, VertexPointsRepeatTheFirstAsTheFourth) {
+    AddRightTriangleVertices();
+    tris->AddNewTri(1, 2, 0, 1);
+    const TVrtTri v = tris->GetVrtTriAt(0);
+    EXPECT_EQ(v.p[0].z, 3.0);
+    EXPECT_EQ(v.p[1].z, 1.0);
+    EXPECT_EQ(v.p[2].z, 2.0);
+    EXPECT_EQ(v.p[3].x, v.p[0].x);
+    EXPECT_EQ(v.p[3].y, v.p[0].y);
+    EXPECT_EQ(v.p[3].z, v.p[0].z);
+}
+
+TEST_F(TriangleStoreTest, RemovingAPointOnASharedEdgeRemovesTheFirstTriangle) {
+    AddRightTriangleVertices();
+    tris->AddTriVrt(PNT_3D(4, 4, 0));
+    CTri* first = tris->AddNewTri(1, 1, 3, 2);
+    CTri* second = tris->AddNewTri(1, 0, 1, 2);
+    first->AddReference();
+    EXPECT_TRUE(tris->RemoveTri(2.0, 2.0, 12345.0));  // on the shared edge (4,0)-(0,4)
+    EXPECT_EQ(tris->GetNoTris(), 1);
+    EXPECT_EQ(tris->GetTriAt(0), second);
+    EXPECT_FALSE(tris->RemoveTri(10.0, 10.0, 0.0));
+    first->SubReference();
+}
+
+TEST_F(TriangleStoreTest, RemovedTriangleLivesUntilTheEventCloses) {
+    AddRightTriangleVertices();
+    CTri* t = tris->AddNewTri(1, 0, 1, 2);
+    recorder.events.clear();
+    {
+        kor::CEventGuard event(prj->GetContext());
+        tris->RemoveTri(t);
+        EXPECT_EQ(tris->GetNoTris(), 0);
+        EXPECT_EQ(t->GetReferenceCount(), 1);  // the context's
+        tris->RemoveTri(t);                    // absent now: nothing
+    }
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triRemoved, std::vector<CTri*>{t});
+}
+
+TEST_F(TriangleStoreTest, RemoveAllIsOneEventListingEveryTriangle) {
+    AddRightTriangleVertices();
+    CTri* a = tris->AddNewTri(1, 0, 1, 2);
+    CTri* b = tris->AddNewTri(2, 2, 1, 0);
+    recorder.events.clear();
+    tris->RemoveAll();
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(recorder.events[0].triRemovedAll);
+    EXPECT_EQ(recorder.events[0].triRemoved, (std::vector<CTri*>{a, b}));
+    EXPECT_EQ(tris->GetNoTris(), 0);
+    EXPECT_EQ(tris->GetNoTriVrts(), 0);
+    EXPECT_EQ(tris->GetMinQuota(), std::numeric_limits<double>::infinity());
+}
+
+TEST_F(TriangleStoreTest, TriangleChangesReportTheirKind) {
+    AddRightTriangleVertices();
+    CTri* t = tris->AddNewTri(1, 0, 1, 2);
+    recorder.events.clear();
+    t->SetColor(tris, 3);
+    t->SetVerIndexes(tris, 2, 1, 0);
+    {
+        kor::CEventGuard event(prj->GetContext());
+        t->SetColor(tris, 4);
+        t->SetVerIndexes(tris, 0, 1, 2);
+    }
+    ASSERT_EQ(recorder.events.size(), 3u);
+    EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeColor);
+    EXPECT_EQ(recorder.events[1].triChangeType, eTriChangeVertices);
+    EXPECT_EQ(recorder.events[2].triChangeType, eTriChangeAll);
+    EXPECT_EQ(t->GetColor(), 4);
+    t->SetVerIndex(0, 1);  // plain access: no notification
+    EXPECT_EQ(recorder.events.size(), 3u);
+}
+
+TEST_F(TriangleStoreTest, MementoRestoresOnlyWhatChangedWithTheMatchingKinds) {
+    AddRightTriangleVertices();
+    CTri* t = tris->AddNewTri(1, 0, 1, 2);
+    kor::IMemento* before = t->CreateMemento(tris);
+    EXPECT_FALSE(t->HasChanged(before));
+    t->SetColor(tris, 9);
+    EXPECT_TRUE(t->HasChanged(before));
+    recorder.events.clear();
+    t->SetMemento(before);
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeColor);
+    EXPECT_EQ(t->GetColor(), 1);
+    EXPECT_FALSE(t->HasChanged(before));
+
+    t->SetVerIndexes(tris, 2, 0, 1);
+    t->SetColor(tris, 6);
+    recorder.events.clear();
+    {
+        kor::CEventGuard event(prj->GetContext());
+        t->SetMemento(before);
+    }
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeAll);
+    EXPECT_EQ(recorder.events[0].triModified.size(), 2u);
+    EXPECT_EQ(t->GetVerIndex(0), 0);
+    EXPECT_EQ(t->GetVerIndex(1), 1);
+    EXPECT_EQ(t->GetVerIndex(2), 2);
+
+    // An equal memento changes nothing and notifies nothing.
+    recorder.events.clear();
+    t->SetMemento(before);
+    EXPECT_TRUE(recorder.events.empty());
+    before->SubReference();
+}
+
+TEST_F(TriangleStoreTest, DefaultTriangleIsByLayer) {
+    auto t = kor::CRefPtr<CTri>::Adopt(new CTri());
+    EXPECT_EQ(t->GetColor(), 256);
+    EXPECT_EQ(t->GetVerIndex(0), 0);
+    EXPECT_EQ(t->GetVerIndex(1), 0);
+    EXPECT_EQ(t->GetVerIndex(2), 0);
+}
+
+}  // namespace
