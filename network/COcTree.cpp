@@ -122,19 +122,31 @@ class PlanPointFilter {
 public:
     PlanPointFilter(const PNT_2D& p, double tol) : m_p(p), m_tol(tol) {}
 
-    // The box test uses the larger axis gap, which never exceeds the plan distance from p to
-    // anything inside the box. Every comparison fails on NaN, and the subtree is then entered.
-    bool Enter(const RECT_3D& box) const {
+    bool Enter(const RECT_3D& box) const { return MayReach(box); }
+    void Leave() const {}
+    // The same test on the triangle's own box: a node keeps every triangle that straddles its
+    // centre planes, which at the root can be a whole contour's worth, and most of them lie far
+    // from p. The listener's exact edge test costs more than this.
+    bool Accepts(int tri, ITriOcTreeListener& listener) const {
+        PNT_3D a, b, c;
+        listener.GetTriVertices(tri, a, b, c);
+        const RECT_3D box(PNT_3D(std::min({a.x, b.x, c.x}), std::min({a.y, b.y, c.y}), 0.0),
+                          PNT_3D(std::max({a.x, b.x, c.x}), std::max({a.y, b.y, c.y}), 0.0));
+        return MayReach(box);
+    }
+
+private:
+    // False only when everything in the plan box lies farther than tol from p. The test uses
+    // the larger axis gap, which never exceeds the plan distance from p to anything inside the
+    // box. Every comparison fails on NaN, and the box is then kept.
+    bool MayReach(const RECT_3D& box) const {
         const double reach =
             m_tol + kPlanReachSlack * (m_tol + (box.max.x - box.min.x) + (box.max.y - box.min.y));
         const double gapX = std::max(box.min.x - m_p.x, m_p.x - box.max.x);
         const double gapY = std::max(box.min.y - m_p.y, m_p.y - box.max.y);
         return !(gapX > reach) && !(gapY > reach);
     }
-    void Leave() const {}
-    bool Accepts(int, ITriOcTreeListener&) const { return true; }
 
-private:
     PNT_2D m_p;
     double m_tol;
 };

@@ -159,8 +159,10 @@ public:
 
     /// Hands over to @p listener every triangle that has an edge passing at plan distance less
     /// than @p tol from @p p, possibly with other triangles of the same neighbourhood (the
-    /// listener tests exactly). Nothing is handed over when @p tol is not positive, as no edge
-    /// can then pass closer than it. Triangles come in array order; Flush ends the traversal.
+    /// listener tests exactly); the vertices asked for with GetTriVertices serve to skip
+    /// triangles whose plan box lies farther than @p tol. Nothing is handed over when @p tol is
+    /// not positive, as no edge can then pass closer than it. Triangles come in array order;
+    /// Flush ends the traversal.
     void TraversePlanPoint(const kor::geom::PNT_2D& p, double tol,
                            ITriOcTreeListener& listener) const;
     /// Hands over, in array order, exactly the triangles not culled by @p planes: a triangle is

@@ -142,7 +142,9 @@ int CTris::FindTriIndex(const CTri* t) const {
     return found == m_tris.end() ? -1 : static_cast<int>(found - m_tris.begin());
 }
 
-CTri* CTris::GetTriAt(int i) const { return m_tris.at(static_cast<std::size_t>(i)); }
+CTri* CTris::GetTriAt(int i) const {
+    return m_tris.at(static_cast<std::size_t>(i));
+}
 
 TVrtTri CTris::GetVrtTri(const CTri* t) const {
     TVrtTri points;
@@ -152,7 +154,9 @@ TVrtTri CTris::GetVrtTri(const CTri* t) const {
     return points;
 }
 
-TVrtTri CTris::GetVrtTriAt(int i) const { return GetVrtTri(GetTriAt(i)); }
+TVrtTri CTris::GetVrtTriAt(int i) const {
+    return GetVrtTri(GetTriAt(i));
+}
 
 void CTris::OrdSensOrarTri(int i) {
     if (i >= 0 && i < GetNoTris()) m_tris[static_cast<std::size_t>(i)]->ClockwiseOrder(this);

@@ -16,7 +16,8 @@
 class ITriOcTreeListener {
 public:
     /// The traversal hands over triangle @p tri (a position in the network's triangle array).
-    /// Each triangle is handed over at most once per traversal.
+    /// Each triangle is handed over at most once per traversal of a tree built by the network
+    /// (or read back as it was written), in increasing array order.
     virtual void OnTri(int tri) = 0;
     /// The traversal is over; a buffering listener delivers what it still holds. Called once
     /// at the end of every traversal, also when nothing was handed over.

@@ -26,14 +26,20 @@ std::vector<CDtmPrj*> Pointers(const std::vector<kor::CRefPtr<CDtmPrj>>& project
 CLibDtmCmdExecuted::CLibDtmCmdExecuted(CLibDtm* lib, CDtmPrj* rememberedActive,
                                        const std::vector<CDtmPrj*>& added,
                                        const std::vector<CDtmPrj*>& removed)
-    : m_lib(lib), m_rememberedActive(rememberedActive), m_added(Share(added)),
+    : m_lib(lib),
+      m_rememberedActive(rememberedActive),
+      m_added(Share(added)),
       m_removed(Share(removed)) {}
 
 CLibDtmCmdExecuted::~CLibDtmCmdExecuted() = default;
 
-void CLibDtmCmdExecuted::Undo() { Apply(m_removed, m_added); }
+void CLibDtmCmdExecuted::Undo() {
+    Apply(m_removed, m_added);
+}
 
-void CLibDtmCmdExecuted::Redo() { Apply(m_added, m_removed); }
+void CLibDtmCmdExecuted::Redo() {
+    Apply(m_added, m_removed);
+}
 
 std::size_t CLibDtmCmdExecuted::GetSize() const {
     return sizeof(*this) + (m_added.size() + m_removed.size()) * sizeof(kor::CRefPtr<CDtmPrj>);
@@ -51,7 +57,9 @@ void CLibDtmCmdExecuted::Apply(const Projects& toAdd, const Projects& toRemove) 
     m_rememberedActive = activeNow;
 }
 
-void CCreateLibDtmCmdExecutedEventListener::OnBeginEvent() { m_activeAtBegin = m_lib->GetActive(); }
+void CCreateLibDtmCmdExecutedEventListener::OnBeginEvent() {
+    m_activeAtBegin = m_lib->GetActive();
+}
 
 void CCreateLibDtmCmdExecutedEventListener::OnPrjAdded(CDtmPrj* prj) {
     m_added.push_back(kor::CRefPtr<CDtmPrj>::Share(prj));
@@ -67,7 +75,9 @@ void CCreateLibDtmCmdExecutedEventListener::OnEndEvent() {
     added.swap(m_added);
     removed.swap(m_removed);
     kor::CChangeTransactionManager* manager = m_lib->GetContext()->GetChangeTransactionManager();
-    const bool changed = m_lib->GetActive() != m_activeAtBegin || !added.empty() || !removed.empty();
+    const bool changed =
+        m_lib->GetActive() != m_activeAtBegin || !added.empty() || !removed.empty();
     if (!changed || manager == nullptr) return;
-    manager->Add(new CLibDtmCmdExecuted(m_lib, m_activeAtBegin, Pointers(added), Pointers(removed)));
+    manager->Add(
+        new CLibDtmCmdExecuted(m_lib, m_activeAtBegin, Pointers(added), Pointers(removed)));
 }

@@ -31,7 +31,9 @@ CRefObjIdRemapper::CRefObjIdRemapper() = default;
 
 CRefObjIdRemapper::~CRefObjIdRemapper() = default;
 
-void CRefObjIdRemapper::AddId(std::int32_t id, IRefCounter* object) { m_objects[id] = object; }
+void CRefObjIdRemapper::AddId(std::int32_t id, IRefCounter* object) {
+    m_objects[id] = object;
+}
 
 IRefCounter* CRefObjIdRemapper::FindId(IRefCounter* storedId) const {
     // Sections store a 32-bit identifier where the object's pointer was; it comes back here

@@ -9,11 +9,17 @@ void CLibGen::SetModifiedFlag(bool modified) {
     if (modified) m_autoSaved = false;
 }
 
-bool CLibGen::IsModified() const { return m_modified; }
+bool CLibGen::IsModified() const {
+    return m_modified;
+}
 
-void CLibGen::SetAutoSaved() { m_autoSaved = true; }
+void CLibGen::SetAutoSaved() {
+    m_autoSaved = true;
+}
 
-bool CLibGen::IsAutoSaved() const { return m_autoSaved; }
+bool CLibGen::IsAutoSaved() const {
+    return m_autoSaved;
+}
 
 void CLibGen::SalvaInFile(ofpstream&, short) {}
 

@@ -20,7 +20,8 @@ public:
     void OnEventClosed(kor::CSourceEvent& source) override {
         auto& context = static_cast<CLibDtmChangeContext&>(source);
         ++events;
-        for (CDtmPrj* prj : context.GetPrjAdded()) std::printf("  added   %s\n", prj->GetName().c_str());
+        for (CDtmPrj* prj : context.GetPrjAdded())
+            std::printf("  added   %s\n", prj->GetName().c_str());
         for (CDtmPrj* prj : context.GetPrjRemoved())
             std::printf("  removed %s\n", prj->GetName().c_str());
         if (context.IsActivePrjChanged()) std::printf("  active project changed\n");
@@ -56,7 +57,8 @@ int main() {
     // Options live in the host's INI file; here the caller chose it with DTM_INI.
     CIniFile ini;
     ini.WriteDouble("CURVE", "DmC2", 2.5);
-    if (ini.GetDouble("CURVE", "DmC2", 1.0) != 2.5) return Fail("the INI file did not keep a value");
+    if (ini.GetDouble("CURVE", "DmC2", 1.0) != 2.5)
+        return Fail("the INI file did not keep a value");
     std::printf("INI file: %s\n", ini.GetPath().c_str());
 
     // The document streams carry the format version and raw little-endian values.

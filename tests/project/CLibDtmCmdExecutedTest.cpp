@@ -79,9 +79,7 @@ TEST(LibraryUndo, EventThatChangedNothingFilesNoCommand) {
     CLibDtm lib(&tm);
     CDtmPrj* a = lib.AddPrj("A", true, false);
     const auto before = tm.GetUndoCount();
-    {
-        kor::CEventGuard event(lib.GetContext());
-    }
+    { kor::CEventGuard event(lib.GetContext()); }
     lib.SetActive(a, true);
     lib.SetActive(nullptr, true);  // back to where it was, in a second event
     EXPECT_EQ(tm.GetUndoCount(), before + 2);

@@ -42,7 +42,9 @@ public:
     /// The breaklines (owned by the project).
     CVncs* GetVncs() const noexcept { return m_vncs; }
     /// The internal boundaries when @p internal is true, else the external ones (owned).
-    CCnts* GetCnts(bool internal) const noexcept { return internal ? m_internalCnts : m_externalCnts; }
+    CCnts* GetCnts(bool internal) const noexcept {
+        return internal ? m_internalCnts : m_externalCnts;
+    }
 
     const kor::String& GetName() const noexcept { return m_name; }
     bool IsVisible() const noexcept { return m_visible; }

@@ -17,7 +17,8 @@ namespace io {
 namespace detail {
 
 constexpr bool HostIsLittleEndian() {
-#if defined(__BYTE_ORDER__) && defined(__ORDER_BIG_ENDIAN__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+#if defined(__BYTE_ORDER__) && defined(__ORDER_BIG_ENDIAN__) && \
+    __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
     return false;
 #else
     return true;
@@ -96,9 +97,8 @@ inline bool SkipBytes(std::istream& stream, std::uint64_t size) {
 /// Reads @p size bytes of text into @p text; on a short read @p text is left untouched.
 inline bool ReadText(std::istream& stream, std::uint64_t size, std::string& text) {
     std::string read;
-    if (!ReadChunks(stream, size, [&read](const char* bytes, std::size_t count) {
-            read.append(bytes, count);
-        }))
+    if (!ReadChunks(stream, size,
+                    [&read](const char* bytes, std::size_t count) { read.append(bytes, count); }))
         return false;
     text.swap(read);
     return true;

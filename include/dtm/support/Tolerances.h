@@ -18,7 +18,9 @@ constexpr double UNDEFINED_QUOTE = 1.7e200;
 constexpr double UNDEFINED_QUOTE_THRESHOLD = 8.5e199;
 
 /// True when @p z means "no elevation".
-constexpr bool IsUndefinedQuote(double z) { return z >= UNDEFINED_QUOTE_THRESHOLD; }
+constexpr bool IsUndefinedQuote(double z) {
+    return z >= UNDEFINED_QUOTE_THRESHOLD;
+}
 
 /// Relative and absolute parts of the tolerant equality of doubles: x and y are equal when they
 /// differ by at most |x| * 1e-12 + 1e-12. The absolute part keeps values near zero comparable.
