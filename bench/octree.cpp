@@ -9,6 +9,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "common/RatioReporter.h"
+
 #include <cmath>
 #include <cstdio>
 #include <map>
@@ -129,35 +131,9 @@ void FindTri(benchmark::State& state) {
 }
 BENCHMARK(FindTri)->Unit(benchmark::kMillisecond);
 
-// Prints, after the usual table, each benchmark's time as a multiple of the baseline's.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        benchmark::ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
-    }
-    void Finalize() override {
-        benchmark::ConsoleReporter::Finalize();
-        const auto baseline = m_times.find("LinearPass");
-        if (baseline == m_times.end() || baseline->second <= 0.0) return;
-        std::printf("\nTime relative to one linear pass over the %d triangles:\n",
-                    Network().Tris().GetNoTris());
-        for (const auto& [name, time] : m_times) {
-            std::printf("  %-12s %10.3f\n", name.c_str(), time / baseline->second);
-        }
-    }
-
-private:
-    std::map<std::string, double> m_times;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return dtm_bench::RunWithRatios(argc, argv, "LinearPass",
+                                    "one linear pass over the network's triangles");
 }

@@ -2,6 +2,7 @@
 
 #include <dtm/boundaries/CCnts.h>
 #include <dtm/breaklines/CVncs.h>
+#include <dtm/contours/CCvLvs.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CLibDtm.h>
@@ -16,6 +17,7 @@ CDtmPrj::CDtmPrj(CLibDtm* lib, const kor::String& name, bool visible, bool locke
         m_internalCnts = new CCnts(this, true);
         m_externalCnts = new CCnts(this, false);
         m_tris = new CTris(this);
+        m_cvlvs = new CCvLvs(this);
     } catch (...) {
         DestroyComponents();
         throw;
@@ -35,6 +37,8 @@ void CDtmPrj::DestroyComponents() noexcept {
     m_externalCnts = nullptr;
     delete m_tris;
     m_tris = nullptr;
+    delete m_cvlvs;
+    m_cvlvs = nullptr;
     if (m_context) m_context->SubReference();
     m_context = nullptr;
 }

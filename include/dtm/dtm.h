@@ -29,8 +29,12 @@
 #include <dtm/network/COpzTri.h>
 #include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
+#include <dtm/network/ITris.h>
 
 #include <dtm/contours/CCvLv.h>
+#include <dtm/contours/CCvLvs.h>
+#include <dtm/contours/COpzCvLv.h>
+#include <dtm/contours/Spline.h>
 
 #include <dtm/boundaries/CCnt.h>
 #include <dtm/boundaries/CCnts.h>
@@ -39,3 +43,5 @@
 #include <dtm/breaklines/CVncs.h>
 
 #include <dtm/colourclasses/CColorClassComputer.h>
+
+#include <dtm/profile/CCalcIntersect.h>

@@ -265,4 +265,40 @@ TEST_F(TriangleStoreTest, DefaultTriangleIsByLayer) {
     EXPECT_EQ(t->GetVerIndex(2), 0);
 }
 
+TEST_F(TriangleStoreTest, TriangleChangesAfterRemoveAllInTheSameEventAreNotRecorded) {
+    AddRightTriangleVertices();
+    tris->AddNewTri(1, 0, 1, 2);
+    recorder.events.clear();
+    {
+        kor::CEventGuard event(prj->GetContext());
+        tris->RemoveAll();
+        AddRightTriangleVertices();
+        CTri* rebuilt = tris->AddNewTri(2, 0, 1, 2);
+        ASSERT_NE(rebuilt, nullptr);
+        rebuilt->SetColor(tris, 3);
+        tris->RemoveTriAt(0);
+    }
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(recorder.events[0].triRemovedAll);
+    EXPECT_TRUE(recorder.events[0].triAdded.empty());
+    EXPECT_TRUE(recorder.events[0].triModified.empty());
+    // Only the triangle that the removal of everything took away is listed.
+    EXPECT_EQ(recorder.events[0].triRemoved.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeNone);
+}
+
+TEST_F(TriangleStoreTest, ATriangleModifiedTwiceInOneEventIsListedTwice) {
+    AddRightTriangleVertices();
+    CTri* t = tris->AddNewTri(1, 0, 1, 2);
+    recorder.events.clear();
+    {
+        kor::CEventGuard event(prj->GetContext());
+        t->SetColor(tris, 2);
+        t->SetColor(tris, 3);
+    }
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triModified, (std::vector<CTri*>{t, t}));
+    EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeColor);
+}
+
 }  // namespace

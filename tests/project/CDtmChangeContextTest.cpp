@@ -1,6 +1,8 @@
 #include <dtm/boundaries/CCnt.h>
 #include <dtm/breaklines/CVnc.h>
 #include <dtm/breaklines/CVncs.h>
+#include <dtm/contours/CCvLv.h>
+#include <dtm/contours/CCvLvs.h>
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CDtmPrj.h>
 #include <dtm/support/Events.h>
@@ -16,7 +18,6 @@
 namespace {
 
 using dtm_test::LoggingEventListener;
-using dtm_test::ProbeEntity;
 using dtm_test::ProbeRecord;
 using dtm_test::ProjectEventRecorder;
 using Log = std::vector<std::string>;
@@ -43,6 +44,31 @@ private:
     int& m_alive;
 };
 
+// A real contour line that also counts its lives, so that the test sees when it is destroyed.
+class CountedCvLv final : public CCvLv {
+public:
+    CountedCvLv(int& alive, CCvLvs* cvlvs) : CCvLv(cvlvs, 0.0, -1.0, 7), m_alive(alive) {
+        ++m_alive;
+    }
+
+private:
+    ~CountedCvLv() override { --m_alive; }
+    int& m_alive;
+};
+
+// A real contour-line interval that also counts its lives.
+class CountedInterv final : public CCvLvInterv {
+public:
+    explicit CountedInterv(int& alive)
+        : CCvLvInterv(0.0, 1.0, CCvLvInterv::FLAG_TEXT), m_alive(alive) {
+        ++m_alive;
+    }
+
+private:
+    ~CountedInterv() override { --m_alive; }
+    int& m_alive;
+};
+
 // A project on its own, with a transaction manager, a logging undo listener and a host recorder.
 class ChangeContextTest : public ::testing::Test {
 protected:
@@ -50,6 +76,7 @@ protected:
         prj = new CDtmPrj(nullptr, "Rilievo", true, false);
         context = prj->GetContext();
         vncs = std::make_unique<CVncs>(prj);
+        cvlvs = std::make_unique<CCvLvs>(prj);
         context->Attach(&tm);
         auto logging = std::make_unique<LoggingEventListener>();
         listener = logging.get();
@@ -58,6 +85,7 @@ protected:
     }
     void TearDown() override {
         context->Unregister(&recorder);
+        cvlvs.reset();
         vncs.reset();
         prj->SubReference();
     }
@@ -67,6 +95,7 @@ protected:
     CDtmPrj* prj = nullptr;
     CDtmChangeContext* context = nullptr;
     std::unique_ptr<CVncs> vncs;
+    std::unique_ptr<CCvLvs> cvlvs;
     LoggingEventListener* listener = nullptr;
     ProjectEventRecorder recorder;
     int alive = 0;
@@ -101,8 +130,8 @@ TEST_F(ChangeContextTest, DifferentChangeKindsInOneEventMergeToBoth) {
 }
 
 TEST_F(ChangeContextTest, SameChangeKindTwiceStaysThatKind) {
-    auto* line = new ProbeEntity<CCvLv>(alive);
-    auto* other = new ProbeEntity<CCvLv>(alive);
+    auto* line = new CountedCvLv(alive, cvlvs.get());
+    auto* other = new CountedCvLv(alive, cvlvs.get());
     context->BeginEvent();
     Notify().CvLvModifying(line, eCvLvChangeGeometry);
     Notify().CvLvModifying(other, eCvLvChangeGeometry);
@@ -137,7 +166,7 @@ TEST_F(ChangeContextTest, TriangleNotificationsAfterRemoveAllAreDroppedUnseen) {
 }
 
 TEST_F(ChangeContextTest, ContourLineAddedThenModifiedIsListedOnlyAsAdded) {
-    auto* line = new ProbeEntity<CCvLv>(alive);
+    auto* line = new CountedCvLv(alive, cvlvs.get());
     context->BeginEvent();
     Notify().CvLvAdded(line);
     EXPECT_EQ(line->GetChangeMark(), 1);
@@ -153,7 +182,7 @@ TEST_F(ChangeContextTest, ContourLineAddedThenModifiedIsListedOnlyAsAdded) {
 }
 
 TEST_F(ChangeContextTest, ContourLineModifiedTwiceIsRecordedOnceWithTheFirstKind) {
-    auto* line = new ProbeEntity<CCvLv>(alive);
+    auto* line = new CountedCvLv(alive, cvlvs.get());
     context->BeginEvent();
     Notify().CvLvModifying(line, eCvLvChangeColor);
     EXPECT_EQ(line->GetChangeMark(), 2);
@@ -172,7 +201,7 @@ TEST_F(ChangeContextTest, ContourLineModifiedTwiceIsRecordedOnceWithTheFirstKind
 }
 
 TEST_F(ChangeContextTest, RemovedContourLineKeepsItsMarkAndIgnoresModifying) {
-    auto* line = new ProbeEntity<CCvLv>(alive);
+    auto* line = new CountedCvLv(alive, cvlvs.get());
     context->BeginEvent();
     Notify().CvLvRemoved(line);
     Notify().CvLvModifying(line, eCvLvChangeColor);
@@ -188,8 +217,8 @@ TEST_F(ChangeContextTest, RemovedEntitiesStayAliveUntilTheOutermostEventCloses) 
     auto* breakline = new CountedVnc(alive, vncs.get());
     auto* boundary = new CountedCnt(alive);
     auto* triangle = new ProbeRecord<CTri>(alive);
-    auto* line = new ProbeEntity<CCvLv>(alive);
-    auto* interval = new ProbeRecord<CCvLvInterv>(alive);
+    auto* line = new CountedCvLv(alive, cvlvs.get());
+    auto* interval = new CountedInterv(alive);
     ASSERT_EQ(alive, 5);
     context->BeginEvent();
     context->BeginEvent();
@@ -260,8 +289,8 @@ TEST_F(ChangeContextTest, EveryListenerOperationIsCalledInNotificationOrder) {
     auto* v = new CountedVnc(alive, vncs.get());
     auto* c = new CountedCnt(alive);
     auto* t = new ProbeRecord<CTri>(alive);
-    auto* l = new ProbeEntity<CCvLv>(alive);
-    auto* m = new ProbeEntity<CCvLv>(alive);
+    auto* l = new CountedCvLv(alive, cvlvs.get());
+    auto* m = new CountedCvLv(alive, cvlvs.get());
     {
         kor::CEventGuard event(context);
         Notify().VncAdded(v);

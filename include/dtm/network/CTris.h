@@ -4,6 +4,7 @@
 /// The triangulated irregular network of a project.
 
 #include <dtm/network/COpzTri.h>
+#include <dtm/network/ITris.h>
 #include <dtm/support/Export.h>
 #include <dtm/support/Geom.h>
 
@@ -17,6 +18,13 @@ class CDtmPrj;
 class CTri;
 class CTrisEventListener;
 class COcTree;
+// File section
+class ifpstream;
+class ofpstream;
+namespace kor {
+class CPtr64Mapper;
+class CRefObjIdRemapper;
+}  // namespace kor
 
 /// The network of one project: an array of vertices and an array of triangles that index it.
 ///
@@ -24,13 +32,13 @@ class COcTree;
 /// touched triangles or vertices, the network recomputes its derived data (broken check, vertex
 /// colours, normals, octree, selection). A network may be computed on a point cloud; its
 /// vertices are then copies of cloud points and it remembers each vertex's cloud index.
-class DTM_API CTris {
+class DTM_API CTris : public ITris {
 public:
     /// An empty network of @p project (borrowed: the project owns the network), reporting to
     /// the project's change context; options at their INI defaults.
     explicit CTris(CDtmPrj* project);
     /// Removes everything without notification.
-    ~CTris();
+    virtual ~CTris();
     CTris(const CTris&) = delete;
     CTris& operator=(const CTris&) = delete;
 
@@ -59,7 +67,7 @@ public:
     int GetNoTriVrts() const noexcept { return static_cast<int>(m_vertices.size()); }
     const kor::geom::PNT_3D& GetTriVrtAt(int i) const { return m_vertices[i]; }
     /// The vertex array.
-    const std::vector<kor::geom::PNT_3D>& GetPnts() const noexcept { return m_vertices; }
+    const std::vector<kor::geom::PNT_3D>& GetPnts() const noexcept override { return m_vertices; }
     /// The cloud point index of each vertex of a cloud-bound network; empty otherwise.
     const std::vector<std::int32_t>& GetCldIndexes() const noexcept { return m_cloudIndexes; }
 
@@ -84,7 +92,7 @@ public:
     void DoRemoveAll();
     /// Position of @p t, or -1.
     int FindTriIndex(const CTri* t) const;
-    int GetNoTris() const noexcept { return static_cast<int>(m_tris.size()); }
+    int GetNoTris() const noexcept override { return static_cast<int>(m_tris.size()); }
     /// Triangle @p i (borrowed); an index out of range throws std::out_of_range.
     CTri* GetTriAt(int i) const;
     /// The three vertex points of @p t, the first repeated as the fourth.
@@ -107,7 +115,7 @@ public:
     void SetCld(CCld* cloud);
     CCld* GetCld() const noexcept { return m_cloud; }
     /// True when a cloud is bound.
-    bool IsCld() const noexcept { return m_cloud != nullptr; }
+    bool IsCld() const noexcept override { return m_cloud != nullptr; }
     /// True when the bound cloud is missing, unusable or too small: the network keeps its data
     /// but is neither drawn nor used.
     bool IsBroken() const noexcept { return m_broken; }
@@ -128,7 +136,7 @@ public:
     /// Elevation of triangle @p tri's plane at (x, y); undefined outside the triangle.
     double GetCoordZQ(int tri, double x, double y) const;
     /// The box of all vertices (or the cloud's); false with fewer than 2 vertices.
-    bool GetBdry(kor::geom::RECT_3D& box) const;
+    bool GetBdry(kor::geom::RECT_3D& box) const override;
 
     // Colours and normals ------------------------------------------------------------------
 
@@ -137,19 +145,112 @@ public:
     /// Recomputes the per-vertex normals of a cloud-bound network.
     void CalcNormals();
     /// Stores the host's background colour (packed 0x00BBGGRR), then recomputes the colours.
-    void CalcColors_Bkg(int background);
+    void CalcColors_Bkg(int background) override;
     /// The packed RGB (0x00BBGGRR) triangle @p t is drawn in.
     int CalcColorTri(const CTri* t) const;
     /// Per-vertex colours (owned by the network), or null.
-    const TTriColor* GetColors() const noexcept;
+    const TTriColor* GetColors() const noexcept override;
     /// Per-vertex normals (owned by the network), or null.
-    const TTriNormal* GetNormals() const noexcept;
+    const TTriNormal* GetNormals() const noexcept override;
     int GetBackgroundColor() const noexcept { return m_background; }
 
     // Selection ----------------------------------------------------------------------------
 
     /// Starts a fresh, empty selection sized for the current triangles.
     void InitSelTris();
+    /// Selects triangle @p i, or, with @p toggle true and the triangle selected, deselects it.
+    /// Nothing on a broken network; no notification. The index is not checked against the
+    /// triangle count: the bits grow to hold it, so that a selection made before the first
+    /// recomputation of the derived data is kept. A negative index throws std::out_of_range.
+    void SelTri(int i, bool toggle) override;
+    /// Deselects triangle @p i. Nothing on a broken network; no notification.
+    void UnSelTri(int i);
+    /// Deselects every triangle. Nothing on a broken network; no notification.
+    void UnSelTris() override;
+    /// True when triangle @p i is selected; false on a broken network and for an index the
+    /// bits do not reach.
+    bool IsSelTri(int i) const;
+    /// Deletes the selected triangles inside one change event (opened also when none is
+    /// selected), reporting each one removed; the others keep their relative order. The
+    /// selection itself is started afresh by the network's listener when the event closes.
+    /// Nothing on a broken network.
+    void DelSelTris() override;
+
+    // Drawing ------------------------------------------------------------------------------
+
+    /// Hands every triangle to @p listener (borrowed, not null) in array order: with
+    /// @p bufSize -1 one OnTriIndexes per triangle, otherwise buffers of @p bufSize records
+    /// through OnTris, the last one with the remaining count (an empty remainder is not
+    /// handed over). Nothing on a broken network. A null listener, or a @p bufSize below 1
+    /// other than -1, throws std::invalid_argument.
+    void GetTris(ITrisListener* listener, int bufSize) const override;
+    /// Hands to @p listener (borrowed, not null) the triangles that no plane of @p planes culls
+    /// (all three vertices strictly on its positive side), in the octree's order: one
+    /// OnTriIndexes each for a cloud-bound network with @p perTriangle true, otherwise buffers
+    /// of @p bufSize records. Nothing on a broken network or without triangles. A null
+    /// listener, or buffered delivery with a @p bufSize below 1, throws std::invalid_argument.
+    void GetTris_Clip(ITrisListener* listener, const std::vector<kor::geom::PLANE_3D>& planes,
+                      int bufSize, bool perTriangle) const override;
+    /// Hands to @p listener (borrowed, not null) one OnTris(1, record) for each triangle that
+    /// the horizontal plane at elevation @p z crosses, in the octree's order. Nothing without
+    /// triangles; the broken flag is deliberately not consulted. A null listener throws
+    /// std::invalid_argument.
+    virtual void GetTris_Quote(ITrisListener* listener, double z) const;
+    /// The text height when labels are shown (second display flag set and symbol 1);
+    /// otherwise -1.0.
+    double GetTriDim() const override;
+    /// Stores @p h as the text height and sends Notify_Tri_InnerDrawModified; nothing when
+    /// @p h is the current text height and the symbol is already 1.
+    void SetTextOptions(double h);
+    /// Stores every display option. A change of a colour, a flag or the colour type, or of the
+    /// classes while colouring by classes, sends Notify_Tri_LayersModified and re-derives the
+    /// triangles' colours; a change of the text height, @p scaleFactor or the symbol sends
+    /// Notify_Tri_InnerDrawModified (after the colours). Each notification is an event of its
+    /// own unless the caller brackets the call in one. Nothing when no option changes.
+    void SetVisOptions(bool firstFlag, bool secondFlag, COpzTri::enumTriColorType type,
+                       short fixedColour, short layerColour, const CColorClassComputer& classes,
+                       COpzTri::enumTriSymbol symbol, double textHeight, double scaleFactor);
+    /// Sets the first display flag as the full form does; nothing when it is unchanged.
+    void SetVisOptions(bool firstFlag);
+
+    // File section -------------------------------------------------------------------------
+
+    /// Writes the network's section of the host's document at the version @p s carries.
+    ///
+    /// Nothing at all for a network without vertices. From version 1502 a network holding its
+    /// cloud stores its cloud point indices under the cloud's identifier from @p mapper
+    /// (borrowed; may be null for a network without a cloud), and every section with vertices
+    /// ends with an octree block: the tree, or, when the tree is empty or no longer matches
+    /// the triangles, a block that stands for an empty tree. Older versions get neither the
+    /// identifier nor the block (a cloud-bound network is written as its vertex copies), so
+    /// that a section reads back at the version it was written with. Throws
+    /// std::invalid_argument, having written nothing, when the network holds a cloud and
+    /// @p mapper is null.
+    void SalvaInFile(ofpstream& s, kor::CPtr64Mapper* mapper) const;
+    /// Reads a section written at the version @p s carries and, when @p load is true, appends
+    /// its vertices and triangles inside one change event; with @p load false the network is
+    /// left as it was except for the elevation range (see below), and no cloud is bound.
+    ///
+    /// A cloud-bound section looks its cloud up in @p remapper: a missing cloud marks the
+    /// network broken without a message; a found one is bound (one reference) and checked with
+    /// CheckBroken against the indices the network will hold, which may warn once and mark it
+    /// broken. A broken network stores nothing of a cloud-bound section. Triangles that refer
+    /// outside the vertex array are dropped silently. The elevation range is taken from the
+    /// section from version 800 and recomputed from the vertices before. From version 1502 the
+    /// event listener is disarmed and the octree block is read, but only while the tree has no
+    /// root: when it has one, the block stays unread and @p s is left at its start, so a host
+    /// that reads on must read into a network without a tree. A tree that does not fit the
+    /// triangles now held is rebuilt with CalcOcTree.
+    ///
+    /// Failures leave @p s failed and never a structure that refers outside an array: when the
+    /// section ends or is inconsistent before its octree block (a negative count included) the
+    /// network is left exactly as it was; a short, too deep or inconsistent octree block costs
+    /// only the tree, which is rebuilt.
+    void LeggeDaFile(ifpstream& s, const kor::CRefObjIdRemapper& remapper, bool load);
+    /// The bytes the host reserves for the section of an empty network: always 24.
+    static int GetEmptySectionFileSize(ifpstream& s);
+    /// Reads and writes the section on the network's behalf.
+    friend class CTrisFileSection;
 
 private:
     friend class CTrisEventListener;

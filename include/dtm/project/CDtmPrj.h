@@ -8,6 +8,7 @@
 #include <dtm/support/String.h>
 
 class CCnts;
+class CCvLvs;
 class CDtmChangeContext;
 class CLibDtm;
 class CTris;
@@ -39,6 +40,8 @@ public:
     operator CDtmChangeContext*() const noexcept { return m_context; }
     /// The network (owned by the project).
     CTris* GetTris() const noexcept { return m_tris; }
+    /// The contour lines (owned by the project).
+    CCvLvs* GetCvLvs() const noexcept { return m_cvlvs; }
     /// The breaklines (owned by the project).
     CVncs* GetVncs() const noexcept { return m_vncs; }
     /// The internal boundaries when @p internal is true, else the external ones (owned).
@@ -85,6 +88,7 @@ private:
     CCnts* m_internalCnts = nullptr;
     CCnts* m_externalCnts = nullptr;
     CTris* m_tris = nullptr;
+    CCvLvs* m_cvlvs = nullptr;
     CDtmChangeContext* m_context = nullptr;
     CLibDtm* m_owner;
     bool m_visible;

@@ -1,0 +1,103 @@
+// Contour lines from files older than version 800: their node records and the label intervals
+// those records encode.
+
+#include <dtm/contours/CCvLv.h>
+
+#include <dtm/support/String.h>
+#include <dtm/support/Tolerances.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace {
+
+/// The kind of an old node record that carries a label on the segment starting at it.
+constexpr std::int16_t OLD_LABEL_NODE = 2;
+
+/// An old label position is in hundredths of its segment's length.
+constexpr double OLD_POSITION_STEPS = 100.0;
+
+/// Length of a label along its line, in text heights: one per character, less the third of a
+/// height that follows the last character, plus one height of clearance. The same measure as
+/// the contour options' label extent, which old files always applied.
+constexpr double LABEL_TRAILING_SPACING = 0.3333;
+constexpr double LABEL_CLEARANCE = 1.0;
+
+/// A damaged decimals value must not build a label of millions of digits; a double carries no
+/// more than this many significant ones.
+constexpr int MAX_LABEL_DECIMALS = std::numeric_limits<double>::max_digits10;
+
+/// The length of the vector (@p dx, @p dy), with the larger component factored out so that
+/// squaring cannot overflow or underflow.
+double Hypotenuse(double dx, double dy) {
+    double larger = std::fabs(dx);
+    double smaller = std::fabs(dy);
+    if (larger < smaller) std::swap(larger, smaller);
+    if (larger == 0.0) return 0.0;
+    const double ratio = smaller / larger;
+    return larger * std::sqrt(1.0 + ratio * ratio);
+}
+
+}  // namespace
+
+// The evaluation gets base as its segment length, exactly as old files were written and read;
+// the labels of old documents only come back where they were with that same arithmetic.
+void CCvLv::ConvertOldVrtPolTipo2(double sigmap, double elevation, double charHeight, int decimals,
+                                  double base, const TOldVrtPol& node1, const TOldVrtPol& node2,
+                                  int position, double& start, double& end, std::int32_t& flags) {
+    flags = position < 0 ? (CCvLvInterv::FLAG_TEXT | CCvLvInterv::FLAG_INVERTED)
+                         : CCvLvInterv::FLAG_TEXT;
+    const double step = node1.len / OLD_POSITION_STEPS;
+    double t = position * step;
+    start = t + base;
+
+    const kor::String text = StringDaDouble(elevation, std::min(decimals, MAX_LABEL_DECIMALS));
+    const double span =
+        (static_cast<double>(text.length()) - LABEL_TRAILING_SPACING + LABEL_CLEARANCE) *
+        charHeight;
+    const double last = node1.len - dtm::ToleranceOf(node1.len);
+    const auto pointAt = [&](double at, double& x, double& y) {
+        TrovaSngValSpline(base, at, sigmap, node1.x, node1.y, node1.xp, node1.yp, node2.x, node2.y,
+                          node2.xp, node2.yp, x, y);
+    };
+
+    double startX = 0.0;
+    double startY = 0.0;
+    pointAt(t, startX, startY);
+    double distance = 0.0;
+    // A step that is not a positive number would never end the walk.
+    while (step > 0.0 && distance <= span && t < last) {
+        t += step;
+        double x = 0.0;
+        double y = 0.0;
+        pointAt(t, x, y);
+        distance = Hypotenuse(x - startX, y - startY);
+    }
+    end = t > node1.len ? node1.len + base : t + base;
+}
+
+void CCvLv::DoLoadOldNodes(const std::vector<TOldVrtPol>& nodes, double charHeight, int decimals) {
+    std::vector<TVrtPol> converted;
+    converted.reserve(nodes.size());
+    for (const TOldVrtPol& node : nodes)
+        converted.push_back({node.x, node.y, node.xp, node.yp, node.len});
+
+    std::vector<TCvLvInterv> labels;
+    double offset = 0.0;
+    for (std::size_t index = 0; index + 1 < nodes.size(); ++index) {
+        const TOldVrtPol& node = nodes[index];
+        if (node.kind == OLD_LABEL_NODE) {
+            TCvLvInterv label{};
+            ConvertOldVrtPolTipo2(m_sigmap, m_quota, charHeight, decimals, offset, node,
+                                  nodes[index + 1], node.position, label.start, label.end,
+                                  label.flags);
+            labels.push_back(label);
+        }
+        offset += node.len;
+    }
+    std::vector<kor::CRefPtr<CCvLvInterv>> intervals = MakeIntervals(labels);
+    m_nodes.swap(converted);
+    m_intervals.swap(intervals);
+}

@@ -1,0 +1,131 @@
+// The search for the spine parameter of a contour line nearest to a point: a coarse pass of ten
+// samples per segment, then tenfold refinement around the best sample down to a millionth of the
+// segment. The host places labels and gaps with it, so the probing pattern is kept as it has
+// always been: a different pattern could settle on a different local minimum, and label
+// positions stored in documents would move.
+//
+// Below the first refinement level each level only looks forward from the best sample of the
+// level before. When the nearest point lies just before that sample, the finer levels find
+// nothing nearer and the answer keeps the precision of the level where that happened (at worst
+// a hundredth of the segment). That is the pattern's known precision, kept with it.
+
+#include "contours/SplineInternal.h"
+
+#include <dtm/support/Tolerances.h>
+
+#include <algorithm>
+#include <cstddef>
+
+namespace {
+
+// Finest refinement level: parts of h/10^5, sampled at h/10^6.
+constexpr int FINEST_LEVEL = 5;
+
+// Samples examined per probe: the ten starts of the tenths of the probed part, never its end.
+constexpr std::size_t SAMPLES_PER_PROBE = 10;
+
+// The best sample so far and the search's reusable sample buffer.
+class CNearestSearch {
+public:
+    CNearestSearch(const std::vector<TVrtPol>& nodes, double sigmap,
+                   const kor::geom::PNT_2D& point) noexcept
+        : m_nodes(nodes), m_sigmap(sigmap), m_point(point) {}
+
+    // Probes part `sub` of segment `seg` at `level` (10^level equal parts), the segment starting
+    // at spine `offset`. Returns the index of the best sample at the next level (j + 10·sub)
+    // when a sample came closer than the best so far, otherwise −1. Returns the clamped `sub`
+    // through `sub` so that a refinement without improvement descends from the part actually
+    // probed.
+    int Probe(int seg, int level, int& sub, double offset) {
+        const TVrtPol& from = m_nodes[static_cast<std::size_t>(seg)];
+        const TVrtPol& to = m_nodes[static_cast<std::size_t>(seg) + 1];
+        int parts = 1;
+        for (int l = 0; l < level; ++l) parts *= 10;
+        // Part −1 can be asked for around the very start of the line; it would lie before the
+        // line, so it is clamped to the first part just as part 10^level is clamped to the last.
+        sub = std::clamp(sub, 0, parts - 1);
+        const double h = from.len;
+        const double part = h / parts;
+        TrovaArValoriSpline(sub * part, (sub + 1) * part, part / 10, h, m_sigmap, from.x, from.y,
+                            from.xp, from.yp, to.x, to.y, to.xp, to.yp, m_samples);
+        const std::size_t examined =
+            m_samples.empty() ? 0 : std::min(SAMPLES_PER_PROBE, m_samples.size() - 1);
+        int found = -1;
+        for (std::size_t j = 0; j < examined; ++j) {
+            const double distance = m_samples[j].dist_square(m_point);
+            if (distance < m_best) {
+                m_best = distance;
+                m_segment = seg;
+                m_t = static_cast<double>(j) * part / 10 + sub * part;
+                m_spine = m_t + offset;
+                found = static_cast<int>(j) + 10 * sub;
+            }
+        }
+        return found;
+    }
+
+    // Probes part `sub` of segment `seg` at level 1, then descends through levels 2 … 5, each
+    // probing the part found at the level before, or, when that level improved nothing, the
+    // first tenth of the part it probed.
+    void ProbeAndRefine(int seg, int sub, double offset) {
+        int found = Probe(seg, 1, sub, offset);
+        for (int level = 2; level <= FINEST_LEVEL; ++level) {
+            sub = found >= 0 ? found : 10 * sub;
+            found = Probe(seg, level, sub, offset);
+        }
+    }
+
+    bool Found() const noexcept { return m_segment >= 0; }
+    int Segment() const noexcept { return m_segment; }
+    double T() const noexcept { return m_t; }
+    double Spine() const noexcept { return m_spine; }
+
+private:
+    const std::vector<TVrtPol>& m_nodes;
+    double m_sigmap;
+    kor::geom::PNT_2D m_point;
+    std::vector<kor::geom::PNT_2D> m_samples;
+    double m_best = UNDEFINED_QUOTE;
+    int m_segment = -1;
+    double m_t = 0.0;
+    double m_spine = 0.0;
+};
+
+}  // namespace
+
+bool FindSplineParam(const std::vector<TVrtPol>& nodes, double sigmap,
+                     const kor::geom::PNT_2D& point, int& segment, double& t, double& spine) {
+    segment = -1;
+    if (nodes.size() < 2) return false;
+    CNearestSearch search(nodes, sigmap, point);
+
+    // Coarse pass: ten samples on every segment.
+    int coarseFound = -1;
+    double offset = 0.0;
+    const int segments = static_cast<int>(nodes.size()) - 1;
+    for (int seg = 0; seg < segments; ++seg) {
+        int sub = 0;
+        const int found = search.Probe(seg, 0, sub, offset);
+        if (found >= 0) coarseFound = found;
+        offset += nodes[static_cast<std::size_t>(seg)].len;
+    }
+    if (!search.Found()) return false;
+
+    // Refine the tenth before the best sample (in the previous segment when the best is a
+    // segment's first sample) and the tenth after it.
+    const int best = search.Segment();
+    const double bestOffset = search.Spine() - search.T();
+    if (coarseFound < 1 && best >= 1) {
+        const int previous = best - 1;
+        search.ProbeAndRefine(previous, 9,
+                              bestOffset - nodes[static_cast<std::size_t>(previous)].len);
+    } else {
+        search.ProbeAndRefine(best, coarseFound - 1, bestOffset);
+    }
+    search.ProbeAndRefine(best, coarseFound, bestOffset);
+
+    segment = search.Segment();
+    t = search.T();
+    spine = search.Spine();
+    return true;
+}
