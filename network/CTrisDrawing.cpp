@@ -30,8 +30,9 @@ constexpr int BY_LAYER_COLOR_INDEX = 256;
 constexpr int WHITE_BACKGROUND = 0xFFFFFF;
 
 // The triangle's own colour in a record. "By layer" resolves to the options' fixed colour here,
-// whereas CalcColorTri resolves it to the layer colour: the records have always carried the
-// fixed colour, and hosts that read both fields rely on the difference.
+// whereas CalcColorTri resolves it to the layer colour. The difference is deliberate and kept:
+// the two colour fields of a record answer different questions, so for a by-layer triangle
+// they may differ.
 void FillOwnColour(const CTris& tris, const CTri& triangle, TTriDraw& record) {
     int index = triangle.GetColor();
     if (index == BY_LAYER_COLOR_INDEX) index = tris.GetOptions().GetFixedColor();
@@ -103,19 +104,20 @@ public:
 class CTriGrpOcTreeListener final : public CTrisDrawOcTreeListener {
 public:
     CTriGrpOcTreeListener(const CTris& tris, ITrisListener* listener, int bufSize)
-        : CTrisDrawOcTreeListener(tris, listener), m_bufSize(static_cast<std::size_t>(bufSize)) {
+        : CTrisDrawOcTreeListener(tris, listener) {
         if (bufSize < 1) throw std::invalid_argument("CTris drawing: buffer size below 1");
-        // No enumeration hands over more triangles than the network has, so a buffer larger
-        // than that would never be full; capping it keeps a generous bufSize from costing
-        // memory, and a buffer that fills up with the last triangle is handed over with the
-        // same count as at the end.
+        // No enumeration hands over more triangles than the network has, so a buffer of
+        // bufSize records larger than that would never be full. Capping it keeps a generous
+        // bufSize from costing memory without changing what the host sees: a capped buffer
+        // fills up exactly with the last triangle and is handed over with the same count as
+        // the remainder at the end would have been.
         m_buffer.resize(static_cast<std::size_t>(std::max(1, std::min(bufSize, tris.GetNoTris()))));
     }
 
     void OnTri(int tri) override {
         FillRecord(m_tris, tri, m_buffer[m_filled]);
         ++m_filled;
-        if (m_filled == m_bufSize || m_filled == m_buffer.size()) Deliver();
+        if (m_filled == m_buffer.size()) Deliver();
     }
 
     void Flush() override {
@@ -129,7 +131,6 @@ private:
         m_listener->OnTris(count, m_buffer.data());
     }
 
-    std::size_t m_bufSize;
     std::vector<TTriDraw> m_buffer;
     std::size_t m_filled = 0;
 };

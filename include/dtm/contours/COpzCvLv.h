@@ -9,6 +9,7 @@
 #include <dtm/support/String.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 class ifpstream;
@@ -34,10 +35,14 @@ enum enumTextOrientation : std::int32_t { TEXT_ORIENTATION_0 = 0, TEXT_ORIENTATI
 /// The options live in the host's INI file, section "CURVE", in two groups read and written by
 /// separate operations: the text group (GetDaIni / SetInIni) and the display group
 /// (GetVisDaIni / SetVisInIni). In the document they travel in the two groups of the project's
-/// option section: the first group (SalvaInFile / LeggeDaFile) holds no bytes, because the
-/// intervals, tension and contour flag live only in the INI file; the second group
-/// (SalvaVisInFile / LeggeVisDaFile) holds the category flags and colours and, from version
-/// 800, the colour-by-layer switch, the colour classes and the label text settings.
+/// option section, at two different places with other options between them, so that each group
+/// is read on its own:
+/// - the first group (SalvaInFile / LeggeDaFile) holds the four category flags and colours and
+///   is present at every version;
+/// - the second group (SalvaVisInFile / LeggeVisDaFile) holds the colour-by-layer switch, the
+///   colour classes and the label text settings; documents older than version 800 did not
+///   store these, so there the group holds no bytes at all.
+/// The intervals, tension and contour flag live only in the INI file.
 ///
 /// The setters only store, as given: they send no notification and check no range. Changes
 /// that listeners must see go through the contour collection (CCvLvs::SetTextOptions and
@@ -80,27 +85,33 @@ public:
     /// values.
     void SetVisInIni() const;
 
-    /// Writes the first group of the option section: nothing, at every version. The project
-    /// calls it in its place all the same, so that the section keeps its order of groups.
+    /// Writes the first group of the option section, at every version: four pairs of category
+    /// flag (int32, 1 or 0) and category colour (uint16), category 1 first.
     void SalvaInFile(ofpstream& stream) const;
-    /// Reads the first group of the option section: consumes nothing and changes nothing,
-    /// whatever @p apply says.
+    /// Reads the first group. A flag is true when its int32 is greater than zero. With
+    /// @p apply false every byte is consumed and nothing is stored. A stream that ends inside
+    /// the group is left failed and the options unchanged.
     void LeggeDaFile(ifpstream& stream, bool apply);
-    /// Writes the second group: four pairs of category flag (int32, 1 or 0) and colour
-    /// (uint16); from version 800 also colour by layer (int32), the colour classes, text height,
-    /// gap (doubles), decimals (int32), prefix and suffix (each an int32 length and that many
-    /// bytes, no terminator), vertical alignment and orientation (int32). Throws
-    /// std::length_error, writing nothing, when the prefix or suffix is too long for its int32
-    /// length.
+    /// Writes the second group of the option section: from version 800 colour by layer
+    /// (int32), the colour classes, text height, gap (doubles), decimals (int32), prefix and
+    /// suffix (each an int32 length and that many bytes, no terminator), vertical alignment and
+    /// orientation (int32); nothing for an older version. Throws std::length_error, writing
+    /// nothing, when the prefix or suffix is too long for its int32 length.
     void SalvaVisInFile(ofpstream& stream) const;
-    /// Reads the second group. Flags are true when their int32 is greater than zero; a string
+    /// Reads the second group. A flag is true when its int32 is greater than zero; a string
     /// length below 1 gives an empty string, otherwise that many bytes are read and a last
     /// zero byte among them is dropped; an alignment or orientation outside its range gets
-    /// its default, as in GetDaIni. A stream older than version 800 leaves the options that
-    /// it does not hold as they are. With @p apply false every byte is consumed and nothing
-    /// is stored. A stream that ends inside the group is left failed and the options
+    /// its default, as in GetDaIni. A stream older than version 800 holds no second group:
+    /// nothing is read and nothing changes. With @p apply false every byte is consumed and
+    /// nothing is stored. A stream that ends inside the group is left failed and the options
     /// unchanged; a damaged string length costs no more memory than the stream holds.
     void LeggeVisDaFile(ifpstream& stream, bool apply);
+
+    /// Length along its line of a centred label of @p characters characters at @p textHeight:
+    /// (characters - 0.3333 + 1) times the height, evaluated in that order so that every
+    /// caller gets the same bits. The one home of the measure, shared by GetQuotaExtent and by
+    /// the conversion of old documents' labels.
+    static double LabelExtent(std::size_t characters, double textHeight);
 
     /// The label text of @p elevation: prefix, the elevation with GetDecimals() decimals
     /// (StringDaDouble; negative decimals count as 0, and more than 17, the most a double
@@ -202,6 +213,7 @@ public:
     void SetColorClasses(const CColorClassComputer& classes) { m_colorClasses = classes; }
 
 private:
+    bool ReadCategoryGroup(ifpstream& stream);
     bool ReadVisGroup(ifpstream& stream);
 
     double m_interval1;
