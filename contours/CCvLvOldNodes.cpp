@@ -2,6 +2,7 @@
 // those records encode.
 
 #include <dtm/contours/CCvLv.h>
+#include <dtm/contours/COpzCvLv.h>
 
 #include <dtm/support/String.h>
 #include <dtm/support/Tolerances.h>
@@ -18,12 +19,6 @@ constexpr std::int16_t OLD_LABEL_NODE = 2;
 
 /// An old label position is in hundredths of its segment's length.
 constexpr double OLD_POSITION_STEPS = 100.0;
-
-/// Length of a label along its line, in text heights: one per character, less the third of a
-/// height that follows the last character, plus one height of clearance. The same measure as
-/// the contour options' label extent, which old files always applied.
-constexpr double LABEL_TRAILING_SPACING = 0.3333;
-constexpr double LABEL_CLEARANCE = 1.0;
 
 /// A damaged decimals value must not build a label of millions of digits; a double carries no
 /// more than this many significant ones.
@@ -54,9 +49,8 @@ void CCvLv::ConvertOldVrtPolTipo2(double sigmap, double elevation, double charHe
     start = t + base;
 
     const kor::String text = StringDaDouble(elevation, std::min(decimals, MAX_LABEL_DECIMALS));
-    const double span =
-        (static_cast<double>(text.length()) - LABEL_TRAILING_SPACING + LABEL_CLEARANCE) *
-        charHeight;
+    // Old files always measured their labels as centred ones, whatever the alignment.
+    const double span = COpzCvLv::LabelExtent(text.length(), charHeight);
     const double last = node1.len - dtm::ToleranceOf(node1.len);
     const auto pointAt = [&](double at, double& x, double& y) {
         TrovaSngValSpline(base, at, sigmap, node1.x, node1.y, node1.xp, node1.yp, node2.x, node2.y,

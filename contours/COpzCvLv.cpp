@@ -20,8 +20,8 @@ const char* const kCategoryOnKeys[COpzCvLv::kCategoryCount] = {"ClAt5", "ClAt6",
 const char* const kCategoryColorKeys[COpzCvLv::kCategoryCount] = {"ClCo5", "ClCo6", "ClCo7",
                                                                   "ClCo8"};
 
-/// From this stream version the second group also holds colour by layer, the colour classes and
-/// the label text settings; older documents kept only the categories.
+/// From this stream version the document holds the second group (colour by layer, the colour
+/// classes and the label text settings); older documents kept only the categories.
 constexpr short kVersionTextInOptions = 800;
 
 constexpr double kDefaultInterval1 = 1.0;
@@ -127,12 +127,6 @@ std::size_t CountCharacters(const char* text, std::size_t size) {
     }));
 }
 
-/// Length along the line of a centred label of @p characters characters.
-double LabelExtent(std::size_t characters, double textHeight) {
-    // Evaluated in the order of the formula, so that results match it to the last bit.
-    return (static_cast<double>(characters) - kLabelTrailingSpacing + kLabelClearance) * textHeight;
-}
-
 }  // namespace
 
 COpzCvLv::COpzCvLv()
@@ -209,24 +203,33 @@ void COpzCvLv::SetVisInIni() const {
     m_colorClasses.SetInIni(kColorClassPrefix);
 }
 
-void COpzCvLv::SalvaInFile(ofpstream& /*stream*/) const {
-    // The first group's values (intervals, tension, contour flag) live only in the INI file.
-}
-
-void COpzCvLv::LeggeDaFile(ifpstream& /*stream*/, bool /*apply*/) {
-    // Nothing to read: see SalvaInFile.
-}
-
-void COpzCvLv::SalvaVisInFile(ofpstream& stream) const {
-    // Both lengths are checked before the first byte, so that a refusal leaves no half group.
-    StoredLength(m_prefix);
-    StoredLength(m_suffix);
-
+void COpzCvLv::SalvaInFile(ofpstream& stream) const {
     for (unsigned i = 0; i < kCategoryCount; ++i) {
         dtm::io::WriteBool32(stream, m_categoryOn[i]);
         dtm::io::WriteRaw<std::uint16_t>(stream, m_categoryColor[i]);
     }
+}
+
+void COpzCvLv::LeggeDaFile(ifpstream& stream, bool apply) {
+    // Read into a scratch copy: a stream that ends inside the group leaves this object as it
+    // was, and apply false consumes exactly the bytes that apply true would.
+    COpzCvLv read(*this);
+    if (read.ReadCategoryGroup(stream) && apply) *this = read;
+}
+
+bool COpzCvLv::ReadCategoryGroup(ifpstream& stream) {
+    for (unsigned i = 0; i < kCategoryCount; ++i) {
+        if (!ReadFlag(stream, m_categoryOn[i]) || !dtm::io::ReadRaw(stream, m_categoryColor[i]))
+            return false;
+    }
+    return true;
+}
+
+void COpzCvLv::SalvaVisInFile(ofpstream& stream) const {
     if (stream.GetVersion() < kVersionTextInOptions) return;
+    // Both lengths are checked before the first byte, so that a refusal leaves no half group.
+    StoredLength(m_prefix);
+    StoredLength(m_suffix);
 
     dtm::io::WriteBool32(stream, m_colorByLayer);
     m_colorClasses.SalvaInFile(stream);
@@ -240,19 +243,12 @@ void COpzCvLv::SalvaVisInFile(ofpstream& stream) const {
 }
 
 void COpzCvLv::LeggeVisDaFile(ifpstream& stream, bool apply) {
-    // Read into a scratch copy: a stream that ends inside the group leaves this object as it
-    // was, and apply false consumes exactly the bytes that apply true would.
-    COpzCvLv read(*this);
+    if (stream.GetVersion() < kVersionTextInOptions) return;
+    COpzCvLv read(*this);  // scratch copy, as in LeggeDaFile
     if (read.ReadVisGroup(stream) && apply) *this = read;
 }
 
 bool COpzCvLv::ReadVisGroup(ifpstream& stream) {
-    for (unsigned i = 0; i < kCategoryCount; ++i) {
-        if (!ReadFlag(stream, m_categoryOn[i]) || !dtm::io::ReadRaw(stream, m_categoryColor[i]))
-            return false;
-    }
-    if (stream.GetVersion() < kVersionTextInOptions) return true;
-
     if (!ReadFlag(stream, m_colorByLayer)) return false;
     // Into the scratch copy; a failure there leaves the stream failed, so the next read fails.
     m_colorClasses.LeggeDaFile(stream, true);
@@ -265,6 +261,11 @@ bool COpzCvLv::ReadVisGroup(ifpstream& stream) {
 kor::String COpzCvLv::GetFullQuotaText(double elevation) const {
     const int decimals = static_cast<int>(std::min<std::int32_t>(m_decimals, kMaxLabelDecimals));
     return m_prefix + StringDaDouble(elevation, decimals) + m_suffix;
+}
+
+double COpzCvLv::LabelExtent(std::size_t characters, double textHeight) {
+    // Evaluated in the order of the formula, so that results match it to the last bit.
+    return (static_cast<double>(characters) - kLabelTrailingSpacing + kLabelClearance) * textHeight;
 }
 
 double COpzCvLv::GetQuotaExtent(const char* text) const {

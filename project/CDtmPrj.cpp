@@ -5,6 +5,7 @@
 #include <dtm/contours/CCvLvs.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
+#include <dtm/project/CDtmPrjOpz.h>
 #include <dtm/project/CLibDtm.h>
 
 CDtmPrj::CDtmPrj(CLibDtm* lib, const kor::String& name, bool visible, bool locked)
@@ -18,6 +19,7 @@ CDtmPrj::CDtmPrj(CLibDtm* lib, const kor::String& name, bool visible, bool locke
         m_externalCnts = new CCnts(this, false);
         m_tris = new CTris(this);
         m_cvlvs = new CCvLvs(this);
+        m_opz = new CDtmPrjOpz();  // reads the last saved settings from the INI file
     } catch (...) {
         DestroyComponents();
         throw;
@@ -39,6 +41,8 @@ void CDtmPrj::DestroyComponents() noexcept {
     m_tris = nullptr;
     delete m_cvlvs;
     m_cvlvs = nullptr;
+    delete m_opz;
+    m_opz = nullptr;
     if (m_context) m_context->SubReference();
     m_context = nullptr;
 }

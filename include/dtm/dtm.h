@@ -20,10 +20,12 @@
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CDtmEnt.h>
 #include <dtm/project/CDtmPrj.h>
+#include <dtm/project/CDtmPrjOpz.h>
 #include <dtm/project/CLibDtm.h>
 #include <dtm/project/CLibDtmChangeContext.h>
 #include <dtm/project/IDtmPrjManager.h>
 #include <dtm/project/IEventListener.h>
+#include <dtm/project/TDtmOpz.h>
 
 #include <dtm/network/CCld.h>
 #include <dtm/network/COpzTri.h>

@@ -139,6 +139,10 @@ std::string Write(const COpzCvLv& options, Writer writer, short version) {
     return buffer.str();
 }
 
+std::string WriteCategories(const COpzCvLv& options, short version) {
+    return Write(options, &COpzCvLv::SalvaInFile, version);
+}
+
 std::string WriteVis(const COpzCvLv& options, short version) {
     return Write(options, &COpzCvLv::SalvaVisInFile, version);
 }
@@ -156,6 +160,10 @@ ReadOutcome Read(COpzCvLv& options, Reader reader, const std::string& bytes, sho
     return {static_cast<bool>(in), buffer.pubseekoff(0, std::ios::cur, std::ios::in)};
 }
 
+ReadOutcome ReadCategories(COpzCvLv& options, const std::string& bytes, short version, bool apply) {
+    return Read(options, &COpzCvLv::LeggeDaFile, bytes, version, apply);
+}
+
 ReadOutcome ReadVis(COpzCvLv& options, const std::string& bytes, short version, bool apply) {
     return Read(options, &COpzCvLv::LeggeVisDaFile, bytes, version, apply);
 }
@@ -170,25 +178,12 @@ ByteBuilder ClassesSection(const CColorClassComputer& classes) {
     return bytes;
 }
 
-/// The four category pairs of a second group: flags 1, 0, 1, 0 and colours 101 to 104.
-ByteBuilder CategoryBytes() {
-    return ByteBuilder()
-        .Int32(1)
-        .UInt16(101)
-        .Int32(0)
-        .UInt16(102)
-        .Int32(1)
-        .UInt16(103)
-        .Int32(0)
-        .UInt16(104);
-}
-
-/// A current second group after CategoryBytes(): by layer off, an empty classes table, text
-/// height 3, gap 4, decimals 1, then @p strings (prefix and suffix as stored, lengths
-/// included), alignment @p vAlign and orientation @p orientation.
+/// A current second group: by layer off, an empty classes table, text height 3, gap 4,
+/// decimals 1, then @p strings (prefix and suffix as stored, lengths included), alignment
+/// @p vAlign and orientation @p orientation.
 std::string CurrentVisGroup(const ByteBuilder& strings, std::int32_t vAlign,
                             std::int32_t orientation) {
-    return CategoryBytes()
+    return ByteBuilder()
         .Int32(0)
         .Append(ClassesSection(CColorClassComputer()))
         .Double(3.0)
@@ -200,13 +195,21 @@ std::string CurrentVisGroup(const ByteBuilder& strings, std::int32_t vAlign,
         .Str();
 }
 
-/// What a read of @p written's second group into @p target gives at @p version.
-COpzCvLv ExpectedAfterVisRead(const COpzCvLv& written, const COpzCvLv& target, short version) {
+/// What a read of @p written's first group into @p target gives: the categories, at every
+/// version.
+COpzCvLv ExpectedAfterCategoryRead(const COpzCvLv& written, const COpzCvLv& target) {
     COpzCvLv expected = target;
     for (unsigned i = 0; i < COpzCvLv::kCategoryCount; ++i) {
         expected.SetCategoryOn(i, written.IsCategoryOn(i));
         expected.SetCategoryColor(i, written.GetCategoryColor(i));
     }
+    return expected;
+}
+
+/// What a read of @p written's second group into @p target gives at @p version: nothing before
+/// 800, the display switch, classes and text settings from then on.
+COpzCvLv ExpectedAfterVisRead(const COpzCvLv& written, const COpzCvLv& target, short version) {
+    COpzCvLv expected = target;
     if (version < 800) return expected;
     expected.SetColorByLayer(written.IsColorByLayer());
     expected.SetColorClasses(written.GetColorClasses());
@@ -526,6 +529,20 @@ TEST_F(OpzCvLvTest, ThreeCharacterLabelAtHeightTwoExtends7Point3334) {
     EXPECT_NEAR(7.3334, options.GetQuotaExtent("abc"), 1e-12);
 }
 
+TEST_F(OpzCvLvTest, LabelExtentIsTheMeasureGetQuotaExtentUses) {
+    EXPECT_NEAR(7.3334, COpzCvLv::LabelExtent(3, 2.0), 1e-12);
+    EXPECT_NEAR(0.6667, COpzCvLv::LabelExtent(0, 1.0), 1e-12);
+    EXPECT_EQ(0.0, COpzCvLv::LabelExtent(12, 0.0));
+    COpzCvLv options;
+    options.SetVAlignment(TEXT_VALIGN_CENTRED);
+    options.SetTextHeight(0.7);
+    // The same bits, not merely close: both are the one formula.
+    EXPECT_EQ(COpzCvLv::LabelExtent(5, 0.7), options.GetQuotaExtent("12.50"));
+    options.SetVAlignment(TEXT_VALIGN_0);
+    EXPECT_NE(0.0, COpzCvLv::LabelExtent(5, 0.7));  // the helper ignores the alignment
+    EXPECT_EQ(0.0, options.GetQuotaExtent("12.50"));
+}
+
 TEST_F(OpzCvLvTest, QuotaExtentFollowsTheFormulaForAnyLength) {
     COpzCvLv options;
     options.SetVAlignment(TEXT_VALIGN_CENTRED);
@@ -598,25 +615,36 @@ TEST_F(OpzCvLvTest, QuotaExtentOfAnElevationMeasuresItsFullLabel) {
 // ---------------------------------------------------------------------------------------------
 // Stream groups
 
+/// One of the two stream groups, for the tests that hold for both.
+struct Group {
+    const char* name;
+    Writer writer;
+    Reader reader;
+};
+
+const Group kGroups[] = {{"first", &COpzCvLv::SalvaInFile, &COpzCvLv::LeggeDaFile},
+                         {"second", &COpzCvLv::SalvaVisInFile, &COpzCvLv::LeggeVisDaFile}};
+
 class OpzCvLvStreamTest : public OpzCvLvTest, public ::testing::WithParamInterface<short> {};
 
-TEST_P(OpzCvLvStreamTest, FirstGroupHoldsNoBytes) {
+TEST_P(OpzCvLvStreamTest, FirstGroupRoundTrip) {
     const short version = GetParam();
-    EXPECT_EQ("", Write(Sample(), &COpzCvLv::SalvaInFile, version));
-    for (bool apply : {true, false}) {
-        COpzCvLv read = Target();
-        const ReadOutcome outcome =
-            Read(read, &COpzCvLv::LeggeDaFile, WriteVis(Sample(), version), version, apply);
-        EXPECT_TRUE(outcome.streamGood);
-        EXPECT_EQ(0, outcome.consumed);
-        ExpectSameOptions(Target(), read);
-    }
+    const COpzCvLv written = Sample();
+    const std::string bytes = WriteCategories(written, version);
+    EXPECT_EQ(24u, bytes.size());  // four int32 flags and four uint16 colours, at every version
+    COpzCvLv read = Target();
+    const ReadOutcome outcome = ReadCategories(read, bytes + "next section", version, true);
+    EXPECT_TRUE(outcome.streamGood);
+    EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed);
+    ExpectSameOptions(ExpectedAfterCategoryRead(written, Target()), read);
+    EXPECT_EQ(bytes, WriteCategories(read, version));
 }
 
 TEST_P(OpzCvLvStreamTest, SecondGroupRoundTrip) {
     const short version = GetParam();
     const COpzCvLv written = Sample();
     const std::string bytes = WriteVis(written, version);
+    EXPECT_EQ(version < 800, bytes.empty());
     COpzCvLv read = Target();
     const ReadOutcome outcome = ReadVis(read, bytes + "next section", version, true);
     EXPECT_TRUE(outcome.streamGood);
@@ -626,38 +654,60 @@ TEST_P(OpzCvLvStreamTest, SecondGroupRoundTrip) {
     EXPECT_EQ(bytes, WriteVis(read, version));
 }
 
-TEST_P(OpzCvLvStreamTest, ApplyFalseConsumesTheSameBytesAndChangesNothing) {
+TEST_P(OpzCvLvStreamTest, BothGroupsTogetherCarryEveryDocumentOption) {
     const short version = GetParam();
-    const std::string bytes = WriteVis(Sample(), version) + "next section";
-    COpzCvLv applied = Target();
-    const ReadOutcome withApply = ReadVis(applied, bytes, version, true);
-    COpzCvLv skipped = Target();
-    const ReadOutcome withoutApply = ReadVis(skipped, bytes, version, false);
-    EXPECT_TRUE(withoutApply.streamGood);
-    EXPECT_EQ(withApply.consumed, withoutApply.consumed);
-    ExpectSameOptions(Target(), skipped);
+    const COpzCvLv written = Sample();
+    const std::string first = WriteCategories(written, version);
+    const std::string second = WriteVis(written, version);
+    std::stringbuf buffer(first + second);
+    ifpstream in(&buffer, version);
+    COpzCvLv read = Target();
+    read.LeggeDaFile(in, true);
+    read.LeggeVisDaFile(in, true);
+    EXPECT_TRUE(static_cast<bool>(in));
+    EXPECT_EQ(std::char_traits<char>::eof(), buffer.sgetc());  // every byte consumed
+    ExpectSameOptions(
+        ExpectedAfterVisRead(written, ExpectedAfterCategoryRead(written, Target()), version), read);
 }
 
-TEST_P(OpzCvLvStreamTest, TruncatedSecondGroupFailsAndChangesNothing) {
+TEST_P(OpzCvLvStreamTest, ApplyFalseConsumesTheSameBytesAndChangesNothing) {
     const short version = GetParam();
-    const std::string bytes = WriteVis(Sample(), version);
-    for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
-        for (bool apply : {true, false}) {
-            COpzCvLv read = Target();
-            const ReadOutcome outcome = ReadVis(read, bytes.substr(0, cut), version, apply);
-            EXPECT_FALSE(outcome.streamGood) << "cut " << cut << " apply " << apply;
-            ExpectSameOptions(Target(), read);
+    for (const Group& group : kGroups) {
+        const std::string bytes = Write(Sample(), group.writer, version) + "next section";
+        COpzCvLv applied = Target();
+        const ReadOutcome withApply = Read(applied, group.reader, bytes, version, true);
+        COpzCvLv skipped = Target();
+        const ReadOutcome withoutApply = Read(skipped, group.reader, bytes, version, false);
+        EXPECT_TRUE(withoutApply.streamGood) << group.name;
+        EXPECT_EQ(withApply.consumed, withoutApply.consumed) << group.name;
+        ExpectSameOptions(Target(), skipped);
+    }
+}
+
+TEST_P(OpzCvLvStreamTest, TruncatedGroupFailsAndChangesNothing) {
+    const short version = GetParam();
+    for (const Group& group : kGroups) {
+        const std::string bytes = Write(Sample(), group.writer, version);
+        for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
+            for (bool apply : {true, false}) {
+                COpzCvLv read = Target();
+                const ReadOutcome outcome =
+                    Read(read, group.reader, bytes.substr(0, cut), version, apply);
+                EXPECT_FALSE(outcome.streamGood)
+                    << group.name << " cut " << cut << " apply " << apply;
+                ExpectSameOptions(Target(), read);
+            }
         }
     }
 }
 
-// 800 is the one threshold of the group; 1501 and 1502 are the network's, and must change
+// 800 is the one threshold of the groups; 1501 and 1502 are the network's, and must change
 // nothing here. Negative versions are older than any threshold: the comparison is signed.
 INSTANTIATE_TEST_SUITE_P(Versions, OpzCvLvStreamTest,
                          ::testing::Values(short{-1}, short{0}, short{799}, short{800}, short{1501},
                                            short{1502}, short{32767}));
 
-TEST_F(OpzCvLvTest, OldDocumentsCarryOnlyTheCategories) {
+TEST_F(OpzCvLvTest, FirstGroupWritesTheDocumentedLayout) {
     const COpzCvLv options = Sample();  // categories F 12, T 300, F 40000, T 0
     const std::string categories = ByteBuilder()
                                        .Int32(0)
@@ -669,23 +719,27 @@ TEST_F(OpzCvLvTest, OldDocumentsCarryOnlyTheCategories) {
                                        .Int32(1)
                                        .UInt16(0)
                                        .Str();
-    EXPECT_EQ(categories, WriteVis(options, 799));
-    EXPECT_EQ(categories, WriteVis(options, -32768));
-    EXPECT_EQ(24u, categories.size());
+    for (short version : {short{-32768}, short{799}, short{800}, short{1502}})
+        EXPECT_EQ(categories, WriteCategories(options, version)) << version;
+}
+
+TEST_F(OpzCvLvTest, OldDocumentsCarryOnlyTheCategories) {
+    // Before version 800 the second group does not exist: nothing written, nothing read.
+    EXPECT_EQ("", WriteVis(Sample(), 799));
+    EXPECT_EQ("", WriteVis(Sample(), -32768));
+    for (bool apply : {true, false}) {
+        COpzCvLv read = Target();
+        const ReadOutcome outcome = ReadVis(read, WriteVis(Sample(), 800), 799, apply);
+        EXPECT_TRUE(outcome.streamGood);
+        EXPECT_EQ(0, outcome.consumed);
+        ExpectSameOptions(Target(), read);
+    }
 }
 
 TEST_F(OpzCvLvTest, SecondGroupWritesTheDocumentedLayout) {
     COpzCvLv options = Sample();
     options.SetSuffix(" m");  // a blank survives in the document
     const std::string expected = ByteBuilder()
-                                     .Int32(0)
-                                     .UInt16(12)
-                                     .Int32(1)
-                                     .UInt16(300)
-                                     .Int32(0)
-                                     .UInt16(40000)
-                                     .Int32(1)
-                                     .UInt16(0)
                                      .Int32(0)  // colour by layer
                                      .Append(ClassesSection(SampleClasses()))
                                      .Double(2.0)  // text height
@@ -712,7 +766,7 @@ TEST_F(OpzCvLvTest, EmptyStringsAreWrittenAsLengthZeroAlone) {
     EXPECT_EQ(tail, bytes.substr(bytes.size() - tail.size()));  // decimals, 0, 0, align, orient
 }
 
-TEST_F(OpzCvLvTest, ReadsHandAssembledOldSecondGroup) {
+TEST_F(OpzCvLvTest, ReadsHandAssembledFirstGroup) {
     const std::string bytes = ByteBuilder()
                                   .Int32(2)  // > 0: on
                                   .UInt16(0xFFFF)
@@ -723,37 +777,26 @@ TEST_F(OpzCvLvTest, ReadsHandAssembledOldSecondGroup) {
                                   .Int32(1)
                                   .UInt16(40000)
                                   .Str();
-    COpzCvLv read = Target();
-    const ReadOutcome outcome = ReadVis(read, bytes + "next", 799, true);
-    EXPECT_TRUE(outcome.streamGood);
-    EXPECT_EQ(24, outcome.consumed);
-    EXPECT_TRUE(read.IsCategoryOn(0));
-    EXPECT_EQ(0xFFFF, read.GetCategoryColor(0));
-    EXPECT_FALSE(read.IsCategoryOn(1));
-    EXPECT_EQ(256, read.GetCategoryColor(1));
-    EXPECT_FALSE(read.IsCategoryOn(2));
-    EXPECT_EQ(1, read.GetCategoryColor(2));
-    EXPECT_TRUE(read.IsCategoryOn(3));
-    EXPECT_EQ(40000, read.GetCategoryColor(3));
-    // Not in old documents: kept.
-    COpzCvLv expected = Target();
-    for (unsigned i = 0; i < COpzCvLv::kCategoryCount; ++i) {
-        expected.SetCategoryOn(i, read.IsCategoryOn(i));
-        expected.SetCategoryColor(i, read.GetCategoryColor(i));
+    for (short version : {short{799}, short{1502}}) {
+        COpzCvLv read = Target();
+        const ReadOutcome outcome = ReadCategories(read, bytes + "next", version, true);
+        EXPECT_TRUE(outcome.streamGood);
+        EXPECT_EQ(24, outcome.consumed);
+        EXPECT_TRUE(read.IsCategoryOn(0));
+        EXPECT_EQ(0xFFFF, read.GetCategoryColor(0));
+        EXPECT_FALSE(read.IsCategoryOn(1));
+        EXPECT_EQ(256, read.GetCategoryColor(1));
+        EXPECT_FALSE(read.IsCategoryOn(2));
+        EXPECT_EQ(1, read.GetCategoryColor(2));
+        EXPECT_TRUE(read.IsCategoryOn(3));
+        EXPECT_EQ(40000, read.GetCategoryColor(3));
+        // Not in the first group: kept.
+        ExpectSameOptions(ExpectedAfterCategoryRead(read, Target()), read);
     }
-    ExpectSameOptions(expected, read);
 }
 
 TEST_F(OpzCvLvTest, ReadsHandAssembledCurrentSecondGroup) {
     const std::string bytes = ByteBuilder()
-                                  .Int32(0)
-                                  .UInt16(5)
-                                  .Int32(1)
-                                  .UInt16(6)
-                                  .Int32(0)
-                                  .UInt16(7)
-                                  .Int32(3)
-                                  .UInt16(8)
                                   .Int32(7)   // colour by layer: > 0 is true
                                   .UInt32(9)  // colour classes: unclamped step count
                                   .Int32(1)
@@ -775,14 +818,6 @@ TEST_F(OpzCvLvTest, ReadsHandAssembledCurrentSecondGroup) {
     const ReadOutcome outcome = ReadVis(read, bytes + "next", 800, true);
     EXPECT_TRUE(outcome.streamGood);
     EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed);
-    EXPECT_FALSE(read.IsCategoryOn(0));
-    EXPECT_EQ(5, read.GetCategoryColor(0));
-    EXPECT_TRUE(read.IsCategoryOn(1));
-    EXPECT_EQ(6, read.GetCategoryColor(1));
-    EXPECT_FALSE(read.IsCategoryOn(2));
-    EXPECT_EQ(7, read.GetCategoryColor(2));
-    EXPECT_TRUE(read.IsCategoryOn(3));
-    EXPECT_EQ(8, read.GetCategoryColor(3));
     EXPECT_TRUE(read.IsColorByLayer());
     const CColorClassComputer& classes = read.GetColorClasses();
     EXPECT_EQ(9u, classes.GetNoSteps());
@@ -799,7 +834,11 @@ TEST_F(OpzCvLvTest, ReadsHandAssembledCurrentSecondGroup) {
     EXPECT_EQ("", read.GetSuffix().str());
     EXPECT_EQ(TEXT_VALIGN_CENTRED, read.GetVAlignment());
     EXPECT_EQ(TEXT_ORIENTATION_0, read.GetOrientation());
-    // Not in the document: the INI-only options keep their values.
+    // Not in the second group: the categories and the INI-only options keep their values.
+    for (unsigned i = 0; i < COpzCvLv::kCategoryCount; ++i) {
+        EXPECT_EQ(Target().IsCategoryOn(i), read.IsCategoryOn(i)) << i;
+        EXPECT_EQ(Target().GetCategoryColor(i), read.GetCategoryColor(i)) << i;
+    }
     EXPECT_EQ(Target().GetInterval1(), read.GetInterval1());
     EXPECT_EQ(Target().GetInterval2(), read.GetInterval2());
     EXPECT_EQ(Target().GetTension(), read.GetTension());
@@ -874,7 +913,7 @@ TEST_F(OpzCvLvTest, StreamAlignmentAndOrientationAreRangeChecked) {
 TEST_F(OpzCvLvTest, DamagedClassesSectionFailsTheGroup) {
     // A class count of two thousand million with one class behind it.
     const std::string bytes =
-        CategoryBytes().Int32(1).UInt32(4).Int32(1).Int32(0x7FFFFFFF).Double(1.0).Int32(2).Str();
+        ByteBuilder().Int32(1).UInt32(4).Int32(1).Int32(0x7FFFFFFF).Double(1.0).Int32(2).Str();
     for (bool apply : {true, false}) {
         COpzCvLv read = Target();
         EXPECT_FALSE(ReadVis(read, bytes, 800, apply).streamGood);
