@@ -61,9 +61,13 @@ void CCvLv::ConvertOldVrtPolTipo2(double sigmap, double elevation, double charHe
     double startY = 0.0;
     pointAt(t, startX, startY);
     double distance = 0.0;
-    // A step that is not a positive number would never end the walk.
-    while (step > 0.0 && distance <= span && t < last) {
-        t += step;
+    // The walk must end whatever a damaged file holds: a step that is not a positive number, a
+    // start that is not finite, or a step too small to move t at its magnitude would never
+    // reach the end of the segment.
+    while (step > 0.0 && std::isfinite(t) && distance <= span && t < last) {
+        const double next = t + step;
+        if (next == t) break;
+        t = next;
         double x = 0.0;
         double y = 0.0;
         pointAt(t, x, y);

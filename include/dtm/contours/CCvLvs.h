@@ -157,10 +157,13 @@ public:
                        std::uint16_t categoryColor2, std::uint16_t categoryColor3,
                        std::uint16_t categoryColor4, const CColorClassComputer& classes);
 
-    /// Writes the contour section of the document (defined with the file section).
+    /// Writes the contour section of the document: the later record layout from version 800
+    /// (with the direction and the stored elevation range), the old node layout below it.
     void SalvaInFile(ofpstream& stream) const;
-    /// Reads the contour section of the document, applying it when @p load is true (defined
-    /// with the file section).
+    /// Reads the contour section of the document. With @p load true the present lines are
+    /// replaced by the section's, in one event; with @p load false the section is consumed and
+    /// nothing changes. A short or damaged section leaves the stream failed and the collection
+    /// unchanged.
     void LeggeDaFile(ifpstream& stream, bool load);
 
 private:
