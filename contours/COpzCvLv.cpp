@@ -69,38 +69,40 @@ std::uint16_t ReadIniColor(CIniFile& ini, const char* key) {
     return static_cast<std::uint16_t>(stored);
 }
 
-/// A stored int32 flag: any value greater than zero is true.
-bool ReadFlag(std::istream& stream, bool& flag) {
-    std::int32_t stored = 0;
-    if (!dtm::io::ReadRaw(stream, stored)) return false;
-    flag = stored > 0;
-    return true;
+/// True when the last byte of @p text is a zero byte, which a reader would take for a stored
+/// terminator and drop.
+bool EndsInZeroByte(const kor::String& text) {
+    return !text.str().empty() && text.str().back() == '\0';
 }
 
-/// The int32 length a string is stored with; throws when it does not fit.
+/// The int32 length a string is stored with (see WriteCountedText); throws when it does not fit.
 std::int32_t StoredLength(const kor::String& text) {
-    if (text.length() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
+    const std::size_t length = text.length() + (EndsInZeroByte(text) ? 1 : 0);
+    if (length > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
         throw std::length_error("COpzCvLv: label text too long for the document");
-    return static_cast<std::int32_t>(text.length());
+    return static_cast<std::int32_t>(length);
 }
 
-/// Writes a string as its int32 length and its bytes, without terminator.
+/// Writes a string as its int32 length and its bytes, without terminator. A text that itself
+/// ends in a zero byte gets one zero byte more, as writers that stored the terminator did: the
+/// reader drops that one, and the text comes back whole instead of one byte shorter.
 void WriteCountedText(std::ostream& stream, const kor::String& text) {
-    const std::int32_t length = StoredLength(text);
-    dtm::io::WriteRaw<std::int32_t>(stream, length);
-    if (length > 0) stream.write(text.c_str(), length);
+    dtm::io::WriteRaw<std::int32_t>(stream, StoredLength(text));
+    if (text.length() > 0) stream.write(text.c_str(), static_cast<std::streamsize>(text.length()));
+    if (EndsInZeroByte(text)) stream.write("", 1);
 }
 
 /// Reads a string stored as an int32 length and its bytes. A length below 1 is an empty string
-/// with no bytes; a last zero byte, left by writers that stored the terminator, is dropped.
+/// with no bytes; a last zero byte, left by writers that stored the terminator, is dropped. The
+/// network's point-collection names share the bytes-and-terminator part but not the length
+/// rule: there a negative length fails the read, so each reader keeps its own length check.
 bool ReadCountedText(std::istream& stream, kor::String& text) {
     std::int32_t length = 0;
     if (!dtm::io::ReadRaw(stream, length)) return false;
+    const std::uint64_t size = length > 0 ? static_cast<std::uint64_t>(length) : 0;
+    // The string grows as bytes arrive, so a damaged length stops at the stream's end.
     std::string read;
-    // ReadText grows the string as bytes arrive, so a damaged length stops at the stream's end.
-    if (length > 0 && !dtm::io::ReadText(stream, static_cast<std::uint64_t>(length), read))
-        return false;
-    if (!read.empty() && read.back() == '\0') read.pop_back();
+    if (!dtm::io::ReadTextDroppingTerminator(stream, size, read)) return false;
     text = kor::String(std::move(read));
     return true;
 }
@@ -219,7 +221,8 @@ void COpzCvLv::LeggeDaFile(ifpstream& stream, bool apply) {
 
 bool COpzCvLv::ReadCategoryGroup(ifpstream& stream) {
     for (unsigned i = 0; i < kCategoryCount; ++i) {
-        if (!ReadFlag(stream, m_categoryOn[i]) || !dtm::io::ReadRaw(stream, m_categoryColor[i]))
+        if (!dtm::io::ReadBool32(stream, m_categoryOn[i]) ||
+            !dtm::io::ReadRaw(stream, m_categoryColor[i]))
             return false;
     }
     return true;
@@ -249,7 +252,7 @@ void COpzCvLv::LeggeVisDaFile(ifpstream& stream, bool apply) {
 }
 
 bool COpzCvLv::ReadVisGroup(ifpstream& stream) {
-    if (!ReadFlag(stream, m_colorByLayer)) return false;
+    if (!dtm::io::ReadBool32(stream, m_colorByLayer)) return false;
     // Into the scratch copy; a failure there leaves the stream failed, so the next read fails.
     m_colorClasses.LeggeDaFile(stream, true);
     return dtm::io::ReadRaw(stream, m_textHeight) && dtm::io::ReadRaw(stream, m_gap) &&

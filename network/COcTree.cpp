@@ -266,6 +266,36 @@ PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept {
     return NetworkVertex(tris, tri.GetVerIndex(k));
 }
 
+namespace {
+
+void Prefetch(const void* address) noexcept {
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(address);
+#else
+    (void)address;
+#endif
+}
+
+}  // namespace
+
+void PrefetchTriangle(const CTris& tris, std::size_t position, bool withVertices) noexcept {
+    // Two stages: the triangle object far ahead, and the vertices of one nearer, whose object
+    // has arrived by then and tells where they are.
+    constexpr std::size_t kObjectAhead = 32;
+    constexpr std::size_t kVerticesAhead = 16;
+    const auto count = static_cast<std::size_t>(tris.GetNoTris());
+    if (position + kObjectAhead < count)
+        Prefetch(tris.GetTriAt(static_cast<int>(position + kObjectAhead)));
+    if (withVertices && position + kVerticesAhead < count) {
+        const CTri& ahead = *tris.GetTriAt(static_cast<int>(position + kVerticesAhead));
+        const std::vector<PNT_3D>& vertices = tris.GetPnts();
+        for (int k = 0; k < 3; ++k) {
+            const auto index = static_cast<std::size_t>(ahead.GetVerIndex(k));
+            if (index < vertices.size()) Prefetch(&vertices[index]);
+        }
+    }
+}
+
 // ---- COcTreeNode ---------------------------------------------------------------------------
 
 // Sub-nodes are placed in the block right after leaf entries; both sizes must keep the next
@@ -363,6 +393,15 @@ struct COcTree::WorkEntry {
     PNT_3D v[3];
 };
 
+/// What a build works with: the triangles in two arrays, each level sorting from one into the
+/// other, the sort keys, the final order, and the nodes' boxes in pre-order.
+struct COcTree::BuildState {
+    std::vector<WorkEntry> entries[2];
+    std::vector<std::uint8_t> keys;
+    std::vector<CTri*> order;
+    std::vector<TBound> bounds;
+};
+
 COcTree::COcTree(CTris* owner) noexcept
     : m_owner(owner),
       m_geometry{UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE,
@@ -396,17 +435,19 @@ void COcTree::Build() {
     std::vector<CTri*>& tris = m_owner->m_tris;
     if (tris.empty()) return;
 
-    std::vector<WorkEntry> work;
-    work.reserve(tris.size());
+    BuildState state;
+    state.entries[0].reserve(tris.size());
     RECT_3D box;
     box.initRegion();
-    for (CTri* tri : tris) {
-        WorkEntry entry{tri, {}};
+    const std::size_t count = tris.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        PrefetchTriangle(*m_owner, i);
+        WorkEntry entry{tris[i], {}};
         for (int k = 0; k < 3; ++k) {
-            entry.v[k] = NetworkVertex(*m_owner, *tri, k);
+            entry.v[k] = NetworkVertex(*m_owner, *entry.tri, k);
             box.updateRegion(entry.v[k]);
         }
-        work.push_back(entry);
+        state.entries[0].push_back(entry);
     }
     if (box.IsEmpty()) return;
 
@@ -416,21 +457,40 @@ void COcTree::Build() {
     const double side = std::max({extent.x, extent.y, extent.z});
 
     auto root = std::make_unique<COcTreeNode>();
-    std::vector<WorkEntry> scratch(work.size());
-    std::vector<std::uint8_t> keys(work.size());
-    BuildNode(*root, 0, work.size(), centre, side, 0, work, scratch, keys);
+    state.entries[1].resize(count);
+    state.keys.resize(count);
+    state.order.resize(count);
+    BuildNode(*root, 0, 0, count, centre, side, 0, state);
+    // Sized once to the nodes: growing it step by step would leave earlier copies behind.
+    std::vector<TBound> bounds(state.bounds.begin(), state.bounds.end());
 
     // Only now, with nothing left that can fail, is the network's array rewritten. The order
     // changes no triangle, so no change is reported.
-    for (std::size_t i = 0; i < work.size(); ++i) tris[i] = work[i].tri;
+    bool reordered = false;
+    for (std::size_t i = 0; i < count; ++i) {
+        reordered = reordered || tris[i] != state.order[i];
+        tris[i] = state.order[i];
+    }
+    // Positions in the array moved: whatever the network derived from them is stale.
+    if (reordered) m_owner->NoteGeometryChanged();
     m_geometry = {centre.x, centre.y, centre.z, side, extent.x, extent.y, extent.z};
     m_root = std::move(root);
-    ComputeBounds();
+    m_bounds.swap(bounds);
 }
 
-void COcTree::BuildNode(COcTreeNode& node, std::size_t begin, std::size_t count,
-                        const PNT_3D& centre, double side, int depth, std::vector<WorkEntry>& work,
-                        std::vector<WorkEntry>& scratch, std::vector<std::uint8_t>& keys) {
+// Builds @p node over the run [begin, begin + count) of state.entries[from] and returns the box
+// of its triangles. The run is sorted into the other entry array, and the children are built
+// from there, so that no level copies its run back; every triangle's final position is written
+// to state.order as soon as it is known. The node's box (ComputeBounds' box, found here from
+// the vertices already at hand) takes its place in pre-order.
+RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::size_t count,
+                           const PNT_3D& centre, double side, int depth, BuildState& state) {
+    const std::size_t boundIndex = state.bounds.size();
+    node.m_boundIndex = static_cast<std::int32_t>(boundIndex);
+    state.bounds.emplace_back();
+    const std::vector<WorkEntry>& source = state.entries[from];
+    std::vector<WorkEntry>& sorted = state.entries[1 - from];
+
     // One stable counting sort puts the straddling triangles first (key 0), then every octant
     // run in octant order (key 1 + octant). Keeping the relative order makes a rebuild of an
     // unchanged network leave its array as it is.
@@ -438,9 +498,9 @@ void COcTree::BuildNode(COcTreeNode& node, std::size_t begin, std::size_t count,
     std::array<std::size_t, kKeyCount> runSizes{};
     const std::size_t end = begin + count;
     for (std::size_t i = begin; i < end; ++i) {
-        const WorkEntry& entry = work[i];
+        const WorkEntry& entry = source[i];
         const int key = Straddles(entry.v, centre) ? 0 : 1 + OctantOf(entry.v[0], centre);
-        keys[i] = static_cast<std::uint8_t>(key);
+        state.keys[i] = static_cast<std::uint8_t>(key);
         ++runSizes[static_cast<std::size_t>(key)];
     }
     std::array<std::size_t, kKeyCount> runStarts{};
@@ -449,12 +509,19 @@ void COcTree::BuildNode(COcTreeNode& node, std::size_t begin, std::size_t count,
         runStarts[key] = runStarts[key - 1] + runSizes[key - 1];
     }
     std::array<std::size_t, kKeyCount> nextSlot = runStarts;
-    for (std::size_t i = begin; i < end; ++i) scratch[nextSlot[keys[i]]++] = work[i];
-    std::copy(scratch.begin() + static_cast<std::ptrdiff_t>(begin),
-              scratch.begin() + static_cast<std::ptrdiff_t>(end),
-              work.begin() + static_cast<std::ptrdiff_t>(begin));
+    for (std::size_t i = begin; i < end; ++i) sorted[nextSlot[state.keys[i]]++] = source[i];
 
     node.SetRun(static_cast<std::int32_t>(runSizes[0]), static_cast<std::int32_t>(begin));
+    RECT_3D box;
+    box.initRegion();
+    // A run whose triangles stay where they are now: the node's own, or a leaf's.
+    const auto settle = [&](std::size_t first, std::size_t n) {
+        for (std::size_t i = first; i < first + n; ++i) {
+            state.order[i] = sorted[i].tri;
+            IncludeVertices(box, sorted[i].v);
+        }
+    };
+    settle(begin, runSizes[0]);
 
     const double childSide = side / 2.0;
     std::uint8_t childMask = 0;
@@ -473,16 +540,72 @@ void COcTree::BuildNode(COcTreeNode& node, std::size_t begin, std::size_t count,
             COcTreeLeaf& leaf = node.GetLeaf(octant);
             leaf.count = static_cast<std::int32_t>(runSizes[key]);
             leaf.first = static_cast<std::int32_t>(runStarts[key]);
+            settle(runStarts[key], runSizes[key]);
         } else if (node.HasNodeChild(octant)) {
-            BuildNode(node.GetNode(octant), runStarts[key], runSizes[key],
-                      ChildCentre(centre, side, octant), childSide, depth + 1, work, scratch, keys);
+            Merge(box, BuildNode(node.GetNode(octant), 1 - from, runStarts[key], runSizes[key],
+                                 ChildCentre(centre, side, octant), childSide, depth + 1, state));
         }
     }
+    state.bounds[boundIndex] = TBound::Of(box);
+    return box;
+}
+
+namespace {
+
+std::size_t CountNodes(const COcTreeNode& node) {
+    std::size_t count = 1;
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        if (node.HasNodeChild(octant)) count += CountNodes(node.GetNode(octant));
+    }
+    return count;
+}
+
+// The largest float not above @p v, and the smallest not below it; infinities stay.
+float FloatBelow(double v) {
+    if (std::isnan(v)) return std::numeric_limits<float>::quiet_NaN();
+    if (v >= static_cast<double>(std::numeric_limits<float>::max()))
+        return std::numeric_limits<float>::max();
+    if (v < -static_cast<double>(std::numeric_limits<float>::max()))
+        return -std::numeric_limits<float>::infinity();
+    const float f = static_cast<float>(v);
+    return static_cast<double>(f) > v ? std::nextafter(f, -std::numeric_limits<float>::infinity())
+                                      : f;
+}
+
+float FloatAbove(double v) {
+    if (std::isnan(v)) return std::numeric_limits<float>::quiet_NaN();
+    if (v <= -static_cast<double>(std::numeric_limits<float>::max()))
+        return -std::numeric_limits<float>::max();
+    if (v > static_cast<double>(std::numeric_limits<float>::max()))
+        return std::numeric_limits<float>::infinity();
+    const float f = static_cast<float>(v);
+    return static_cast<double>(f) < v ? std::nextafter(f, std::numeric_limits<float>::infinity())
+                                      : f;
+}
+
+}  // namespace
+
+COcTree::TBound COcTree::TBound::Of(const RECT_3D& box) noexcept {
+    if (box.IsEmpty()) {
+        // Kept empty: a low end above the high end.
+        const float infinity = std::numeric_limits<float>::infinity();
+        return {infinity, infinity, infinity, -infinity, -infinity, -infinity};
+    }
+    return {FloatBelow(box.min.x), FloatBelow(box.min.y), FloatBelow(box.min.z),
+            FloatAbove(box.max.x), FloatAbove(box.max.y), FloatAbove(box.max.z)};
+}
+
+RECT_3D COcTree::TBound::ToRect() const noexcept {
+    return RECT_3D(PNT_3D(minX, minY, minZ), PNT_3D(maxX, maxY, maxZ));
 }
 
 void COcTree::ComputeBounds() {
     m_bounds.clear();
-    if (m_root) BoundNode(*m_root);
+    if (!m_root) return;
+    // Sized once: a tree of millions of triangles has tens of thousands of nodes, and growing
+    // the array step by step would leave its earlier copies behind in the heap.
+    m_bounds.reserve(CountNodes(*m_root));
+    BoundNode(*m_root);
 }
 
 RECT_3D COcTree::BoundNode(COcTreeNode& node) {
@@ -501,7 +624,7 @@ RECT_3D COcTree::BoundNode(COcTreeNode& node) {
             Merge(box, BoundNode(*node.NodeAt(octant)));
         }
     }
-    m_bounds[index] = box;
+    m_bounds[index] = TBound::Of(box);
     return box;
 }
 
@@ -509,15 +632,24 @@ void COcTree::IncludeRun(RECT_3D& box, std::int32_t first, std::int32_t count) c
     const std::vector<CTri*>& tris = m_owner->m_tris;
     const auto [begin, end] = ClampRun(first, count, static_cast<std::int64_t>(tris.size()));
     for (std::int64_t i = begin; i < end; ++i) {
+        PrefetchTriangle(*m_owner, static_cast<std::size_t>(i));
         const CTri& tri = *tris[static_cast<std::size_t>(i)];
-        for (int k = 0; k < 3; ++k) {
-            const PNT_3D vertex = NetworkVertex(*m_owner, tri, k);
-            if (!IsFinitePoint(vertex)) {
-                box = WholeSpace();
-                return;
-            }
-            box.updateRegion(vertex);
+        const PNT_3D vertices[3] = {NetworkVertex(*m_owner, tri, 0),
+                                    NetworkVertex(*m_owner, tri, 1),
+                                    NetworkVertex(*m_owner, tri, 2)};
+        IncludeVertices(box, vertices);
+    }
+}
+
+// Widens @p box by a triangle's vertices; one that is not finite (or does not exist) makes it
+// unbounded, since no finite box can then stand for the subtree.
+void COcTree::IncludeVertices(RECT_3D& box, const PNT_3D (&vertices)[3]) {
+    for (const PNT_3D& vertex : vertices) {
+        if (!IsFinitePoint(vertex)) {
+            box = WholeSpace();
+            return;
         }
+        box.updateRegion(vertex);
     }
 }
 
@@ -535,7 +667,7 @@ void COcTree::HandOverRun(std::int32_t first, std::int32_t count, Filter& filter
 template <class Filter>
 void COcTree::Walk(const COcTreeNode& node, int depth, Filter& filter,
                    ITriOcTreeListener& listener) const {
-    const RECT_3D& box = m_bounds[static_cast<std::size_t>(node.m_boundIndex)];
+    const RECT_3D box = m_bounds[static_cast<std::size_t>(node.m_boundIndex)].ToRect();
     if (box.IsEmpty() || !filter.Enter(box)) return;
     listener.OnNodeEntered(depth);
     HandOverRun(node.m_first, node.m_count, filter, listener);

@@ -26,6 +26,13 @@ kor::geom::PNT_3D NetworkVertex(const CTris& tris, int vertexIndex) noexcept;
 /// Vertex @p k (0..2) of triangle @p tri of @p tris, as NetworkVertex.
 kor::geom::PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept;
 
+/// Asks the processor for the triangles of @p tris some positions after @p position, and (with
+/// @p withVertices) their vertices, ahead of a pass that reads them in array order: the triangle
+/// objects lie where they were created and their vertices where the host put them, so a pass
+/// that waited for each in turn would spend its time waiting for memory. Only a hint; reads
+/// nothing it must not.
+void PrefetchTriangle(const CTris& tris, std::size_t position, bool withVertices = true) noexcept;
+
 /// A leaf entry of a node's child block: @p count triangles from position @p first of the
 /// network's triangle array.
 struct COcTreeLeaf {
@@ -157,6 +164,14 @@ public:
     /// Bytes of a sub-node entry in a child block (24 with 64-bit pointers).
     std::int32_t GetNodeRecordSize() const noexcept { return m_nodeRecordSize; }
 
+    /// A box holding the vertices of every triangle below @p node (a node of this tree), as the
+    /// traversals prune with it: empty for a subtree without triangles, unbounded when one of
+    /// them has a coordinate that is not finite or a vertex that does not exist, and otherwise
+    /// the vertices' box rounded outwards to single precision.
+    kor::geom::RECT_3D GetNodeBound(const COcTreeNode& node) const {
+        return m_bounds.at(static_cast<std::size_t>(node.m_boundIndex)).ToRect();
+    }
+
     /// Hands over to @p listener every triangle that has an edge passing at plan distance less
     /// than @p tol from @p p, possibly with other triangles of the same neighbourhood (the
     /// listener tests exactly); the vertices asked for with GetTriVertices serve to skip
@@ -177,14 +192,15 @@ public:
 
 private:
     struct WorkEntry;
+    struct BuildState;
 
-    void BuildNode(COcTreeNode& node, std::size_t begin, std::size_t count,
-                   const kor::geom::PNT_3D& centre, double side, int depth,
-                   std::vector<WorkEntry>& work, std::vector<WorkEntry>& scratch,
-                   std::vector<std::uint8_t>& keys);
+    kor::geom::RECT_3D BuildNode(COcTreeNode& node, int from, std::size_t begin, std::size_t count,
+                                 const kor::geom::PNT_3D& centre, double side, int depth,
+                                 BuildState& state);
     void ComputeBounds();
     kor::geom::RECT_3D BoundNode(COcTreeNode& node);
     void IncludeRun(kor::geom::RECT_3D& box, std::int32_t first, std::int32_t count) const;
+    static void IncludeVertices(kor::geom::RECT_3D& box, const kor::geom::PNT_3D (&vertices)[3]);
     template <class Filter>
     void Walk(const COcTreeNode& node, int depth, Filter& filter,
               ITriOcTreeListener& listener) const;
@@ -200,6 +216,15 @@ private:
     std::int32_t m_leafRecordSize;
     std::int32_t m_nodeRecordSize;
     // Box of each node's subtree, indexed by COcTreeNode::m_boundIndex; rebuilt whenever the
-    // structure is (Build, Assign).
-    std::vector<kor::geom::RECT_3D> m_bounds;
+    // structure is (Build, Assign). Kept in single precision, rounded outwards, which halves
+    // what the boxes of a large tree take: a traversal prunes with them but tests every
+    // triangle it hands over on its own, and a box that holds the true box never prunes a
+    // subtree that the true box would keep (the plane test is monotone in each coordinate, so a
+    // corner of the larger box is always at least as extreme as any vertex inside it).
+    struct TBound {
+        float minX, minY, minZ, maxX, maxY, maxZ;
+        static TBound Of(const kor::geom::RECT_3D& box) noexcept;
+        kor::geom::RECT_3D ToRect() const noexcept;
+    };
+    std::vector<TBound> m_bounds;
 };

@@ -53,15 +53,6 @@ COpzTri::enumTriColorType ReadIniColorType(CIniFile& ini) {
     return ColorTypeFromByLayer(ini.GetBool(kIniSection, "TriClrByLayer", true));
 }
 
-/// A stored int32 flag: any value greater than zero is true. The same rule serves every flag of
-/// both groups, the by-name flag of a point collection included.
-bool ReadFlag(std::istream& stream, bool& flag) {
-    std::int32_t stored = 0;
-    if (!dtm::io::ReadRaw(stream, stored)) return false;
-    flag = stored > 0;
-    return true;
-}
-
 /// Reads and discards @p count int32 values that older documents hold and nothing uses.
 bool SkipInt32(std::istream& stream, int count) {
     return dtm::io::SkipBytes(stream, static_cast<std::uint64_t>(count) * sizeof(std::int32_t));
@@ -86,9 +77,11 @@ void WritePointCollection(std::ostream& stream, const TDtmPointCollectionIdentif
 }
 
 /// Reads one point collection. A negative name length cannot come from a writer: the stream is
-/// marked failed and the read stops.
+/// marked failed and the read stops. (The contour options' prefix and suffix read a length below
+/// one as an empty string instead; the trailing-zero rule after the length is the same.)
 bool ReadPointCollection(std::istream& stream, TDtmPointCollectionIdentifier& item) {
-    if (!dtm::io::ReadRaw(stream, item.id) || !ReadFlag(stream, item.byName)) return false;
+    if (!dtm::io::ReadRaw(stream, item.id) || !dtm::io::ReadBool32(stream, item.byName))
+        return false;
     if (!item.byName) return dtm::io::ReadRaw(stream, item.secondId);
 
     std::int32_t length = 0;
@@ -97,10 +90,10 @@ bool ReadPointCollection(std::istream& stream, TDtmPointCollectionIdentifier& it
         stream.setstate(std::ios::failbit);
         return false;
     }
-    // ReadText grows the name as bytes arrive, so a damaged length stops at the stream's end.
+    // The name grows as bytes arrive, so a damaged length stops at the stream's end.
     std::string name;
-    if (!dtm::io::ReadText(stream, static_cast<std::uint64_t>(length), name)) return false;
-    if (!name.empty() && name.back() == '\0') name.pop_back();
+    if (!dtm::io::ReadTextDroppingTerminator(stream, static_cast<std::uint64_t>(length), name))
+        return false;
     item.name = kor::String(std::move(name));
     return true;
 }
@@ -253,11 +246,14 @@ void COpzTri::LeggeDaFile(ifpstream& stream, bool apply) {
 
 bool COpzTri::ReadAutoTriGroup(ifpstream& stream) {
     const bool current = stream.GetVersion() >= kVersionPointCollections;
-    if (!ReadFlag(stream, m_addStations)) return false;
-    if (!(current ? ReadFlag(stream, m_addBasePoints) : SkipInt32(stream, 2))) return false;
-    if (!(ReadFlag(stream, m_checkBreaklines) && ReadFlag(stream, m_checkVrtInCntE) &&
-          ReadFlag(stream, m_checkVrtInCntI) && ReadFlag(stream, m_checkTriInCntE) &&
-          ReadFlag(stream, m_checkTriInCntI)))
+    if (!dtm::io::ReadBool32(stream, m_addStations)) return false;
+    if (!(current ? dtm::io::ReadBool32(stream, m_addBasePoints) : SkipInt32(stream, 2)))
+        return false;
+    if (!(dtm::io::ReadBool32(stream, m_checkBreaklines) &&
+          dtm::io::ReadBool32(stream, m_checkVrtInCntE) &&
+          dtm::io::ReadBool32(stream, m_checkVrtInCntI) &&
+          dtm::io::ReadBool32(stream, m_checkTriInCntE) &&
+          dtm::io::ReadBool32(stream, m_checkTriInCntI)))
         return false;
     if (!current) return ReadLegacyAutoTriTail(stream);
     return ReadPointCollections(stream, m_pointCollections);
@@ -268,7 +264,7 @@ bool COpzTri::ReadLegacyAutoTriTail(ifpstream& stream) {
     const short version = stream.GetVersion();
     if (version >= kVersionLegacyTailValue && !SkipInt32(stream, 1)) return false;
     if (version >= kVersionLegacyBasePoints)
-        return SkipInt32(stream, 1) && ReadFlag(stream, m_addBasePoints);
+        return SkipInt32(stream, 1) && dtm::io::ReadBool32(stream, m_addBasePoints);
     return true;
 }
 
@@ -297,8 +293,10 @@ void COpzTri::LeggeVisDaFile(ifpstream& stream, bool apply) {
 
 bool COpzTri::ReadDisplayGroup(ifpstream& stream) {
     const short version = stream.GetVersion();
-    if (!(ReadFlag(stream, m_firstDisplayFlag) && dtm::io::ReadRaw(stream, m_fixedColor) &&
-          ReadFlag(stream, m_secondDisplayFlag) && dtm::io::ReadRaw(stream, m_layerColor)))
+    if (!(dtm::io::ReadBool32(stream, m_firstDisplayFlag) &&
+          dtm::io::ReadRaw(stream, m_fixedColor) &&
+          dtm::io::ReadBool32(stream, m_secondDisplayFlag) &&
+          dtm::io::ReadRaw(stream, m_layerColor)))
         return false;
     if (version < kVersionDisplayDetails) {
         // Older documents always showed labels and coloured by layer.
@@ -313,7 +311,7 @@ bool COpzTri::ReadDisplayGroup(ifpstream& stream) {
         m_colorType = static_cast<enumTriColorType>(type);
     } else {
         bool byLayer = false;
-        if (!ReadFlag(stream, byLayer)) return false;
+        if (!dtm::io::ReadBool32(stream, byLayer)) return false;
         m_colorType = ColorTypeFromByLayer(byLayer);
     }
     // Into the scratch copy; a failure there leaves the stream failed, so the next read fails.

@@ -4,6 +4,11 @@
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/support/Geom.h>
 
+#include "network/CTriPool.h"
+#include "network/CTriShapeEpoch.h"
+
+#include <atomic>
+#include <new>
 #include <stdexcept>
 
 namespace {
@@ -17,7 +22,39 @@ const CTriMemento& AsTriMemento(const kor::IMemento* memento) {
     return *triMemento;
 }
 
+// Counts every change of a triangle's vertex indices in the process; see CTriShapeEpoch.h. Atomic
+// only so that two hosts' threads each working on a network of their own cannot tear it.
+std::atomic<std::uint64_t> g_triangleShapeEpoch{0};
+
 }  // namespace
+
+namespace dtm {
+namespace detail {
+
+std::uint64_t TriangleShapeEpoch() noexcept {
+    return g_triangleShapeEpoch.load(std::memory_order_relaxed);
+}
+
+void NoteTriangleShapeChanged() noexcept {
+    g_triangleShapeEpoch.fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace detail
+}  // namespace dtm
+
+void* CTri::operator new(std::size_t size) {
+    if (size != sizeof(CTri) || !dtm::detail::CTriPool::UsesPoolForTriangles())
+        return ::operator new(size);
+    return dtm::detail::CTriPool::ForTriangles().Allocate();
+}
+
+void CTri::operator delete(void* memory, std::size_t size) noexcept {
+    if (size != sizeof(CTri) || !dtm::detail::CTriPool::UsesPoolForTriangles()) {
+        ::operator delete(memory);
+        return;
+    }
+    dtm::detail::CTriPool::ForTriangles().Release(memory);
+}
 
 CTri::CTri() : m_vertices{0, 0, 0}, m_colour(BY_LAYER_COLOUR) {}
 
@@ -48,7 +85,13 @@ void CTri::OnSetMemento(kor::IMemento* memento) {
         m_vertices[2] != state.GetVerIndex(2)) {
         if (context) context->Notify_Tri_Modifying(this, eTriChangeVertices);
         for (int k = 0; k < 3; ++k) m_vertices[k] = state.GetVerIndex(k);
+        dtm::detail::NoteTriangleShapeChanged();
     }
+}
+
+void CTri::SetVerIndex(int k, int v) {
+    m_vertices[k] = v;
+    dtm::detail::NoteTriangleShapeChanged();
 }
 
 void CTri::SetVerIndexes(CTris* owner, int i0, int i1, int i2) {
@@ -56,6 +99,7 @@ void CTri::SetVerIndexes(CTris* owner, int i0, int i1, int i2) {
     m_vertices[0] = i0;
     m_vertices[1] = i1;
     m_vertices[2] = i2;
+    dtm::detail::NoteTriangleShapeChanged();
 }
 
 void CTri::SetColor(CTris* owner, int colour) {

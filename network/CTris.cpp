@@ -7,6 +7,8 @@
 
 #include "network/COcTree.h"
 #include "network/CTrisEventListener.h"
+#include "network/CTrisSearchIndex.h"
+#include "support/ScopeExit.h"
 
 #include <algorithm>
 #include <limits>
@@ -37,6 +39,7 @@ CTris::~CTris() {
 
 void CTris::AppendVertex(const kor::geom::PNT_3D& p) {
     m_vertices.push_back(p);
+    ++m_appendedVertices;  // search index: an append, not a change
     UpdateMinMaxQuota(p.z);
     m_context->Notify_Tri_Vrt_Added();
 }
@@ -46,13 +49,25 @@ bool CTris::AddTriVrt(const kor::geom::PNT_3D& p) {
     return true;
 }
 
+void CTris::KeepReportedVrtEdit(int i, const kor::geom::PNT_3D& after) {
+    const bool inside = i >= 0 && i < GetNoTriVrts();
+    m_reportedVrtIndex = inside ? i : -1;
+    if (!inside) return;
+    m_reportedVrtBefore = m_vertices[static_cast<std::size_t>(i)];
+    m_reportedVrtAfter = after;
+}
+
 void CTris::SetTriVrtAt(int i, const kor::geom::PNT_3D& p) {
+    KeepReportedVrtEdit(i, p);
     m_context->Notify_Tri_Vrt_Moved();
     m_vertices.at(static_cast<std::size_t>(i)) = p;
+    NoteGeometryChanged();
 }
 
 void CTris::RemoveTriVrt(int i) {
+    KeepReportedVrtEdit(i, kor::geom::PNT_3D());
     m_vertices.erase(m_vertices.begin() + i);
+    NoteGeometryChanged();
     m_context->Notify_Tri_Vrt_Removed();
 }
 
@@ -75,8 +90,12 @@ void CTris::UpdateMinMaxQuota() {
 
 void CTris::AddTri(CTri* t) {
     m_tris.push_back(t);
+    ++m_appendedTris;  // search index: an append, not a change
+    // The store's reference follows the report, but is taken also when the report fails (an
+    // allocation of the context): the array lists the triangle by then and must own it, or
+    // the creator's release would leave the array pointing at a destroyed triangle.
+    const auto takeReference = dtm::detail::OnScopeExit([t] { t->AddReference(); });
     m_context->Notify_Tri_Added(t);
-    t->AddReference();
 }
 
 CTri* CTris::AddNewTri(int colour, int i0, int i1, int i2) {
@@ -84,14 +103,21 @@ CTri* CTris::AddNewTri(int colour, int i0, int i1, int i2) {
         const int count = GetNoTriVrts();
         if (i0 >= count || i1 >= count || i2 >= count) return nullptr;
     }
-    auto triangle = kor::CRefPtr<CTri>::Adopt(new CTri(colour, i0, i1, i2));
-    AddTri(triangle.Get());
-    return triangle.Get();
+    // As AddTri, with the creation reference handed to the network instead of a reference taken
+    // and the creation one dropped: the same count at every step a listener can see, without
+    // two atomic operations per triangle (a file section adds millions).
+    auto created = kor::CRefPtr<CTri>::Adopt(new CTri(colour, i0, i1, i2));
+    m_tris.push_back(created.Get());
+    CTri* triangle = created.Detach();
+    ++m_appendedTris;  // search index: an append, not a change
+    m_context->Notify_Tri_Added(triangle);
+    return triangle;
 }
 
 void CTris::RemoveTriAt(int i) {
     CTri* triangle = m_tris.at(static_cast<std::size_t>(i));
     m_tris.erase(m_tris.begin() + i);
+    NoteGeometryChanged();
     // The context takes its own reference before ours goes, so the triangle outlives the event.
     const auto ours = kor::CRefPtr<CTri>::Adopt(triangle);
     m_context->Notify_Tri_Removed(triangle);
@@ -132,6 +158,7 @@ void CTris::DoRemoveAll() {
     m_minQuota = RESET_MIN_QUOTA;
     m_maxQuota = RESET_MAX_QUOTA;
     m_broken = false;
+    NoteGeometryChanged();
     // The pointer stays, as the binding's record; only the reference goes.
     if (m_cloud && m_cloudReferenced) m_cloud->SubReference();
     m_cloudReferenced = false;

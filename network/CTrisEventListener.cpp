@@ -15,6 +15,10 @@ CTrisEventListener::~CTrisEventListener() {
 void CTrisEventListener::OnEventOpened(kor::CSourceEvent& /*source*/) {}
 
 void CTrisEventListener::OnEventClosed(kor::CSourceEvent& /*source*/) {
+    // Moving vertices is always reported, also by operations that write the vertex array
+    // without going through the network's own (undo restores vertices in place), so whatever
+    // was derived from their positions is stale now, armed or not.
+    if (m_context->AreTriVrtsMoved()) m_tris->NoteGeometryChanged();
     if (!m_armed) {
         m_armed = true;
         return;

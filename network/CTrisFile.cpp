@@ -11,9 +11,16 @@
 // set, otherwise a node.
 //
 // The reader is written for damaged and hostile files as much as for good ones: it stops at the
-// first failed read, it grows its arrays only as items arrive (a count never reserves memory),
-// and it hands the network only whole, valid vertices and triangles and only a tree that covers
-// the triangle array exactly.
+// first failed read, it grows its arrays only as items arrive (a count never reserves memory
+// that the stream has not shown it holds), and it hands the network only whole, valid vertices
+// and triangles and only a tree that covers the triangle array exactly.
+//
+// Sections of millions of triangles are common, so neither side goes through the stream value
+// by value: the writer fills a buffer and hands the stream large blocks, the reader takes the
+// points and triangles in large blocks. The bytes are the same as value by value. When the
+// stream can seek, the reader first checks that the section holds every byte up to its octree
+// block and then appends straight to the network as it reads; otherwise it keeps the section's
+// items until it has them all, so that a short section still changes nothing.
 
 #include <dtm/network/CCld.h>
 #include <dtm/network/CTri.h>
@@ -29,11 +36,15 @@
 #include "network/CTrisEventListener.h"
 #include "support/ScopeExit.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <ios>
 #include <limits>
 #include <memory>
 #include <stdexcept>
+#include <streambuf>
+#include <type_traits>
 #include <vector>
 
 using kor::geom::PNT_3D;
@@ -71,6 +82,121 @@ bool Fail(std::istream& stream) {
     return false;
 }
 
+// ---- Blocks of raw values --------------------------------------------------------------------
+
+// Bytes handed to or taken from the stream at a time: large enough that the stream's per-call
+// cost vanishes, small enough to stay in the cache.
+constexpr std::size_t kBlockBytes = std::size_t{1} << 16;
+
+// Takes one raw little-endian value from @p bytes and moves past it.
+template <class T>
+T Take(const unsigned char*& bytes) {
+    unsigned char value[sizeof(T)];
+    std::memcpy(value, bytes, sizeof(T));
+    io::detail::ToDocumentOrder(value, sizeof(T));
+    T result;
+    std::memcpy(&result, value, sizeof(T));
+    bytes += sizeof(T);
+    return result;
+}
+
+// Collects raw little-endian values and hands them to the stream in blocks. Flush must be
+// called once the last value is in.
+class CBlockWriter {
+public:
+    explicit CBlockWriter(std::ostream& stream) : m_stream(stream), m_buffer(kBlockBytes) {}
+
+    template <class T>
+    void Put(T value) {
+        static_assert(std::is_arithmetic<T>::value, "plain values only");
+        if (m_used + sizeof(T) > m_buffer.size()) Flush();
+        unsigned char bytes[sizeof(T)];
+        std::memcpy(bytes, &value, sizeof(T));
+        io::detail::ToDocumentOrder(bytes, sizeof(T));
+        std::memcpy(m_buffer.data() + m_used, bytes, sizeof(T));
+        m_used += sizeof(T);
+    }
+    // Raw bytes already in document order: the buffer's content goes first, then the bytes in
+    // one call.
+    void PutBytes(const void* bytes, std::size_t size) {
+        Flush();
+        if (size > 0)
+            m_stream.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
+    }
+    void Flush() {
+        if (m_used > 0) m_stream.write(m_buffer.data(), static_cast<std::streamsize>(m_used));
+        m_used = 0;
+    }
+
+private:
+    std::ostream& m_stream;
+    std::vector<char> m_buffer;
+    std::size_t m_used = 0;
+};
+
+// Reads @p count items of @p itemBytes bytes each in blocks and hands each to @p take(bytes),
+// which must take exactly itemBytes. False, with the stream failed, when the stream ends first:
+// the stream is then left where reading the items one by one would have left it, at its end.
+template <class Take>
+bool ReadItems(std::istream& stream, std::int64_t count, std::size_t itemBytes, Take&& take) {
+    const std::int64_t perBlock = static_cast<std::int64_t>(kBlockBytes / itemBytes);
+    // Small reads (an octree node, a few leaves) use the stack; large ones one block, allocated
+    // for the items the stream is about to deliver.
+    unsigned char small[256];
+    std::vector<unsigned char> large;
+    const std::size_t blockBytes = static_cast<std::size_t>(std::min(count, perBlock)) * itemBytes;
+    unsigned char* block = small;
+    if (blockBytes > sizeof(small)) {
+        large.resize(blockBytes);
+        block = large.data();
+    }
+    while (count > 0) {
+        const std::int64_t items = std::min(count, perBlock);
+        const auto bytes =
+            static_cast<std::streamsize>(static_cast<std::size_t>(items) * itemBytes);
+        stream.read(reinterpret_cast<char*>(block), bytes);
+        if (!stream || stream.gcount() != bytes) {
+            stream.setstate(std::ios::failbit);
+            return false;
+        }
+        const unsigned char* next = block;
+        for (std::int64_t i = 0; i < items; ++i) take(next);
+        count -= items;
+    }
+    return true;
+}
+
+// The bytes the stream still holds, or -1 when it cannot tell (a stream that cannot seek).
+// The stream's position is left as it was.
+std::int64_t RemainingBytes(std::istream& stream) {
+    std::streambuf* buffer = stream.rdbuf();
+    if (!buffer || !stream) return -1;
+    const std::streampos here = buffer->pubseekoff(0, std::ios::cur, std::ios::in);
+    if (here == std::streampos(std::streamoff(-1))) return -1;
+    const std::streampos end = buffer->pubseekoff(0, std::ios::end, std::ios::in);
+    if (buffer->pubseekpos(here, std::ios::in) != here) return -1;
+    if (end == std::streampos(std::streamoff(-1))) return -1;
+    return static_cast<std::int64_t>(end - here);
+}
+
+// The int32 that lies @p offset bytes ahead in the stream, read without moving the stream;
+// false when it cannot be had.
+bool PeekInt32(std::istream& stream, std::int64_t offset, std::int32_t& value) {
+    std::streambuf* buffer = stream.rdbuf();
+    const std::streampos here = buffer->pubseekoff(0, std::ios::cur, std::ios::in);
+    if (here == std::streampos(std::streamoff(-1))) return false;
+    const std::streampos target = here + std::streamoff(offset);
+    unsigned char bytes[sizeof(std::int32_t)];
+    const bool read = buffer->pubseekpos(target, std::ios::in) == target &&
+                      buffer->sgetn(reinterpret_cast<char*>(bytes), sizeof(bytes)) ==
+                          static_cast<std::streamsize>(sizeof(bytes));
+    const bool back = buffer->pubseekpos(here, std::ios::in) == here;
+    if (!read || !back) return false;
+    const unsigned char* next = bytes;
+    value = Take<std::int32_t>(next);
+    return true;
+}
+
 // A triangle as the section stores it.
 struct TSectionTri {
     std::int32_t vertex[3];
@@ -94,42 +220,57 @@ struct TSectionData {
     bool IsCloudBound() const { return cloudId > 0; }
 };
 
-// Reads the points of a section of @p count items; they are kept only when @p keep is true.
+constexpr std::size_t kPointBytes = 3 * sizeof(double);
+constexpr std::size_t kCloudIndexBytes = sizeof(std::int32_t);
+
+std::size_t TriBytes(short version) {
+    return (HasTriColors(version) ? 4 : 3) * sizeof(std::int32_t);
+}
+
+PNT_3D TakePoint(const unsigned char*& bytes) {
+    PNT_3D p;
+    p.x = Take<double>(bytes);
+    p.y = Take<double>(bytes);
+    p.z = Take<double>(bytes);
+    return p;
+}
+
+TSectionTri TakeTri(const unsigned char*& bytes, short version) {
+    TSectionTri tri{{0, 0, 0}, kByLayerColor};
+    for (std::int32_t& vertex : tri.vertex) vertex = Take<std::int32_t>(bytes);
+    if (HasTriColors(version)) tri.colour = Take<std::int32_t>(bytes);
+    return tri;
+}
+
+// Reads the points of a section of @p count items; they are kept only when @p keep is true, and
+// then one by one as they arrive, so that memory follows the bytes actually read.
 bool ReadPoints(std::istream& stream, std::int32_t count, bool keep, TSectionData& data) {
-    for (std::int32_t i = 0; i < count; ++i) {
-        if (data.IsCloudBound()) {
-            std::int32_t index = 0;
-            if (!io::ReadRaw(stream, index)) return false;
+    if (data.IsCloudBound()) {
+        return ReadItems(stream, count, kCloudIndexBytes, [&](const unsigned char*& bytes) {
+            const std::int32_t index = Take<std::int32_t>(bytes);
             if (keep) data.cloudIndexes.push_back(index);
-        } else {
-            PNT_3D p;
-            if (!io::ReadRaw(stream, p.x) || !io::ReadRaw(stream, p.y) || !io::ReadRaw(stream, p.z))
-                return false;
-            if (keep) data.points.push_back(p);
-        }
+        });
     }
-    return true;
+    return ReadItems(stream, count, kPointBytes, [&](const unsigned char*& bytes) {
+        const PNT_3D p = TakePoint(bytes);
+        if (keep) data.points.push_back(p);
+    });
 }
 
 bool ReadTris(std::istream& stream, short version, bool keep, TSectionData& data) {
     if (!io::ReadRaw(stream, data.triCount)) return false;
     if (data.triCount < 0) return Fail(stream);
-    for (std::int32_t i = 0; i < data.triCount; ++i) {
-        TSectionTri tri{{0, 0, 0}, kByLayerColor};
-        for (std::int32_t& vertex : tri.vertex) {
-            if (!io::ReadRaw(stream, vertex)) return false;
-        }
-        if (HasTriColors(version) && !io::ReadRaw(stream, tri.colour)) return false;
+    return ReadItems(stream, data.triCount, TriBytes(version), [&](const unsigned char*& bytes) {
+        const TSectionTri tri = TakeTri(bytes, version);
         if (keep) data.tris.push_back(tri);
-    }
-    return true;
+    });
 }
 
-// Reads the section after its point count @p count (> 0) up to the octree block. False, with
-// the stream failed, when the stream ends first or a count is negative.
+// Reads the section after its point count @p count (> 0) and its cloud identifier up to the
+// octree block. False, with the stream failed, when the stream ends first or a count is
+// negative.
 bool ReadSectionData(std::istream& stream, short version, std::int32_t count, bool keep,
                      TSectionData& data) {
-    if (HasCloudAndOcTree(version) && !io::ReadRaw(stream, data.cloudId)) return false;
     if (!ReadPoints(stream, count, keep, data)) return false;
     if (!ReadTris(stream, version, keep, data)) return false;
     return !HasTriColors(version) ||
@@ -178,6 +319,21 @@ void ForEachRun(const COcTreeNode& node, Visit& visit) {
 // other tree would refer past the array, hand a triangle over twice, or hide one from drawing
 // and search.
 bool CoversEachTriangleOnce(const COcTreeNode& root, std::int64_t triCount) {
+    // A built tree names its runs in pre-order, one after the other from position 0; that is
+    // told in one pass over the runs. Only other trees need the check position by position.
+    std::int64_t next = 0;
+    bool inOrder = true;
+    auto follow = [&](std::int32_t count, std::int32_t first) {
+        if (!inOrder || count == 0) return;
+        if (count < 0 || first != next) {
+            inOrder = false;
+            return;
+        }
+        next += count;
+    };
+    ForEachRun(root, follow);
+    if (inOrder && next == triCount) return true;
+
     std::vector<bool> covered(static_cast<std::size_t>(triCount), false);
     std::int64_t coveredCount = 0;
     bool valid = true;
@@ -207,73 +363,100 @@ bool IsEmptyTreeRoot(const COcTreeNode& root) {
     return root.GetCount() == 0 && root.GetChildMask() == 0;
 }
 
-void WriteNode(std::ostream& stream, const COcTreeNode& node) {
-    io::WriteRaw(stream, node.GetCount());
-    io::WriteRaw(stream, node.GetFirst());
-    io::WriteRaw(stream, node.GetChildMask());
-    io::WriteRaw(stream, node.GetLeafMask());
+void WriteNode(CBlockWriter& writer, const COcTreeNode& node) {
+    writer.Put(node.GetCount());
+    writer.Put(node.GetFirst());
+    writer.Put(node.GetChildMask());
+    writer.Put(node.GetLeafMask());
     for (int octant = 0; octant < kOctantCount; ++octant) {
         if (node.HasLeafChild(octant)) {
             const COcTreeLeaf& leaf = node.GetLeaf(octant);
-            io::WriteRaw(stream, leaf.count);
-            io::WriteRaw(stream, leaf.first);
+            writer.Put(leaf.count);
+            writer.Put(leaf.first);
         } else if (node.HasNodeChild(octant)) {
-            WriteNode(stream, node.GetNode(octant));
+            WriteNode(writer, node.GetNode(octant));
         }
     }
 }
 
-void WriteGeometry(std::ostream& stream, const TOcTreeGeometry& geometry) {
+void WriteGeometry(CBlockWriter& writer, const TOcTreeGeometry& geometry) {
     for (const double value : {geometry.centreX, geometry.centreY, geometry.centreZ, geometry.side,
                                geometry.extentX, geometry.extentY, geometry.extentZ}) {
-        io::WriteRaw(stream, value);
+        writer.Put(value);
     }
 }
 
 // Writes @p tree, or the block of an empty tree when the tree has no root or does not describe
 // the network's @p triCount triangles (a tree left stale inside a change event, or kept by a
 // broken network whose triangles changed): such a tree would not survive the reader's check.
-void WriteOcTreeBlock(std::ostream& stream, const COcTree& tree, int triCount) {
+void WriteOcTreeBlock(CBlockWriter& writer, const COcTree& tree, int triCount) {
     const COcTreeNode* root = tree.GetRoot();
     if (root && CoversEachTriangleOnce(*root, triCount)) {
-        WriteGeometry(stream, tree.GetGeometry());
-        WriteNode(stream, *root);
+        WriteGeometry(writer, tree.GetGeometry());
+        WriteNode(writer, *root);
         return;
     }
-    WriteGeometry(stream, {UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE,
+    WriteGeometry(writer, {UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE,
                            UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE});
-    WriteNode(stream, COcTreeNode());
+    WriteNode(writer, COcTreeNode());
 }
 
 bool ReadGeometry(std::istream& stream, TOcTreeGeometry& geometry) {
-    for (double* value : {&geometry.centreX, &geometry.centreY, &geometry.centreZ, &geometry.side,
-                          &geometry.extentX, &geometry.extentY, &geometry.extentZ}) {
-        if (!io::ReadRaw(stream, *value)) return false;
-    }
-    return true;
+    return ReadItems(stream, 1, 7 * sizeof(double), [&geometry](const unsigned char*& bytes) {
+        for (double* value :
+             {&geometry.centreX, &geometry.centreY, &geometry.centreZ, &geometry.side,
+              &geometry.extentX, &geometry.extentY, &geometry.extentZ})
+            *value = Take<double>(bytes);
+    });
 }
 
 // Reads @p node, at @p depth below the root, and everything under it. Children are allocated
 // only as their node's masks arrive, so memory follows the bytes actually read. False, with the
 // stream failed, when the stream ends or the block goes deeper than a built tree.
+// A node's own fields take 10 bytes, a leaf entry 8. Consecutive leaf entries are read in one
+// call; a block never reads past the node it belongs to, so the stream ends exactly where the
+// block does.
+constexpr std::size_t kNodeBytes = 2 * sizeof(std::int32_t) + 2 * sizeof(std::uint8_t);
+constexpr std::size_t kLeafBytes = 2 * sizeof(std::int32_t);
+
 bool ReadNode(std::istream& stream, COcTreeNode& node, int depth) {
     std::int32_t count = 0;
     std::int32_t first = 0;
     std::uint8_t childMask = 0;
     std::uint8_t leafMask = 0;
-    if (!io::ReadRaw(stream, count) || !io::ReadRaw(stream, first) ||
-        !io::ReadRaw(stream, childMask) || !io::ReadRaw(stream, leafMask))
+    if (!ReadItems(stream, 1, kNodeBytes, [&](const unsigned char*& bytes) {
+            count = Take<std::int32_t>(bytes);
+            first = Take<std::int32_t>(bytes);
+            childMask = Take<std::uint8_t>(bytes);
+            leafMask = Take<std::uint8_t>(bytes);
+        }))
         return false;
     node.SetRun(count, first);
     node.SetChildren(childMask, leafMask);
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (node.HasLeafChild(octant)) {
-            COcTreeLeaf& leaf = node.GetLeaf(octant);
-            if (!io::ReadRaw(stream, leaf.count) || !io::ReadRaw(stream, leaf.first)) return false;
-        } else if (node.HasNodeChild(octant)) {
+    for (int octant = 0; octant < kOctantCount;) {
+        if (node.HasNodeChild(octant)) {
             if (depth + 1 > kMaxNodeDepth) return Fail(stream);
             if (!ReadNode(stream, node.GetNode(octant), depth + 1)) return false;
+            ++octant;
+            continue;
         }
+        // The run of leaf entries from here up to the next sub-node (octants without a child
+        // take no bytes).
+        int end = octant;
+        int leaves = 0;
+        while (end < kOctantCount && !node.HasNodeChild(end)) {
+            if (node.HasLeafChild(end)) ++leaves;
+            ++end;
+        }
+        int next = octant;
+        const bool read = ReadItems(stream, leaves, kLeafBytes, [&](const unsigned char*& bytes) {
+            while (!node.HasLeafChild(next)) ++next;
+            COcTreeLeaf& leaf = node.GetLeaf(next++);
+            leaf.count = Take<std::int32_t>(bytes);
+            leaf.first = Take<std::int32_t>(bytes);
+        });
+        if (!read) return false;
+        octant = end;
     }
     return true;
 }
@@ -289,7 +472,10 @@ public:
                      bool load);
 
 private:
-    static void WritePoints(const CTris& tris, std::ostream& stream, bool cloudBound);
+    static void WritePoints(const CTris& tris, CBlockWriter& writer, bool cloudBound);
+    static bool ReadDirect(CTris& tris, std::istream& stream, short version, std::int32_t count);
+    static void ReadRest(CTris& tris, std::istream& stream, short version, bool load,
+                         std::int32_t sectionTris, bool fitsNetwork);
     static bool ServeFromCloud(CTris& tris, const TSectionData& data,
                                const kor::CRefObjIdRemapper& remapper);
     static void BindCloud(CTris& tris, CCld* cloud);
@@ -314,32 +500,46 @@ void CTrisFileSection::Write(const CTris& tris, ofpstream& stream, kor::CPtr64Ma
     const std::int64_t cloudId = cloudBound ? mapper->GetPointer32(static_cast<std::int64_t>(
                                                   reinterpret_cast<std::intptr_t>(tris.m_cloud)))
                                             : 0;
-    io::WriteRaw(stream, static_cast<std::int32_t>(count));
-    if (HasCloudAndOcTree(version)) io::WriteRaw(stream, cloudId);
-    WritePoints(tris, stream, cloudBound);
+    CBlockWriter writer(stream);
+    writer.Put(static_cast<std::int32_t>(count));
+    if (HasCloudAndOcTree(version)) writer.Put(cloudId);
+    WritePoints(tris, writer, cloudBound);
 
-    io::WriteRaw(stream, static_cast<std::int32_t>(tris.m_tris.size()));
-    for (const CTri* tri : tris.m_tris) {
-        for (int k = 0; k < 3; ++k)
-            io::WriteRaw(stream, static_cast<std::int32_t>(tri->GetVerIndex(k)));
-        if (HasTriColors(version)) io::WriteRaw(stream, static_cast<std::int32_t>(tri->GetColor()));
+    writer.Put(static_cast<std::int32_t>(tris.m_tris.size()));
+    for (std::size_t i = 0; i < tris.m_tris.size(); ++i) {
+        PrefetchTriangle(tris, i, false);
+        const CTri* tri = tris.m_tris[i];
+        for (int k = 0; k < 3; ++k) writer.Put(static_cast<std::int32_t>(tri->GetVerIndex(k)));
+        if (HasTriColors(version)) writer.Put(static_cast<std::int32_t>(tri->GetColor()));
     }
     if (HasTriColors(version)) {
-        io::WriteRaw(stream, tris.m_minQuota);
-        io::WriteRaw(stream, tris.m_maxQuota);
+        writer.Put(tris.m_minQuota);
+        writer.Put(tris.m_maxQuota);
     }
-    if (HasCloudAndOcTree(version)) WriteOcTreeBlock(stream, *tris.m_octree, tris.GetNoTris());
+    if (HasCloudAndOcTree(version)) WriteOcTreeBlock(writer, *tris.m_octree, tris.GetNoTris());
+    writer.Flush();
 }
 
-void CTrisFileSection::WritePoints(const CTris& tris, std::ostream& stream, bool cloudBound) {
+void CTrisFileSection::WritePoints(const CTris& tris, CBlockWriter& writer, bool cloudBound) {
+    // On a little-endian host the arrays already hold the section's bytes (a point is three
+    // packed doubles), so they go out as they are.
     if (cloudBound) {
-        for (const std::int32_t index : tris.m_cloudIndexes) io::WriteRaw(stream, index);
+        if (io::detail::HostIsLittleEndian()) {
+            writer.PutBytes(tris.m_cloudIndexes.data(),
+                            tris.m_cloudIndexes.size() * sizeof(std::int32_t));
+            return;
+        }
+        for (const std::int32_t index : tris.m_cloudIndexes) writer.Put(index);
+        return;
+    }
+    if (io::detail::HostIsLittleEndian()) {
+        writer.PutBytes(tris.m_vertices.data(), tris.m_vertices.size() * sizeof(PNT_3D));
         return;
     }
     for (const PNT_3D& p : tris.m_vertices) {
-        io::WriteRaw(stream, p.x);
-        io::WriteRaw(stream, p.y);
-        io::WriteRaw(stream, p.z);
+        writer.Put(p.x);
+        writer.Put(p.y);
+        writer.Put(p.z);
     }
 }
 
@@ -353,6 +553,8 @@ void CTrisFileSection::Read(CTris& tris, ifpstream& stream, const kor::CRefObjId
         return;
     }
     TSectionData data;
+    if (HasCloudAndOcTree(version) && !io::ReadRaw(stream, data.cloudId)) return;
+    if (load && !data.IsCloudBound() && ReadDirect(tris, stream, version, count)) return;
     if (!ReadSectionData(stream, version, count, load, data)) return;
 
     // One event for the whole load: one undo step, and the network's listener runs once, after
@@ -373,15 +575,77 @@ void CTrisFileSection::Read(CTris& tris, ifpstream& stream, const kor::CRefObjId
     } else {
         tris.UpdateMinMaxQuota();
     }
+    ReadRest(tris, stream, version, load, data.triCount,
+             trisBefore == 0 && accepted == data.triCount);
+}
+
+// Reads a plain section (no cloud) straight into the network, when the stream shows that it
+// holds every byte up to the octree block: then no read of that part can fail, and the network
+// gets exactly what it would get from the section read in full first, without a second copy of
+// the section in memory. False, with nothing read, when the stream cannot show it (it cannot
+// seek, or the section is short or has a negative triangle count): the caller then reads the
+// section in full first, which also fails the stream as it always did. Should the device fail
+// after all, the points and triangles appended so far stay, and the stream is failed.
+bool CTrisFileSection::ReadDirect(CTris& tris, std::istream& stream, short version,
+                                  std::int32_t count) {
+    const std::int64_t pointBytes = std::int64_t{count} * static_cast<std::int64_t>(kPointBytes);
+    const std::int64_t remaining = RemainingBytes(stream);
+    const auto countBytes = static_cast<std::int64_t>(sizeof(std::int32_t));
+    if (remaining < pointBytes + countBytes) return false;
+    std::int32_t triCount = 0;
+    if (!PeekInt32(stream, pointBytes, triCount) || triCount < 0) return false;
+    const std::int64_t rangeBytes = HasTriColors(version) ? 2 * sizeof(double) : 0;
+    const std::int64_t triBytes =
+        std::int64_t{triCount} * static_cast<std::int64_t>(TriBytes(version));
+    if (remaining < pointBytes + countBytes + triBytes + rangeBytes) return false;
+
+    kor::CEventGuard event(tris.m_context);
+    const int trisBefore = tris.GetNoTris();
+    // The counts are backed by bytes the stream holds, so reserving for them is safe.
+    tris.m_vertices.reserve(tris.m_vertices.size() + static_cast<std::size_t>(count));
+    bool read = ReadItems(stream, count, kPointBytes, [&tris](const unsigned char*& bytes) {
+        tris.AppendVertex(TakePoint(bytes));
+    });
+    std::int32_t storedTris = 0;
+    read = read && io::ReadRaw(stream, storedTris);
+    if (!read) return true;
+    tris.m_tris.reserve(tris.m_tris.size() + static_cast<std::size_t>(storedTris));
+    // Checked also on a broken network, where AddNewTri would not: a triangle taken in from a
+    // file never refers outside the vertex array.
+    const int vertexCount = tris.GetNoTriVrts();
+    std::int32_t accepted = 0;
+    read = ReadItems(stream, storedTris, TriBytes(version), [&](const unsigned char*& bytes) {
+        const TSectionTri tri = TakeTri(bytes, version);
+        if (!RefersToVertices(tri, vertexCount)) return;  // dropped without a word
+        tris.AddNewTri(tri.colour, tri.vertex[0], tri.vertex[1], tri.vertex[2]);
+        ++accepted;
+    });
+    if (!read) return true;
+    if (HasTriColors(version)) {
+        double minQuota = 0.0;
+        double maxQuota = 0.0;
+        if (!io::ReadRaw(stream, minQuota) || !io::ReadRaw(stream, maxQuota)) return true;
+        tris.m_minQuota = minQuota;
+        tris.m_maxQuota = maxQuota;
+    } else {
+        tris.UpdateMinMaxQuota();
+    }
+    ReadRest(tris, stream, version, true, storedTris, trisBefore == 0 && accepted == storedTris);
+    return true;
+}
+
+// What follows the section's elevation range: the octree block, then the derived data of a
+// loaded network. @p fitsNetwork: the network held no triangle before and kept every one of the
+// section's @p sectionTris.
+void CTrisFileSection::ReadRest(CTris& tris, std::istream& stream, short version, bool load,
+                                std::int32_t sectionTris, bool fitsNetwork) {
     if (HasCloudAndOcTree(version)) {
         // The close of this event must not replace the tree that the block brings.
         tris.m_listener->Disarm();
         // A tree already in place is kept and the block is left unread: the stream then stays
         // at the block's start.
-        if (!tris.m_octree->HasRoot()) {
-            const bool fitsNetwork = trisBefore == 0 && accepted == data.triCount;
-            ReadOcTreeBlock(tris, stream, data.triCount, fitsNetwork, load);
-        }
+        if (!tris.m_octree->HasRoot())
+            ReadOcTreeBlock(tris, stream, sectionTris, fitsNetwork, load);
     }
     if (load) {
         tris.CalcColors();

@@ -7,10 +7,12 @@
 #include <dtm/support/Tolerances.h>
 
 #include "network/COcTree.h"
+#include "network/CTrisSearchIndex.h"
 #include "network/ITriOcTreeListener.h"
 
 #include <cmath>
 #include <cstddef>
+#include <vector>
 
 using kor::geom::CalcQuoteFromTriangle;
 using kor::geom::PAR_LINE_2D;
@@ -99,6 +101,27 @@ private:
     double m_tol;
 };
 
+// Receives the search index's candidates in ascending order and stops at the first whose answer
+// is an elevation, exactly as the scan of every triangle would.
+class CFirstQualifying : public CTrisSearchIndex::IVisitor {
+public:
+    CFirstQualifying(const CTris& tris, const std::vector<CTri*>& triangles, double x, double y)
+        : m_tris(tris), m_triangles(triangles), m_x(x), m_y(y) {}
+
+    bool OnCandidate(int tri) override {
+        quote = QuoteOnTriangle(m_tris, *m_triangles[static_cast<std::size_t>(tri)], m_x, m_y);
+        return quote < dtm::UNDEFINED_QUOTE_THRESHOLD;
+    }
+
+    double quote = UNDEFINED_QUOTE;
+
+private:
+    const CTris& m_tris;
+    const std::vector<CTri*>& m_triangles;
+    double m_x;
+    double m_y;
+};
+
 }  // namespace
 
 void CTris::CalcOcTree() {
@@ -120,9 +143,20 @@ bool CTris::FindTri(const PNT_2D& p, double tol, int& tri1, int& tri2, int& edge
     return true;
 }
 
-// Deliberately a linear scan in array order rather than an octree query: the first triangle
-// in array order that holds the point wins, whatever the shape of the tree.
+// The answer is defined as that of a scan of every triangle in array order (GetCoordZQByScan):
+// the first triangle whose answer is an elevation wins, and when none has one, the last
+// triangle's own answer is returned. The search index hands over, in ascending order, every
+// triangle that can have an elevation at (x, y), so stopping at the first of them that does
+// gives the scan's answer; when none does, the last triangle is asked as the scan would have.
 double CTris::GetCoordZQ(double x, double y) const {
+    if (m_tris.empty()) return UNDEFINED_QUOTE;
+    CFirstQualifying first(*this, m_tris, x, y);
+    if (CTrisSearchIndex::Of(*this).VisitPoint(PNT_2D(x, y), first)) return first.quote;
+    return QuoteOnTriangle(*this, *m_tris.back(), x, y);
+}
+
+// The reference for GetCoordZQ: a linear scan in array order, whatever the index.
+double CTris::GetCoordZQByScan(double x, double y) const {
     double quote = UNDEFINED_QUOTE;
     for (const CTri* tri : m_tris) {
         quote = QuoteOnTriangle(*this, *tri, x, y);

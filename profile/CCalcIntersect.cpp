@@ -1,11 +1,16 @@
+#include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
 #include <dtm/profile/CCalcIntersect.h>
 #include <dtm/project/CDtmPrj.h>
 #include <dtm/support/Tolerances.h>
 
+#include "network/COcTree.h"
+#include "network/CTrisSearchIndex.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 
 using kor::geom::LINE_2D;
 using kor::geom::PNT_2D;
@@ -20,69 +25,109 @@ bool IsSameProg(double later, double earlier) {
                                   : later == earlier;
 }
 
-}  // namespace
-
-CCalcIntersect::CCalcIntersect(CDtmPrj& project) : m_tris(project.GetTris()) {}
-
-void CCalcIntersect::CalcQuotedPnts(const LINE_2D& line, std::vector<TLineProgPnt>& out) const {
-    CalcQuotedPntsByScan(line, out);
-}
-
-void CCalcIntersect::CalcQuotedPntsByScan(const LINE_2D& line,
-                                          std::vector<TLineProgPnt>& out) const {
-    const PNT_2D& start = line.start;
-    const PNT_2D& end = line.end;
-    out.clear();
-    bool startFound = false;
-    bool endFound = false;
-
-    // Every triangle is visited, without a spatial search, and each contributes on its own: an
-    // edge shared by two triangles, or an end point on an edge or a vertex, is appended once per
-    // triangle, and the final sort and merge reduce the repeats to one point.
-    const int triCount = m_tris->GetNoTris();
-    for (int t = 0; t < triCount; ++t) {
-        const TVrtTri tri = m_tris->GetVrtTriAt(t);
-        if (kor::geom::IsPntInsideTriangle(tri.p[0], tri.p[1], tri.p[2], start)) {
-            CalcAndAddPnt(tri, start, start, out);
-            startFound = true;
-        }
-        if (kor::geom::IsPntInsideTriangle(tri.p[0], tri.p[1], tri.p[2], end)) {
-            CalcAndAddPnt(tri, start, end, out);
-            endFound = true;
-        }
-        for (int k = 0; k < 3; ++k) {
-            // The crossing is computed on the edge, so that it lies on the edge whose elevations
-            // are interpolated, and its distance is then measured from the start.
-            const LINE_2D edge(tri.p[k], tri.p[k + 1]);
-            PNT_2D crossing;
-            if (edge.intersect(line, crossing)) {
-                CalcAndAddPnt(tri.p[k], tri.p[k + 1], start, crossing, out);
-            }
-        }
-    }
-
-    // The end points are always part of the profile, without elevation off the network.
-    if (!startFound) AddPnt(UNDEFINED_QUOTE, start, start, out);
-    if (!endFound) AddPnt(UNDEFINED_QUOTE, start, end, out);
-    SortAndDeleteDuplicates(out);
-}
-
-void CCalcIntersect::AddPnt(double z, const PNT_2D& origin, const PNT_2D& p,
-                            std::vector<TLineProgPnt>& out) {
+void AppendPoint(double z, const PNT_2D& origin, const PNT_2D& p, std::vector<TLineProgPnt>& out) {
     TLineProgPnt point;
     point.pnt = PNT_3D(p, z);
     point.prog = std::fabs(p.dist(origin));
     out.push_back(point);
 }
 
+// The three vertices of triangle @p tri, the first repeated. A vertex that does not exist (a
+// triangle may refer past the vertex array) is a point with no position, which lies in no
+// triangle and meets no segment.
+TVrtTri VerticesOf(const CTris& tris, int tri) {
+    const CTri& triangle = *tris.GetTriAt(tri);
+    TVrtTri points;
+    points.Set(NetworkVertex(tris, triangle, 0), NetworkVertex(tris, triangle, 1),
+               NetworkVertex(tris, triangle, 2));
+    return points;
+}
+
+// What one triangle adds to the profile along @p line: its plane's elevation at an end of the
+// segment that it holds, and the crossing of each of its edges with the segment, computed on
+// the edge, so that it lies on the edge whose elevations are interpolated, its distance then
+// measured from the start. An edge shared by two triangles, or an end point on an edge or a
+// vertex, is thus appended once per triangle; the final sort and merge reduce the repeats.
+void AddTrianglePoints(const TVrtTri& tri, const LINE_2D& line, std::vector<TLineProgPnt>& out,
+                       bool& startFound, bool& endFound) {
+    const PNT_2D& start = line.start;
+    const PNT_2D& end = line.end;
+    if (kor::geom::IsPntInsideTriangle(tri.p[0], tri.p[1], tri.p[2], start)) {
+        AppendPoint(kor::geom::CalcQuoteFromTriangle(tri.p[0], tri.p[1], tri.p[2], start), start,
+                    start, out);
+        startFound = true;
+    }
+    if (kor::geom::IsPntInsideTriangle(tri.p[0], tri.p[1], tri.p[2], end)) {
+        AppendPoint(kor::geom::CalcQuoteFromTriangle(tri.p[0], tri.p[1], tri.p[2], end), start, end,
+                    out);
+        endFound = true;
+    }
+    for (int k = 0; k < 3; ++k) {
+        const LINE_2D edge(tri.p[k], tri.p[k + 1]);
+        PNT_2D crossing;
+        if (edge.intersect(line, crossing)) {
+            AppendPoint(kor::geom::CalcQuoteFromLine(tri.p[k], tri.p[k + 1], crossing), start,
+                        crossing, out);
+        }
+    }
+}
+
+// The profile from the triangles @p forEachTri hands over (each through a callback taking its
+// index), which must come in ascending order and include every triangle that adds a point: the
+// list, and therefore the sorted result, is then the one of a scan of every triangle.
+template <class ForEachTri>
+void Profile(const CTris& tris, const LINE_2D& line, std::vector<TLineProgPnt>& out,
+             ForEachTri&& forEachTri) {
+    out.clear();
+    bool startFound = false;
+    bool endFound = false;
+    forEachTri([&](int tri) {
+        AddTrianglePoints(VerticesOf(tris, tri), line, out, startFound, endFound);
+    });
+    // The end points are always part of the profile, without elevation off the network.
+    if (!startFound) AppendPoint(UNDEFINED_QUOTE, line.start, line.start, out);
+    if (!endFound) AppendPoint(UNDEFINED_QUOTE, line.start, line.end, out);
+}
+
+}  // namespace
+
+CCalcIntersect::CCalcIntersect(CDtmPrj& project) : m_tris(project.GetTris()) {}
+
+// The profile is defined as a scan of every triangle in index order (CalcQuotedPntsByScan). The
+// search index hands over, in ascending order, every triangle whose plan box the segment may
+// meet; the others add nothing to the scan's list, so the list and the profile are the same.
+void CCalcIntersect::CalcQuotedPnts(const LINE_2D& line, std::vector<TLineProgPnt>& out) const {
+    std::vector<std::int32_t> candidates;
+    if (m_tris->GetNoTris() > 0) CTrisSearchIndex::Of(*m_tris).CollectSegment(line, candidates);
+    Profile(*m_tris, line, out, [&candidates](const auto& visit) {
+        for (const std::int32_t tri : candidates) visit(tri);
+    });
+    SortAndDeleteDuplicates(out);
+}
+
+void CCalcIntersect::CalcQuotedPntsByScan(const LINE_2D& line,
+                                          std::vector<TLineProgPnt>& out) const {
+    // Every triangle is visited, without a spatial search.
+    const int triCount = m_tris->GetNoTris();
+    Profile(*m_tris, line, out, [triCount](const auto& visit) {
+        for (int tri = 0; tri < triCount; ++tri) visit(tri);
+    });
+    SortAndDeleteDuplicates(out);
+}
+
+void CCalcIntersect::AddPnt(double z, const PNT_2D& origin, const PNT_2D& p,
+                            std::vector<TLineProgPnt>& out) {
+    AppendPoint(z, origin, p, out);
+}
+
 void CCalcIntersect::CalcAndAddPnt(const TVrtTri& tri, const PNT_2D& origin, const PNT_2D& p,
                                    std::vector<TLineProgPnt>& out) {
-    AddPnt(kor::geom::CalcQuoteFromTriangle(tri.p[0], tri.p[1], tri.p[2], p), origin, p, out);
+    AppendPoint(kor::geom::CalcQuoteFromTriangle(tri.p[0], tri.p[1], tri.p[2], p), origin, p, out);
 }
 
 void CCalcIntersect::CalcAndAddPnt(const PNT_3D& a, const PNT_3D& b, const PNT_2D& origin,
                                    const PNT_2D& p, std::vector<TLineProgPnt>& out) {
-    AddPnt(kor::geom::CalcQuoteFromLine(a, b, p), origin, p, out);
+    AppendPoint(kor::geom::CalcQuoteFromLine(a, b, p), origin, p, out);
 }
 
 void CCalcIntersect::SortAndDeleteDuplicates(std::vector<TLineProgPnt>& pnts) {

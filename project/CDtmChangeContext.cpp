@@ -7,6 +7,7 @@
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmPrj.h>
 
+#include "project/CCreateCmdExecutedEventListener.h"
 #include "support/ScopeExit.h"
 
 #include <utility>
@@ -29,6 +30,14 @@ void MergeChangeType(Kind& stored, Kind notified) {
         stored = static_cast<Kind>(3);
 }
 
+/// @p listener as the project's undo builder, or null for any other listener (the quiet one, or
+/// one a host or test installed). The builder hears two things that IEventListener has no
+/// operation for: the project's name and flags about to change, and the events it did not
+/// record.
+CCreateCmdExecutedEventListener* UndoBuilder(IEventListener* listener) {
+    return dynamic_cast<CCreateCmdExecutedEventListener*>(listener);
+}
+
 /// Releases the reference that recording took on each entry.
 template <class Entity>
 void ReleaseAll(std::vector<Entity*>& entities) {
@@ -41,7 +50,9 @@ void ReleaseAll(std::vector<Entity*>& entities) {
 
 struct CDtmChangeContext::State {
     explicit State(CDtmPrj* owner)
-        : undoListener(std::make_unique<IEventListener>()), project(owner), current(&quiet) {}
+        : undoListener(std::make_unique<CCreateCmdExecutedEventListener>(owner)),
+          project(owner),
+          current(&quiet) {}
 
     IEventListener quiet;
     std::unique_ptr<IEventListener> undoListener;
@@ -131,6 +142,13 @@ void CDtmChangeContext::OnAfterEndEvent() {
     for (CCvLv* line : m_state->cvLvAdded) line->m_changeMark = MARK_UNTOUCHED;
     for (CCvLv* line : m_state->cvLvModified) line->m_changeMark = MARK_UNTOUCHED;
     m_state->current->OnEndEvent();
+    // The undo listener follows the events it did not record as well (an undo step applying,
+    // recording suspended, a point-cloud network), so that its next step starts from the state
+    // they left.
+    if (m_state->current != m_state->undoListener.get()) {
+        if (CCreateCmdExecutedEventListener* undo = UndoBuilder(m_state->undoListener.get()))
+            undo->OnUnrecordedEventEnd();
+    }
 }
 
 namespace {
@@ -138,15 +156,26 @@ namespace {
 /// Runs @p record inside an event of @p context: a notification outside any event is an event
 /// of its own, one inside an event only adds to it.
 template <class Record>
-void InEvent(kor::CSourceEvent* context, Record record) {
+void InEvent(CDtmChangeContext* context, Record record) {
     kor::CEventGuard event(context);
-    record();
+    try {
+        record();
+    } catch (...) {
+        // A change that could not be recorded cannot be undone: the undo builder must know.
+        if (CCreateCmdExecutedEventListener* undo = UndoBuilder(context->GetCurrentListener()))
+            undo->OnRecordingFailed();
+        throw;
+    }
 }
 
 }  // namespace
 
 void CDtmChangeContext::Notify_Prj_Modified() {
-    InEvent(this, [this] { m_state->prjModified = true; });
+    InEvent(this, [this] {
+        m_state->prjModified = true;
+        if (CCreateCmdExecutedEventListener* undo = UndoBuilder(m_state->current))
+            undo->OnPrjModified();
+    });
 }
 
 void CDtmChangeContext::Notify_Vnc_LayersModified() {
@@ -375,4 +404,9 @@ const std::vector<CCvLv*>& CDtmChangeContext::GetCvLvRemoved() const noexcept {
 }
 const std::vector<CCvLvInterv*>& CDtmChangeContext::GetCvLvIntervalsRemoved() const noexcept {
     return m_state->intervalsRemoved;
+}
+
+void CDtmChangeContext::OnPrjBuilt() {
+    if (CCreateCmdExecutedEventListener* undo = UndoBuilder(m_state->undoListener.get()))
+        undo->OnUnrecordedEventEnd();
 }

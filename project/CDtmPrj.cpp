@@ -20,6 +20,7 @@ CDtmPrj::CDtmPrj(CLibDtm* lib, const kor::String& name, bool visible, bool locke
         m_tris = new CTris(this);
         m_cvlvs = new CCvLvs(this);
         m_opz = new CDtmPrjOpz();  // reads the last saved settings from the INI file
+        m_context->OnPrjBuilt();
     } catch (...) {
         DestroyComponents();
         throw;
@@ -31,6 +32,9 @@ CDtmPrj::~CDtmPrj() {
 }
 
 void CDtmPrj::DestroyComponents() noexcept {
+    // The collections report their removals as they go; a project that is going away must not
+    // file them as an undo step, so its context leaves the transaction manager first.
+    if (m_context) m_context->Detach();
     delete m_vncs;
     m_vncs = nullptr;
     delete m_internalCnts;

@@ -2,6 +2,9 @@
 
 #include <dtm/project/CDtmPrj.h>
 #include <dtm/project/CLibDtmChangeContext.h>
+#include <dtm/support/RefCounter.h>
+
+#include "support/ScopeExit.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -28,6 +31,9 @@ void CLibDtm::DoRemoveAll() noexcept {
 }
 
 void CLibDtm::AddPrj(CDtmPrj* prj) {
+    // Room for the entry first: once the project is renamed and adopted, listing it cannot
+    // fail, so a failure (an allocation) leaves either nothing changed or the project listed.
+    m_projects.reserve(m_projects.size() + 1);
     // The project is not in the sequence yet, so its own name cannot collide with itself.
     prj->SetName(FindNewSuitableName(prj->GetName()));
     prj->AdoptedBy(this);
@@ -37,7 +43,14 @@ void CLibDtm::AddPrj(CDtmPrj* prj) {
 }
 
 CDtmPrj* CLibDtm::AddPrj(const kor::String& name, bool visible, bool locked) {
-    CDtmPrj* prj = new CDtmPrj(this, name, visible, locked);
+    auto created = kor::CRefPtr<CDtmPrj>::Adopt(new CDtmPrj(this, name, visible, locked));
+    CDtmPrj* prj = created.Get();
+    // The creation reference passes to the library once the project is listed, also when the
+    // report that follows fails; a project that never got listed is released here.
+    const auto handOver = dtm::detail::OnScopeExit([&] {
+        if (std::find(m_projects.begin(), m_projects.end(), prj) != m_projects.end())
+            created.Detach();
+    });
     AddPrj(prj);
     return prj;
 }

@@ -5,7 +5,9 @@
 #include <dtm/support/Tolerances.h>
 
 #include "ByteBuilder.h"
-#include "TempDir.h"
+#include "OptionsChecks.h"
+#include "StreamBytes.h"
+#include "TempIni.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +23,7 @@
 namespace {
 
 using dtm_test::ByteBuilder;
+using dtm_test::ReadOutcome;
 using Table = CColorClassComputer;
 
 const char* const kSection = "CURVE";
@@ -28,25 +31,8 @@ const char* const kSection = "CURVE";
 // ---------------------------------------------------------------------------------------------
 // Helpers
 
-/// Points default-constructed CIniFile objects at a fresh file for the life of a test.
-class ScopedDefaultIni {
-public:
-    ScopedDefaultIni() : m_previous(CIniFile::GetDefaultPath()) {
-        CIniFile::SetDefaultPath(m_dir.File("dtm.ini"));
-    }
-    ~ScopedDefaultIni() { CIniFile::SetDefaultPath(m_previous); }
-    ScopedDefaultIni(const ScopedDefaultIni&) = delete;
-    ScopedDefaultIni& operator=(const ScopedDefaultIni&) = delete;
-
-private:
-    dtm_test::TempDir m_dir;
-    std::string m_previous;
-};
-
-class ColorClassIniTest : public ::testing::Test {
-protected:
-    ScopedDefaultIni m_ini;
-};
+/// Every test reads and writes a fresh INI file through default-constructed CIniFile objects.
+class ColorClassIniTest : public dtm_test::TempIniTest {};
 
 Table GradedTable(std::initializer_list<int> colors, unsigned noSteps) {
     Table table;
@@ -87,23 +73,11 @@ void ExpectSameTable(const Table& expected, const Table& actual) {
 }
 
 std::string Write(const Table& table, short version) {
-    std::stringbuf buffer;
-    ofpstream out(&buffer, version);
-    table.SalvaInFile(out);
-    return buffer.str();
+    return dtm_test::WriteToBytes(table, &Table::SalvaInFile, version);
 }
 
-struct ReadOutcome {
-    bool streamGood;
-    std::streamoff consumed;  // position of the buffer, whatever the stream's state
-};
-
 ReadOutcome Read(Table& table, const std::string& bytes, short version, bool apply) {
-    std::stringbuf buffer(bytes);
-    ifpstream in(&buffer, version);
-    table.LeggeDaFile(in, apply);
-    const std::streamoff consumed = buffer.pubseekoff(0, std::ios::cur, std::ios::in);
-    return {static_cast<bool>(in), consumed};
+    return dtm_test::ReadFromBytes(table, &Table::LeggeDaFile, bytes, version, apply);
 }
 
 /// The engine's index for a colour packed as (r << 16) | (g << 8) | b.
@@ -476,14 +450,8 @@ TEST(ColorClassComputer, CustomInfiniteValuesCompareWithoutTolerance) {
 
 /// A table like @p table with the step count @p noSteps, as only a stream can set it.
 Table WithStoredSteps(const Table& table, std::uint32_t noSteps) {
-    ByteBuilder bytes;
-    bytes.UInt32(noSteps)
-        .Int32(table.IsCustom() ? 1 : 0)
-        .Int32(static_cast<int>(table.GetNoClasses()));
-    for (unsigned i = 0; i < table.GetNoClasses(); ++i)
-        bytes.Double(table.GetClassInfoA(i).value).Int32(table.GetClassInfoA(i).color);
     Table read;
-    Read(read, bytes.Str(), 800, true);
+    Read(read, dtm_test::ColorClassesSection(table, noSteps).Str(), 800, true);
     return read;
 }
 

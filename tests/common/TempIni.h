@@ -6,6 +6,8 @@
 
 #include <dtm/support/IniFile.h>
 
+#include <gtest/gtest.h>
+
 #include <string>
 
 #include "TempDir.h"
@@ -31,6 +33,13 @@ private:
     std::string m_previous;
     TempDir m_dir;
     std::string m_path;
+};
+
+/// A fixture whose every test reads and writes a fresh INI file through default-constructed
+/// CIniFile objects, so that options read by constructors see a known file.
+class TempIniTest : public ::testing::Test {
+protected:
+    TempIni m_ini;
 };
 
 }  // namespace dtm_test

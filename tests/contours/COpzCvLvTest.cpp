@@ -3,7 +3,8 @@
 #include <dtm/support/Streams.h>
 
 #include "ByteBuilder.h"
-#include "TempDir.h"
+#include "OptionsChecks.h"
+#include "StreamBytes.h"
 #include "TempIni.h"
 
 #include <gtest/gtest.h>
@@ -29,6 +30,8 @@ extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*mallocHook)(cons
 namespace {
 
 using dtm_test::ByteBuilder;
+using dtm_test::ExpectSameOptions;
+using dtm_test::ReadOutcome;
 
 const char* const kSection = "CURVE";
 
@@ -36,18 +39,7 @@ const char* const kSection = "CURVE";
 // Helpers
 
 /// Every test reads and writes a fresh INI file, so that COpzCvLv's constructor sees a known one.
-class OpzCvLvTest : public ::testing::Test {
-protected:
-    dtm_test::TempIni m_ini;
-};
-
-CColorClassComputer SampleClasses() {
-    CColorClassComputer classes;
-    classes.AddEntry(0, -5.5, 11);
-    classes.AddEntry(1, 7.25, 22);
-    classes.SetNoSteps(2);
-    return classes;
-}
+class OpzCvLvTest : public dtm_test::TempIniTest {};
 
 /// Options with every field away from the defaults. The strings have no blanks at their ends,
 /// which the INI file would trim.
@@ -58,7 +50,8 @@ COpzCvLv Sample() {
     options.SetTension(3.25);
     options.SetContourFlag(true);
     options.SetTextOptions(2.0, 0.5, 2, "h:", "m\xC2\xB2", TEXT_VALIGN_2, TEXT_ORIENTATION_1);
-    options.SetVisOptions(false, true, false, true, false, 12, 300, 40000, 0, SampleClasses());
+    options.SetVisOptions(false, true, false, true, false, 12, 300, 40000, 0,
+                          dtm_test::SampleColorClasses());
     return options;
 }
 
@@ -77,27 +70,6 @@ COpzCvLv Target() {
                            TEXT_ORIENTATION_0);
     options.SetVisOptions(true, false, true, false, true, 1, 2, 3, 4, classes);
     return options;
-}
-
-void ExpectSameOptions(const COpzCvLv& expected, const COpzCvLv& actual) {
-    EXPECT_EQ(expected.GetInterval1(), actual.GetInterval1());
-    EXPECT_EQ(expected.GetInterval2(), actual.GetInterval2());
-    EXPECT_EQ(expected.GetTension(), actual.GetTension());
-    EXPECT_EQ(expected.GetTextHeight(), actual.GetTextHeight());
-    EXPECT_EQ(expected.GetGap(), actual.GetGap());
-    EXPECT_EQ(expected.IsContourFlag(), actual.IsContourFlag());
-    EXPECT_EQ(expected.GetDecimals(), actual.GetDecimals());
-    EXPECT_EQ(expected.GetPrefix().str(), actual.GetPrefix().str());
-    EXPECT_EQ(expected.GetSuffix().str(), actual.GetSuffix().str());
-    EXPECT_EQ(expected.GetVAlignment(), actual.GetVAlignment());
-    EXPECT_EQ(expected.GetOrientation(), actual.GetOrientation());
-    for (unsigned i = 0; i < COpzCvLv::kCategoryCount; ++i) {
-        EXPECT_EQ(expected.IsCategoryOn(i), actual.IsCategoryOn(i)) << "category " << i;
-        EXPECT_EQ(expected.GetCategoryColor(i), actual.GetCategoryColor(i)) << "category " << i;
-    }
-    EXPECT_EQ(expected.IsColorByLayer(), actual.IsColorByLayer());
-    EXPECT_EQ(expected.GetColorClasses().IsCustom(), actual.GetColorClasses().IsCustom());
-    EXPECT_TRUE(expected.GetColorClasses() == actual.GetColorClasses());
 }
 
 void ExpectDefaultTextGroup(const COpzCvLv& options) {
@@ -121,61 +93,23 @@ void ExpectDefaultDisplayGroup(const COpzCvLv& options) {
     }
     EXPECT_TRUE(options.IsColorByLayer());
     // No classes stored: the default graded table of colours 1, 2, 3.
-    const CColorClassComputer& classes = options.GetColorClasses();
-    EXPECT_FALSE(classes.IsCustom());
-    EXPECT_EQ(4u, classes.GetNoSteps());
-    ASSERT_EQ(3u, classes.GetNoClasses());
-    for (unsigned i = 0; i < 3; ++i)
-        EXPECT_EQ(static_cast<int>(i + 1), classes.GetClassInfoA(i).color);
-}
-
-using Writer = void (COpzCvLv::*)(ofpstream&) const;
-using Reader = void (COpzCvLv::*)(ifpstream&, bool);
-
-std::string Write(const COpzCvLv& options, Writer writer, short version) {
-    std::stringbuf buffer;
-    ofpstream out(&buffer, version);
-    (options.*writer)(out);
-    return buffer.str();
+    dtm_test::ExpectDefaultIniColorClasses(options.GetColorClasses());
 }
 
 std::string WriteCategories(const COpzCvLv& options, short version) {
-    return Write(options, &COpzCvLv::SalvaInFile, version);
+    return dtm_test::WriteToBytes(options, &COpzCvLv::SalvaInFile, version);
 }
 
 std::string WriteVis(const COpzCvLv& options, short version) {
-    return Write(options, &COpzCvLv::SalvaVisInFile, version);
-}
-
-struct ReadOutcome {
-    bool streamGood;
-    std::streamoff consumed;  // position of the buffer, whatever the stream's state
-};
-
-ReadOutcome Read(COpzCvLv& options, Reader reader, const std::string& bytes, short version,
-                 bool apply) {
-    std::stringbuf buffer(bytes);
-    ifpstream in(&buffer, version);
-    (options.*reader)(in, apply);
-    return {static_cast<bool>(in), buffer.pubseekoff(0, std::ios::cur, std::ios::in)};
+    return dtm_test::WriteToBytes(options, &COpzCvLv::SalvaVisInFile, version);
 }
 
 ReadOutcome ReadCategories(COpzCvLv& options, const std::string& bytes, short version, bool apply) {
-    return Read(options, &COpzCvLv::LeggeDaFile, bytes, version, apply);
+    return dtm_test::ReadFromBytes(options, &COpzCvLv::LeggeDaFile, bytes, version, apply);
 }
 
 ReadOutcome ReadVis(COpzCvLv& options, const std::string& bytes, short version, bool apply) {
-    return Read(options, &COpzCvLv::LeggeVisDaFile, bytes, version, apply);
-}
-
-ByteBuilder ClassesSection(const CColorClassComputer& classes) {
-    ByteBuilder bytes;
-    bytes.UInt32(classes.GetNoSteps())
-        .Int32(classes.IsCustom() ? 1 : 0)
-        .Int32(static_cast<std::int32_t>(classes.GetNoClasses()));
-    for (unsigned i = 0; i < classes.GetNoClasses(); ++i)
-        bytes.Double(classes.GetClassInfoA(i).value).Int32(classes.GetClassInfoA(i).color);
-    return bytes;
+    return dtm_test::ReadFromBytes(options, &COpzCvLv::LeggeVisDaFile, bytes, version, apply);
 }
 
 /// A current second group: by layer off, an empty classes table, text height 3, gap 4,
@@ -185,7 +119,7 @@ std::string CurrentVisGroup(const ByteBuilder& strings, std::int32_t vAlign,
                             std::int32_t orientation) {
     return ByteBuilder()
         .Int32(0)
-        .Append(ClassesSection(CColorClassComputer()))
+        .Append(dtm_test::ColorClassesSection(CColorClassComputer()))
         .Double(3.0)
         .Double(4.0)
         .Int32(1)
@@ -251,13 +185,7 @@ TEST_F(OpzCvLvTest, DefaultConstructionReadsEveryKey) {
         ini.WriteLong(kSection, "ClCo6", 256);
         ini.WriteLong(kSection, "ClCo7", 65535);
         ini.WriteLong(kSection, "ClCo8", 0);
-        ini.WriteBool(kSection, "CvLvsGrCol-custom", true);
-        ini.WriteLong(kSection, "CvLvsGrCol-nosteps", 3);
-        ini.WriteLong(kSection, "CvLvsGrCol-noclasses", 2);
-        ini.WriteDouble(kSection, "CvLvsGrCol-class0-value", 100.5);
-        ini.WriteLong(kSection, "CvLvsGrCol-class0-color", 40);
-        ini.WriteDouble(kSection, "CvLvsGrCol-class1-value", 200.5);
-        ini.WriteLong(kSection, "CvLvsGrCol-class1-color", 41);
+        dtm_test::WriteIniCustomClasses(ini, "CvLvsGrCol", 3, {{100.5, 40}, {200.5, 41}});
     }
     const COpzCvLv options;
     EXPECT_EQ(0.5, options.GetInterval1());
@@ -280,14 +208,7 @@ TEST_F(OpzCvLvTest, DefaultConstructionReadsEveryKey) {
     EXPECT_EQ(256, options.GetCategoryColor(1));
     EXPECT_EQ(65535, options.GetCategoryColor(2));
     EXPECT_EQ(0, options.GetCategoryColor(3));
-    const CColorClassComputer& classes = options.GetColorClasses();
-    EXPECT_TRUE(classes.IsCustom());
-    EXPECT_EQ(3u, classes.GetNoSteps());
-    ASSERT_EQ(2u, classes.GetNoClasses());
-    EXPECT_EQ(100.5, classes.GetClassInfoA(0).value);
-    EXPECT_EQ(40, classes.GetClassInfoA(0).color);
-    EXPECT_EQ(200.5, classes.GetClassInfoA(1).value);
-    EXPECT_EQ(41, classes.GetClassInfoA(1).color);
+    dtm_test::ExpectCustomClasses(options.GetColorClasses(), 3, {{100.5, 40}, {200.5, 41}});
 }
 
 TEST_F(OpzCvLvTest, IniRoundTripThroughTheFileKeepsEveryOption) {
@@ -429,14 +350,7 @@ TEST_F(OpzCvLvTest, IniTrimsBlanksAroundPrefixAndSuffix) {
 }
 
 TEST_F(OpzCvLvTest, CopyDoesNotReadIni) {
-    const COpzCvLv source = Sample();
-    CIniFile().WriteDouble(kSection, "DmC1", 42.0);
-    const COpzCvLv copy(source);
-    ExpectSameOptions(source, copy);
-    COpzCvLv assigned;
-    EXPECT_EQ(42.0, assigned.GetTextHeight());
-    assigned = source;
-    ExpectSameOptions(source, assigned);
+    dtm_test::ExpectCopyIgnoresIni(Sample(), "DmC1");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -485,11 +399,7 @@ TEST_F(OpzCvLvTest, CategoryIndexOutOfRangeThrowsAndChangesNothing) {
 }
 
 TEST_F(OpzCvLvTest, ColorClassesCanBeEditedInPlace) {
-    COpzCvLv options;
-    options.GetColorClasses().Reset();
-    EXPECT_EQ(0u, options.GetColorClasses().GetNoClasses());
-    options.SetColorClasses(SampleClasses());
-    EXPECT_TRUE(SampleClasses() == options.GetColorClasses());
+    dtm_test::ExpectColorClassesEditableInPlace<COpzCvLv>();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -616,11 +526,7 @@ TEST_F(OpzCvLvTest, QuotaExtentOfAnElevationMeasuresItsFullLabel) {
 // Stream groups
 
 /// One of the two stream groups, for the tests that hold for both.
-struct Group {
-    const char* name;
-    Writer writer;
-    Reader reader;
-};
+using Group = dtm_test::SectionGroup<COpzCvLv>;
 
 const Group kGroups[] = {{"first", &COpzCvLv::SalvaInFile, &COpzCvLv::LeggeDaFile},
                          {"second", &COpzCvLv::SalvaVisInFile, &COpzCvLv::LeggeVisDaFile}};
@@ -672,27 +578,19 @@ TEST_P(OpzCvLvStreamTest, BothGroupsTogetherCarryEveryDocumentOption) {
 
 TEST_P(OpzCvLvStreamTest, ApplyFalseConsumesTheSameBytesAndChangesNothing) {
     const short version = GetParam();
-    for (const Group& group : kGroups) {
-        const std::string bytes = Write(Sample(), group.writer, version) + "next section";
-        COpzCvLv applied = Target();
-        const ReadOutcome withApply = Read(applied, group.reader, bytes, version, true);
-        COpzCvLv skipped = Target();
-        const ReadOutcome withoutApply = Read(skipped, group.reader, bytes, version, false);
-        EXPECT_TRUE(withoutApply.streamGood) << group.name;
-        EXPECT_EQ(withApply.consumed, withoutApply.consumed) << group.name;
-        ExpectSameOptions(Target(), skipped);
-    }
+    for (const Group& group : kGroups)
+        dtm_test::ExpectApplyFalseChangesNothing(Sample(), Target(), group, version);
 }
 
 TEST_P(OpzCvLvStreamTest, TruncatedGroupFailsAndChangesNothing) {
     const short version = GetParam();
     for (const Group& group : kGroups) {
-        const std::string bytes = Write(Sample(), group.writer, version);
+        const std::string bytes = dtm_test::WriteToBytes(Sample(), group.writer, version);
         for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
             for (bool apply : {true, false}) {
                 COpzCvLv read = Target();
-                const ReadOutcome outcome =
-                    Read(read, group.reader, bytes.substr(0, cut), version, apply);
+                const ReadOutcome outcome = dtm_test::ReadFromBytes(
+                    read, group.reader, bytes.substr(0, cut), version, apply);
                 EXPECT_FALSE(outcome.streamGood)
                     << group.name << " cut " << cut << " apply " << apply;
                 ExpectSameOptions(Target(), read);
@@ -739,19 +637,20 @@ TEST_F(OpzCvLvTest, OldDocumentsCarryOnlyTheCategories) {
 TEST_F(OpzCvLvTest, SecondGroupWritesTheDocumentedLayout) {
     COpzCvLv options = Sample();
     options.SetSuffix(" m");  // a blank survives in the document
-    const std::string expected = ByteBuilder()
-                                     .Int32(0)  // colour by layer
-                                     .Append(ClassesSection(SampleClasses()))
-                                     .Double(2.0)  // text height
-                                     .Double(0.5)  // gap
-                                     .Int32(2)     // decimals
-                                     .Int32(2)
-                                     .Bytes("h:")  // no terminator
-                                     .Int32(2)
-                                     .Bytes(" m")
-                                     .Int32(2)  // alignment
-                                     .Int32(1)  // orientation
-                                     .Str();
+    const std::string expected =
+        ByteBuilder()
+            .Int32(0)  // colour by layer
+            .Append(dtm_test::ColorClassesSection(dtm_test::SampleColorClasses()))
+            .Double(2.0)  // text height
+            .Double(0.5)  // gap
+            .Int32(2)     // decimals
+            .Int32(2)
+            .Bytes("h:")  // no terminator
+            .Int32(2)
+            .Bytes(" m")
+            .Int32(2)  // alignment
+            .Int32(1)  // orientation
+            .Str();
     EXPECT_EQ(expected, WriteVis(options, 800));
     EXPECT_EQ(expected, WriteVis(options, 1502));
 }
@@ -819,14 +718,7 @@ TEST_F(OpzCvLvTest, ReadsHandAssembledCurrentSecondGroup) {
     EXPECT_TRUE(outcome.streamGood);
     EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed);
     EXPECT_TRUE(read.IsColorByLayer());
-    const CColorClassComputer& classes = read.GetColorClasses();
-    EXPECT_EQ(9u, classes.GetNoSteps());
-    EXPECT_TRUE(classes.IsCustom());
-    ASSERT_EQ(2u, classes.GetNoClasses());
-    EXPECT_EQ(1.5, classes.GetClassInfoA(0).value);
-    EXPECT_EQ(31, classes.GetClassInfoA(0).color);
-    EXPECT_EQ(2.5, classes.GetClassInfoA(1).value);
-    EXPECT_EQ(32, classes.GetClassInfoA(1).color);
+    dtm_test::ExpectCustomClasses(read.GetColorClasses(), 9, {{1.5, 31}, {2.5, 32}});
     EXPECT_EQ(0.125, read.GetTextHeight());
     EXPECT_EQ(-2.0, read.GetGap());
     EXPECT_EQ(3, read.GetDecimals());

@@ -780,3 +780,100 @@ TEST(OcTreeAssign, NullRootEmptiesTheTree) {
 }
 
 }  // namespace
+
+// ---- Node boxes ----------------------------------------------------------------------------
+
+namespace {
+
+// Every triangle position below @p node, in pre-order.
+void CollectPositions(const COcTreeNode& node, std::vector<int>& out) {
+    for (int i = 0; i < node.GetCount(); ++i) out.push_back(node.GetFirst() + i);
+    for (int octant = 0; octant < 8; ++octant) {
+        if (node.HasLeafChild(octant)) {
+            const COcTreeLeaf& leaf = node.GetLeaf(octant);
+            for (int i = 0; i < leaf.count; ++i) out.push_back(leaf.first + i);
+        } else if (node.HasNodeChild(octant)) {
+            CollectPositions(node.GetNode(octant), out);
+        }
+    }
+}
+
+// Checks every node's box against the vertices below it, computed here: it must hold them all,
+// by at most one step of single precision more on each side, or be unbounded when one of them
+// is missing or not finite; and it must equal the box that @p copy (the same structure,
+// assigned, whose boxes come from another path) holds for the same node.
+void ExpectBoxesHoldTheirVertices(const CTris& tris, const COcTree& tree, const COcTreeNode& node,
+                                  const COcTree& copy, const COcTreeNode& copied) {
+    std::vector<int> positions;
+    CollectPositions(node, positions);
+    double lo[3] = {std::numeric_limits<double>::infinity(),
+                    std::numeric_limits<double>::infinity(),
+                    std::numeric_limits<double>::infinity()};
+    double hi[3] = {-lo[0], -lo[1], -lo[2]};
+    bool unbounded = false;
+    for (const int position : positions) {
+        const CTri& tri = *tris.GetTriAt(position);
+        for (int k = 0; k < 3; ++k) {
+            const int index = tri.GetVerIndex(k);
+            if (index < 0 || index >= tris.GetNoTriVrts()) {
+                unbounded = true;
+                continue;
+            }
+            const PNT_3D& v = tris.GetTriVrtAt(index);
+            const double c[3] = {v.x, v.y, v.z};
+            for (int axis = 0; axis < 3; ++axis) {
+                if (!std::isfinite(c[axis])) unbounded = true;
+                lo[axis] = std::min(lo[axis], c[axis]);
+                hi[axis] = std::max(hi[axis], c[axis]);
+            }
+        }
+    }
+    const kor::geom::RECT_3D box = tree.GetNodeBound(node);
+    const kor::geom::RECT_3D assigned = copy.GetNodeBound(copied);
+    const double got[2][3] = {{box.min.x, box.min.y, box.min.z}, {box.max.x, box.max.y, box.max.z}};
+    const double other[2][3] = {{assigned.min.x, assigned.min.y, assigned.min.z},
+                                {assigned.max.x, assigned.max.y, assigned.max.z}};
+    for (int axis = 0; axis < 3; ++axis) {
+        EXPECT_EQ(got[0][axis], other[0][axis]);
+        EXPECT_EQ(got[1][axis], other[1][axis]);
+        if (unbounded) {
+            EXPECT_EQ(got[0][axis], -std::numeric_limits<double>::infinity());
+            EXPECT_EQ(got[1][axis], std::numeric_limits<double>::infinity());
+            continue;
+        }
+        EXPECT_LE(got[0][axis], lo[axis]);
+        EXPECT_GE(got[1][axis], hi[axis]);
+        // No looser than one single-precision step.
+        EXPECT_GT(std::nextafter(static_cast<float>(got[0][axis]),
+                                 std::numeric_limits<float>::infinity()),
+                  lo[axis]);
+        EXPECT_LT(std::nextafter(static_cast<float>(got[1][axis]),
+                                 -std::numeric_limits<float>::infinity()),
+                  hi[axis]);
+    }
+    for (int octant = 0; octant < 8; ++octant) {
+        if (node.HasNodeChild(octant))
+            ExpectBoxesHoldTheirVertices(tris, tree, node.GetNode(octant), copy,
+                                         copied.GetNode(octant));
+    }
+}
+
+}  // namespace
+
+TEST(OcTreeBounds, BoxesFoundWhileBuildingHoldTheVerticesBelowAndMatchAssignedOnes) {
+    RandomNetwork withMissing = MakeTriangleSoup(71, 300, 1500, -40, 7, 60, 20);
+    withMissing.triangles.push_back({0, 1, -3});
+    withMissing.vertices.emplace_back(std::numeric_limits<double>::infinity(), 3.0, 1.0);
+    withMissing.triangles.push_back({2, 3, static_cast<int>(withMissing.vertices.size()) - 1});
+    for (const RandomNetwork& network :
+         {MakeGridNetwork(30, 100.3, -200.7, 1.3),
+          MakeSmallTriangles(72, 2000, 5e5, 5e6, 300, 2, 9), withMissing}) {
+        IndexedNetwork indexed(network);
+        const COcTree& built = indexed.Tree();
+        ASSERT_TRUE(built.HasRoot());
+        COcTree copy(&indexed.Tris());
+        copy.Assign(built.GetGeometry(), CopyNode(*built.GetRoot()));
+        ExpectBoxesHoldTheirVertices(indexed.Tris(), built, *built.GetRoot(), copy,
+                                     *copy.GetRoot());
+    }
+}

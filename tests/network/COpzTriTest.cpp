@@ -3,18 +3,25 @@
 #include <dtm/support/Streams.h>
 
 #include "ByteBuilder.h"
+#include "OptionsChecks.h"
+#include "StreamBytes.h"
 #include "TempDir.h"
+#include "TempIni.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
 using dtm_test::ByteBuilder;
+using dtm_test::ExpectSameOptions;
+using dtm_test::ReadFromBytes;
+using dtm_test::ReadOutcome;
+using dtm_test::SampleColorClasses;
+using dtm_test::WriteToBytes;
 using Collection = TDtmPointCollectionIdentifier;
 
 const char* const kSection = "CURVE";
@@ -22,19 +29,8 @@ const char* const kSection = "CURVE";
 // ---------------------------------------------------------------------------------------------
 // Helpers
 
-/// Points default-constructed CIniFile objects at a fresh file for the life of a test, so that
-/// COpzTri's default constructor reads a known INI file.
-class OpzTriTest : public ::testing::Test {
-protected:
-    OpzTriTest() : m_previous(CIniFile::GetDefaultPath()) {
-        CIniFile::SetDefaultPath(m_dir.File("dtm.ini"));
-    }
-    ~OpzTriTest() override { CIniFile::SetDefaultPath(m_previous); }
-
-private:
-    dtm_test::TempDir m_dir;
-    std::string m_previous;
-};
+/// Every test reads and writes a fresh INI file, so that COpzTri's constructor sees a known one.
+class OpzTriTest : public dtm_test::TempIniTest {};
 
 Collection ByName(std::int32_t id, const std::string& name) {
     Collection item;
@@ -51,21 +47,13 @@ Collection ById(std::int32_t id, std::int32_t secondId) {
     return item;
 }
 
-CColorClassComputer SampleClasses() {
-    CColorClassComputer classes;
-    classes.AddEntry(0, -5.5, 11);
-    classes.AddEntry(1, 7.25, 22);
-    classes.SetNoSteps(2);
-    return classes;
-}
-
 /// Options with every field away from the INI defaults, flags alternating.
 COpzTri Sample() {
     COpzTri options;
     options.SetAutoTriOptions({ByName(17, "Survey A"), ById(-3, 99), ByName(0, ""),
                                ByName(5, std::string("with\0zero", 9))},
                               false, true, false, true, false, true, false,
-                              COpzTri::TRI_COLOR_BY_CLASSES, 12, 34, SampleClasses(),
+                              COpzTri::TRI_COLOR_BY_CLASSES, 12, 34, SampleColorClasses(),
                               COpzTri::TRI_SYMBOL_3, 2.5, 0.75);
     options.SetFirstDisplayFlag(false);
     options.SetSecondDisplayFlag(true);
@@ -86,69 +74,10 @@ COpzTri Target() {
     return options;
 }
 
-void ExpectSameOptions(const COpzTri& expected, const COpzTri& actual) {
-    EXPECT_EQ(expected.IsAddStations(), actual.IsAddStations());
-    EXPECT_EQ(expected.IsAddBasePoints(), actual.IsAddBasePoints());
-    EXPECT_EQ(expected.IsCheckBreaklines(), actual.IsCheckBreaklines());
-    EXPECT_EQ(expected.IsCheckVrtInCntE(), actual.IsCheckVrtInCntE());
-    EXPECT_EQ(expected.IsCheckVrtInCntI(), actual.IsCheckVrtInCntI());
-    EXPECT_EQ(expected.IsCheckTriInCntE(), actual.IsCheckTriInCntE());
-    EXPECT_EQ(expected.IsCheckTriInCntI(), actual.IsCheckTriInCntI());
-    ASSERT_EQ(expected.GetPointCollections().size(), actual.GetPointCollections().size());
-    for (std::size_t i = 0; i < expected.GetPointCollections().size(); ++i) {
-        const Collection& want = expected.GetPointCollections()[i];
-        const Collection& got = actual.GetPointCollections()[i];
-        EXPECT_EQ(want.id, got.id) << i;
-        EXPECT_EQ(want.byName, got.byName) << i;
-        if (want.byName)
-            EXPECT_EQ(want.name.str(), got.name.str()) << i;
-        else
-            EXPECT_EQ(want.secondId, got.secondId) << i;
-    }
-    EXPECT_EQ(expected.GetTextHeight(), actual.GetTextHeight());
-    EXPECT_EQ(expected.GetScaleFactor(), actual.GetScaleFactor());
-    EXPECT_EQ(expected.GetFixedColor(), actual.GetFixedColor());
-    EXPECT_EQ(expected.GetLayerColor(), actual.GetLayerColor());
-    EXPECT_EQ(expected.GetSymbol(), actual.GetSymbol());
-    EXPECT_EQ(expected.IsFirstDisplayFlag(), actual.IsFirstDisplayFlag());
-    EXPECT_EQ(expected.IsSecondDisplayFlag(), actual.IsSecondDisplayFlag());
-    EXPECT_EQ(expected.GetColorType(), actual.GetColorType());
-    EXPECT_EQ(expected.GetColorClasses().IsCustom(), actual.GetColorClasses().IsCustom());
-    EXPECT_TRUE(expected.GetColorClasses() == actual.GetColorClasses());
-}
-
-using Writer = void (COpzTri::*)(ofpstream&) const;
-using Reader = void (COpzTri::*)(ifpstream&, bool);
-
-std::string Write(const COpzTri& options, Writer writer, short version) {
-    std::stringbuf buffer;
-    ofpstream out(&buffer, version);
-    (options.*writer)(out);
-    return buffer.str();
-}
-
-struct ReadOutcome {
-    bool streamGood;
-    std::streamoff consumed;  // position of the buffer, whatever the stream's state
-};
-
-ReadOutcome Read(COpzTri& options, Reader reader, const std::string& bytes, short version,
-                 bool apply) {
-    std::stringbuf buffer(bytes);
-    ifpstream in(&buffer, version);
-    (options.*reader)(in, apply);
-    return {static_cast<bool>(in), buffer.pubseekoff(0, std::ios::cur, std::ios::in)};
-}
-
-ByteBuilder ClassesSection(const CColorClassComputer& classes) {
-    ByteBuilder bytes;
-    bytes.UInt32(classes.GetNoSteps())
-        .Int32(classes.IsCustom() ? 1 : 0)
-        .Int32(static_cast<std::int32_t>(classes.GetNoClasses()));
-    for (unsigned i = 0; i < classes.GetNoClasses(); ++i)
-        bytes.Double(classes.GetClassInfoA(i).value).Int32(classes.GetClassInfoA(i).color);
-    return bytes;
-}
+/// The two groups, for the tests that hold for both.
+using Group = dtm_test::SectionGroup<COpzTri>;
+const Group kGroups[] = {{"automatic triangulation", &COpzTri::SalvaInFile, &COpzTri::LeggeDaFile},
+                         {"display", &COpzTri::SalvaVisInFile, &COpzTri::LeggeVisDaFile}};
 
 // ---------------------------------------------------------------------------------------------
 // INI file
@@ -172,12 +101,7 @@ TEST_F(OpzTriTest, DefaultConstructionReadsDefaultsFromEmptyIni) {
     EXPECT_TRUE(options.IsSecondDisplayFlag());
     EXPECT_EQ(COpzTri::TRI_COLOR_FIXED, options.GetColorType());
     // No classes stored: the default graded table of colours 1, 2, 3.
-    const CColorClassComputer& classes = options.GetColorClasses();
-    EXPECT_FALSE(classes.IsCustom());
-    EXPECT_EQ(4u, classes.GetNoSteps());
-    ASSERT_EQ(3u, classes.GetNoClasses());
-    for (unsigned i = 0; i < 3; ++i)
-        EXPECT_EQ(static_cast<int>(i + 1), classes.GetClassInfoA(i).color);
+    dtm_test::ExpectDefaultIniColorClasses(options.GetColorClasses());
 }
 
 TEST_F(OpzTriTest, DefaultConstructionReadsEveryKey) {
@@ -198,13 +122,7 @@ TEST_F(OpzTriTest, DefaultConstructionReadsEveryKey) {
         ini.WriteBool(kSection, "ClAt3", false);
         ini.WriteBool(kSection, "ClAt4", true);
         ini.WriteLong(kSection, "TriClrType", 2);
-        ini.WriteBool(kSection, "TriGrCol-custom", true);
-        ini.WriteLong(kSection, "TriGrCol-nosteps", 3);
-        ini.WriteLong(kSection, "TriGrCol-noclasses", 2);
-        ini.WriteDouble(kSection, "TriGrCol-class0-value", 100.5);
-        ini.WriteLong(kSection, "TriGrCol-class0-color", 40);
-        ini.WriteDouble(kSection, "TriGrCol-class1-value", 200.5);
-        ini.WriteLong(kSection, "TriGrCol-class1-color", 41);
+        dtm_test::WriteIniCustomClasses(ini, "TriGrCol", 3, {{100.5, 40}, {200.5, 41}});
     }
     const COpzTri options;
     EXPECT_FALSE(options.IsAddStations());
@@ -222,14 +140,7 @@ TEST_F(OpzTriTest, DefaultConstructionReadsEveryKey) {
     EXPECT_FALSE(options.IsFirstDisplayFlag());
     EXPECT_TRUE(options.IsSecondDisplayFlag());
     EXPECT_EQ(COpzTri::TRI_COLOR_BY_CLOUD, options.GetColorType());
-    const CColorClassComputer& classes = options.GetColorClasses();
-    EXPECT_TRUE(classes.IsCustom());
-    EXPECT_EQ(3u, classes.GetNoSteps());
-    ASSERT_EQ(2u, classes.GetNoClasses());
-    EXPECT_EQ(100.5, classes.GetClassInfoA(0).value);
-    EXPECT_EQ(40, classes.GetClassInfoA(0).color);
-    EXPECT_EQ(200.5, classes.GetClassInfoA(1).value);
-    EXPECT_EQ(41, classes.GetClassInfoA(1).color);
+    dtm_test::ExpectCustomClasses(options.GetColorClasses(), 3, {{100.5, 40}, {200.5, 41}});
 }
 
 TEST_F(OpzTriTest, ColorTypeFallsBackToByLayerKey) {
@@ -325,14 +236,7 @@ TEST_F(OpzTriTest, GetDaIniKeepsPointCollections) {
 }
 
 TEST_F(OpzTriTest, CopyDoesNotReadIni) {
-    const COpzTri source = Sample();
-    CIniFile().WriteDouble(kSection, "DmC2", 42.0);
-    const COpzTri copy(source);
-    ExpectSameOptions(source, copy);
-    COpzTri assigned;
-    EXPECT_EQ(42.0, assigned.GetTextHeight());
-    assigned = source;
-    ExpectSameOptions(source, assigned);
+    dtm_test::ExpectCopyIgnoresIni(Sample(), "DmC2");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -347,7 +251,7 @@ TEST_F(OpzTriTest, SetAutoTriOptionsSetsSevenTriangulationFlagsInOrder) {
         options.SetSecondDisplayFlag(true);
         options.SetAutoTriOptions(collections, off != 0, off != 1, off != 2, off != 3, off != 4,
                                   off != 5, off != 6, COpzTri::TRI_COLOR_BY_CLOUD, 5, 6,
-                                  SampleClasses(), COpzTri::TRI_SYMBOL_2, 3.5, 4.5);
+                                  SampleColorClasses(), COpzTri::TRI_SYMBOL_2, 3.5, 4.5);
         EXPECT_EQ(off != 0, options.IsAddStations()) << off;
         EXPECT_EQ(off != 1, options.IsAddBasePoints()) << off;
         EXPECT_EQ(off != 2, options.IsCheckBreaklines()) << off;
@@ -363,18 +267,14 @@ TEST_F(OpzTriTest, SetAutoTriOptionsSetsSevenTriangulationFlagsInOrder) {
     EXPECT_EQ(COpzTri::TRI_COLOR_BY_CLOUD, options.GetColorType());
     EXPECT_EQ(5, options.GetFixedColor());
     EXPECT_EQ(6, options.GetLayerColor());
-    EXPECT_TRUE(SampleClasses() == options.GetColorClasses());
+    EXPECT_TRUE(SampleColorClasses() == options.GetColorClasses());
     EXPECT_EQ(COpzTri::TRI_SYMBOL_2, options.GetSymbol());
     EXPECT_EQ(3.5, options.GetTextHeight());
     EXPECT_EQ(4.5, options.GetScaleFactor());
 }
 
 TEST_F(OpzTriTest, ColorClassesCanBeEditedInPlace) {
-    COpzTri options;
-    options.GetColorClasses().Reset();
-    EXPECT_EQ(0u, options.GetColorClasses().GetNoClasses());
-    options.SetColorClasses(SampleClasses());
-    EXPECT_TRUE(SampleClasses() == options.GetColorClasses());
+    dtm_test::ExpectColorClassesEditableInPlace<COpzTri>();
 }
 
 TEST(PointCollectionIdentifier, EqualityComparesOnlyTheFieldsOfItsKind) {
@@ -436,21 +336,21 @@ class OpzTriStreamTest : public OpzTriTest, public ::testing::WithParamInterface
 TEST_P(OpzTriStreamTest, AutoTriGroupRoundTrip) {
     const short version = GetParam();
     const COpzTri written = Sample();
-    const std::string bytes = Write(written, &COpzTri::SalvaInFile, version);
+    const std::string bytes = WriteToBytes(written, &COpzTri::SalvaInFile, version);
     COpzTri read = Target();
-    const ReadOutcome outcome = Read(read, &COpzTri::LeggeDaFile, bytes, version, true);
+    const ReadOutcome outcome = ReadFromBytes(read, &COpzTri::LeggeDaFile, bytes, version, true);
     EXPECT_TRUE(outcome.streamGood);
     EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed);
     ExpectSameOptions(ExpectedAfterAutoTriRead(written, Target(), version), read);
-    EXPECT_EQ(bytes, Write(read, &COpzTri::SalvaInFile, version));
+    EXPECT_EQ(bytes, WriteToBytes(read, &COpzTri::SalvaInFile, version));
 }
 
 TEST_P(OpzTriStreamTest, DisplayGroupRoundTrip) {
     const short version = GetParam();
     const COpzTri written = Sample();
-    const std::string bytes = Write(written, &COpzTri::SalvaVisInFile, version);
+    const std::string bytes = WriteToBytes(written, &COpzTri::SalvaVisInFile, version);
     COpzTri read = Target();
-    const ReadOutcome outcome = Read(read, &COpzTri::LeggeVisDaFile, bytes, version, true);
+    const ReadOutcome outcome = ReadFromBytes(read, &COpzTri::LeggeVisDaFile, bytes, version, true);
     EXPECT_TRUE(outcome.streamGood);
     EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed);
     ExpectSameOptions(ExpectedAfterDisplayRead(written, Target(), version), read);
@@ -458,33 +358,20 @@ TEST_P(OpzTriStreamTest, DisplayGroupRoundTrip) {
 
 TEST_P(OpzTriStreamTest, ApplyFalseConsumesTheSameBytesAndChangesNothing) {
     const short version = GetParam();
-    const COpzTri written = Sample();
-    for (const auto& group :
-         {std::make_pair<Writer, Reader>(&COpzTri::SalvaInFile, &COpzTri::LeggeDaFile),
-          std::make_pair<Writer, Reader>(&COpzTri::SalvaVisInFile, &COpzTri::LeggeVisDaFile)}) {
-        const std::string bytes = Write(written, group.first, version) + "next section";
-        COpzTri applied = Target();
-        const ReadOutcome withApply = Read(applied, group.second, bytes, version, true);
-        COpzTri skipped = Target();
-        const ReadOutcome withoutApply = Read(skipped, group.second, bytes, version, false);
-        EXPECT_TRUE(withoutApply.streamGood);
-        EXPECT_EQ(withApply.consumed, withoutApply.consumed);
-        ExpectSameOptions(Target(), skipped);
-    }
+    for (const Group& group : kGroups)
+        dtm_test::ExpectApplyFalseChangesNothing(Sample(), Target(), group, version);
 }
 
 TEST_P(OpzTriStreamTest, TruncatedGroupsFailAndChangeNothing) {
     const short version = GetParam();
     const COpzTri written = Sample();
-    for (const auto& group :
-         {std::make_pair<Writer, Reader>(&COpzTri::SalvaInFile, &COpzTri::LeggeDaFile),
-          std::make_pair<Writer, Reader>(&COpzTri::SalvaVisInFile, &COpzTri::LeggeVisDaFile)}) {
-        const std::string bytes = Write(written, group.first, version);
+    for (const Group& group : kGroups) {
+        const std::string bytes = WriteToBytes(written, group.writer, version);
         for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
             COpzTri read = Target();
             const ReadOutcome outcome =
-                Read(read, group.second, bytes.substr(0, cut), version, true);
-            EXPECT_FALSE(outcome.streamGood) << "cut " << cut;
+                ReadFromBytes(read, group.reader, bytes.substr(0, cut), version, true);
+            EXPECT_FALSE(outcome.streamGood) << group.name << " cut " << cut;
             ExpectSameOptions(Target(), read);
         }
     }
@@ -500,12 +387,12 @@ TEST_F(OpzTriTest, AutoTriGroupWritesTheDocumentedLayout) {
     // Flags of Sample(): stations F, base T, breaklines F, VrtE T, VrtI F, TriE T, TriI F.
     const ByteBuilder flags = ByteBuilder().Int32(0).Int32(1).Int32(0).Int32(1).Int32(0);
     EXPECT_EQ(ByteBuilder().Int32(0).Int32(0).Int32(0).Append(flags).Str(),
-              Write(options, &COpzTri::SalvaInFile, 689));
+              WriteToBytes(options, &COpzTri::SalvaInFile, 689));
     EXPECT_EQ(ByteBuilder().Int32(0).Int32(0).Int32(0).Append(flags).Int32(0).Str(),
-              Write(options, &COpzTri::SalvaInFile, 719));
+              WriteToBytes(options, &COpzTri::SalvaInFile, 719));
     EXPECT_EQ(
         ByteBuilder().Int32(0).Int32(0).Int32(0).Append(flags).Int32(0).Int32(0).Int32(1).Str(),
-        Write(options, &COpzTri::SalvaInFile, 811));
+        WriteToBytes(options, &COpzTri::SalvaInFile, 811));
     const std::string expected = ByteBuilder()
                                      .Int32(0)
                                      .Int32(1)
@@ -527,7 +414,7 @@ TEST_F(OpzTriTest, AutoTriGroupWritesTheDocumentedLayout) {
                                      .Int32(10)
                                      .Bytes("with\0zero", 10)
                                      .Str();
-    EXPECT_EQ(expected, Write(options, &COpzTri::SalvaInFile, 812));
+    EXPECT_EQ(expected, WriteToBytes(options, &COpzTri::SalvaInFile, 812));
 }
 
 TEST_F(OpzTriTest, ReadsHandAssembledCurrentAutoTriGroup) {
@@ -564,7 +451,7 @@ TEST_F(OpzTriTest, ReadsHandAssembledCurrentAutoTriGroup) {
                                   .Str() +
                               "after";
     COpzTri read = Target();
-    const ReadOutcome outcome = Read(read, &COpzTri::LeggeDaFile, bytes, 812, true);
+    const ReadOutcome outcome = ReadFromBytes(read, &COpzTri::LeggeDaFile, bytes, 812, true);
     EXPECT_TRUE(outcome.streamGood);
     EXPECT_EQ(static_cast<std::streamoff>(bytes.size() - 5), outcome.consumed);
     EXPECT_TRUE(read.IsAddStations());
@@ -609,7 +496,7 @@ TEST_F(OpzTriTest, ReadsHandAssembledLegacyAutoTriGroups) {
         if (test.tailValues >= 3) bytes.Int32(1).Int32(5);  // unused, then add base points
         COpzTri read = Target();                            // add base points false, one collection
         const ReadOutcome outcome =
-            Read(read, &COpzTri::LeggeDaFile, bytes.Str() + "after", test.version, true);
+            ReadFromBytes(read, &COpzTri::LeggeDaFile, bytes.Str() + "after", test.version, true);
         EXPECT_TRUE(outcome.streamGood) << test.version;
         EXPECT_EQ(static_cast<std::streamoff>(bytes.Size()), outcome.consumed) << test.version;
         EXPECT_FALSE(read.IsAddStations()) << test.version;
@@ -636,7 +523,8 @@ TEST_F(OpzTriTest, CollectionCountOfZeroOrLessGivesNoCollections) {
                                       .Int32(count)
                                       .Str();
         COpzTri read = Target();
-        const ReadOutcome outcome = Read(read, &COpzTri::LeggeDaFile, bytes + "x", 812, true);
+        const ReadOutcome outcome =
+            ReadFromBytes(read, &COpzTri::LeggeDaFile, bytes + "x", 812, true);
         EXPECT_TRUE(outcome.streamGood) << count;
         EXPECT_EQ(32, outcome.consumed) << count;
         EXPECT_TRUE(read.GetPointCollections().empty()) << count;
@@ -660,7 +548,7 @@ TEST_F(OpzTriTest, NegativeNameLengthIsCorrupt) {
                                       .Bytes("more bytes follow")
                                       .Str();
         COpzTri read = Target();
-        const ReadOutcome outcome = Read(read, &COpzTri::LeggeDaFile, bytes, 812, apply);
+        const ReadOutcome outcome = ReadFromBytes(read, &COpzTri::LeggeDaFile, bytes, 812, apply);
         EXPECT_FALSE(outcome.streamGood);
         EXPECT_EQ(static_cast<std::streamoff>(CurrentFlags().Size() + 28), outcome.consumed);
         ExpectSameOptions(Target(), read);
@@ -675,7 +563,7 @@ TEST_F(OpzTriTest, CorruptCountsStopAtTheEndOfTheStream) {
         CurrentFlags().Int32(1).Int32(1).Int32(1).Int32(0x7FFFFFFF).Bytes("short").Str();
     for (const std::string& bytes : {hugeCount, hugeName}) {
         COpzTri read = Target();
-        const ReadOutcome outcome = Read(read, &COpzTri::LeggeDaFile, bytes, 1502, true);
+        const ReadOutcome outcome = ReadFromBytes(read, &COpzTri::LeggeDaFile, bytes, 1502, true);
         EXPECT_FALSE(outcome.streamGood);
         EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed);
         ExpectSameOptions(Target(), read);
@@ -688,23 +576,25 @@ TEST_F(OpzTriTest, CorruptCountsStopAtTheEndOfTheStream) {
 TEST_F(OpzTriTest, DisplayGroupWritesTheDocumentedLayout) {
     const COpzTri options = Sample();  // first F, fixed 12, second T, layer 34
     const ByteBuilder head = ByteBuilder().Int32(0).Int16(12).Int32(1).Int16(34);
-    const ByteBuilder tail = ClassesSection(SampleClasses()).Int32(3).Double(2.5).Double(0.75);
-    EXPECT_EQ(head.Str(), Write(options, &COpzTri::SalvaVisInFile, 799));
+    const ByteBuilder tail =
+        dtm_test::ColorClassesSection(SampleColorClasses()).Int32(3).Double(2.5).Double(0.75);
+    EXPECT_EQ(head.Str(), WriteToBytes(options, &COpzTri::SalvaVisInFile, 799));
     // Colour type 1 (by classes) is not by layer: flag 0.
     EXPECT_EQ(ByteBuilder().Append(head).Int32(0).Append(tail).Str(),
-              Write(options, &COpzTri::SalvaVisInFile, 1501));
+              WriteToBytes(options, &COpzTri::SalvaVisInFile, 1501));
     EXPECT_EQ(ByteBuilder().Append(head).Int16(1).Append(tail).Str(),
-              Write(options, &COpzTri::SalvaVisInFile, 1502));
+              WriteToBytes(options, &COpzTri::SalvaVisInFile, 1502));
     COpzTri cloud = options;
     cloud.SetColorType(COpzTri::TRI_COLOR_BY_CLOUD);
     EXPECT_EQ(ByteBuilder().Append(head).Int32(1).Append(tail).Str(),
-              Write(cloud, &COpzTri::SalvaVisInFile, 800));
+              WriteToBytes(cloud, &COpzTri::SalvaVisInFile, 800));
 }
 
 TEST_F(OpzTriTest, ReadsHandAssembledOldDisplayGroup) {
     const std::string bytes = ByteBuilder().Int32(5).Int16(-2).Int32(0).Int16(300).Str();
     COpzTri read = Target();
-    const ReadOutcome outcome = Read(read, &COpzTri::LeggeVisDaFile, bytes + "next", 799, true);
+    const ReadOutcome outcome =
+        ReadFromBytes(read, &COpzTri::LeggeVisDaFile, bytes + "next", 799, true);
     EXPECT_TRUE(outcome.streamGood);
     EXPECT_EQ(12, outcome.consumed);
     EXPECT_TRUE(read.IsFirstDisplayFlag());
@@ -745,7 +635,8 @@ TEST_F(OpzTriTest, ReadsHandAssembledByLayerDisplayGroup) {
                                       .Double(-0.5)
                                       .Str();
         COpzTri read = Target();
-        const ReadOutcome outcome = Read(read, &COpzTri::LeggeVisDaFile, bytes, 1501, true);
+        const ReadOutcome outcome =
+            ReadFromBytes(read, &COpzTri::LeggeVisDaFile, bytes, 1501, true);
         EXPECT_TRUE(outcome.streamGood);
         EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed);
         EXPECT_FALSE(read.IsFirstDisplayFlag());
@@ -753,14 +644,7 @@ TEST_F(OpzTriTest, ReadsHandAssembledByLayerDisplayGroup) {
         EXPECT_TRUE(read.IsSecondDisplayFlag());
         EXPECT_EQ(22, read.GetLayerColor());
         EXPECT_EQ(test.expected, read.GetColorType()) << test.byLayer;
-        const CColorClassComputer& classes = read.GetColorClasses();
-        EXPECT_EQ(9u, classes.GetNoSteps());
-        EXPECT_TRUE(classes.IsCustom());
-        ASSERT_EQ(2u, classes.GetNoClasses());
-        EXPECT_EQ(1.5, classes.GetClassInfoA(0).value);
-        EXPECT_EQ(31, classes.GetClassInfoA(0).color);
-        EXPECT_EQ(2.5, classes.GetClassInfoA(1).value);
-        EXPECT_EQ(32, classes.GetClassInfoA(1).color);
+        dtm_test::ExpectCustomClasses(read.GetColorClasses(), 9, {{1.5, 31}, {2.5, 32}});
         EXPECT_EQ(COpzTri::TRI_SYMBOL_2, read.GetSymbol());
         EXPECT_EQ(4.25, read.GetTextHeight());
         EXPECT_EQ(-0.5, read.GetScaleFactor());
@@ -785,7 +669,8 @@ TEST_F(OpzTriTest, ReadsHandAssembledCurrentDisplayGroup) {
                                       .Double(1e10)
                                       .Str();
         COpzTri read = Target();
-        const ReadOutcome outcome = Read(read, &COpzTri::LeggeVisDaFile, bytes, 1502, true);
+        const ReadOutcome outcome =
+            ReadFromBytes(read, &COpzTri::LeggeVisDaFile, bytes, 1502, true);
         EXPECT_TRUE(outcome.streamGood);
         EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed);
         EXPECT_TRUE(read.IsFirstDisplayFlag());
@@ -809,13 +694,13 @@ TEST_F(OpzTriTest, StreamSymbolOutsideZeroToThreeReadsAsOne) {
                                       .Int32(1)
                                       .Int16(6)
                                       .Int16(1)
-                                      .Append(ClassesSection(SampleClasses()))
+                                      .Append(dtm_test::ColorClassesSection(SampleColorClasses()))
                                       .Int32(symbol)
                                       .Double(1.0)
                                       .Double(1.0)
                                       .Str();
         COpzTri read = Target();
-        Read(read, &COpzTri::LeggeVisDaFile, bytes, 1502, true);
+        ReadFromBytes(read, &COpzTri::LeggeVisDaFile, bytes, 1502, true);
         const bool known = symbol >= 0 && symbol <= 3;
         EXPECT_EQ(known ? symbol : 1, read.GetSymbol()) << symbol;
     }
@@ -826,11 +711,11 @@ TEST_F(OpzTriTest, CloudColorTypeBeforeInt16FormatReadsBackAsFixed) {
     COpzTri written = Sample();
     written.SetColorType(COpzTri::TRI_COLOR_BY_CLOUD);
     COpzTri read = Target();
-    Read(read, &COpzTri::LeggeVisDaFile, Write(written, &COpzTri::SalvaVisInFile, 1501), 1501,
-         true);
+    ReadFromBytes(read, &COpzTri::LeggeVisDaFile,
+                  WriteToBytes(written, &COpzTri::SalvaVisInFile, 1501), 1501, true);
     EXPECT_EQ(COpzTri::TRI_COLOR_FIXED, read.GetColorType());
-    Read(read, &COpzTri::LeggeVisDaFile, Write(written, &COpzTri::SalvaVisInFile, 1502), 1502,
-         true);
+    ReadFromBytes(read, &COpzTri::LeggeVisDaFile,
+                  WriteToBytes(written, &COpzTri::SalvaVisInFile, 1502), 1502, true);
     EXPECT_EQ(COpzTri::TRI_COLOR_BY_CLOUD, read.GetColorType());
 }
 

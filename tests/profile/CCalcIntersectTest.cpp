@@ -15,19 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "CCalcIntersectTestAccess.h"
 #include "OcTreeChecker.h"
-
-// Reaches the calculator's private steps: the full scan that stays the reference for any faster
-// route, and the sort-and-merge step on hand-made lists.
-struct CCalcIntersectTestAccess {
-    static void Scan(const CCalcIntersect& calc, const kor::geom::LINE_2D& line,
-                     std::vector<TLineProgPnt>& out) {
-        calc.CalcQuotedPntsByScan(line, out);
-    }
-    static void SortAndDeleteDuplicates(std::vector<TLineProgPnt>& pnts) {
-        CCalcIntersect::SortAndDeleteDuplicates(pnts);
-    }
-};
 
 namespace {
 

@@ -9,20 +9,24 @@
 #include <gtest/gtest.h>
 
 #include "ByteBuilder.h"
+#include "OptionsChecks.h"
 #include "Probes.h"
+#include "RecordedProjectTest.h"
+#include "StreamBytes.h"
 #include "TempIni.h"
 
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
 using dtm_test::ByteBuilder;
-using dtm_test::ProjectEventRecorder;
+using dtm_test::ColorClassesSection;
+using dtm_test::ExpectSameOptions;
 using dtm_test::ProjectEventSnapshot;
+using dtm_test::ReadOutcome;
 
 const char* const kSection = "CURVE";
 
@@ -31,29 +35,9 @@ const char* const kSection = "CURVE";
 
 /// Every test gets a fresh INI file, so that the options a new project reads are the defaults
 /// unless the test wrote others; and a project without library whose events are recorded.
-class PrjOptionsTest : public ::testing::Test {
+class PrjOptionsTest : public dtm_test::RecordedProjectTest {
 protected:
-    void SetUp() override { prj = NewProject(); }
-    void TearDown() override {
-        for (CDtmPrj* project : projects) {
-            project->GetContext()->Unregister(&recorder);
-            project->SubReference();
-        }
-    }
-
-    /// A new project whose events are recorded; released when the test ends, also when an
-    /// assertion stops it early.
-    CDtmPrj* NewProject() {
-        CDtmPrj* project = new CDtmPrj(nullptr, "Rilievo", true, false);
-        project->GetContext()->Register(&recorder);
-        projects.push_back(project);
-        return project;
-    }
-
     dtm_test::TempIni ini;
-    ProjectEventRecorder recorder;
-    std::vector<CDtmPrj*> projects;
-    CDtmPrj* prj = nullptr;
 };
 
 /// Every option a project gathers, copied out of it.
@@ -113,50 +97,6 @@ void SetSampleOptions(CDtmPrj& project) {
     cvlv.SetVisOptions(false, true, true, false, false, 11, 300, 40000, 0, CvLvClasses());
 }
 
-void ExpectSameTri(const COpzTri& expected, const COpzTri& actual, bool withCollections = true) {
-    EXPECT_EQ(expected.IsAddStations(), actual.IsAddStations());
-    EXPECT_EQ(expected.IsAddBasePoints(), actual.IsAddBasePoints());
-    EXPECT_EQ(expected.IsCheckBreaklines(), actual.IsCheckBreaklines());
-    EXPECT_EQ(expected.IsCheckVrtInCntE(), actual.IsCheckVrtInCntE());
-    EXPECT_EQ(expected.IsCheckVrtInCntI(), actual.IsCheckVrtInCntI());
-    EXPECT_EQ(expected.IsCheckTriInCntE(), actual.IsCheckTriInCntE());
-    EXPECT_EQ(expected.IsCheckTriInCntI(), actual.IsCheckTriInCntI());
-    if (withCollections) {
-        EXPECT_TRUE(expected.GetPointCollections() == actual.GetPointCollections());
-    }
-    EXPECT_EQ(expected.GetTextHeight(), actual.GetTextHeight());
-    EXPECT_EQ(expected.GetScaleFactor(), actual.GetScaleFactor());
-    EXPECT_EQ(expected.GetFixedColor(), actual.GetFixedColor());
-    EXPECT_EQ(expected.GetLayerColor(), actual.GetLayerColor());
-    EXPECT_EQ(expected.GetSymbol(), actual.GetSymbol());
-    EXPECT_EQ(expected.IsFirstDisplayFlag(), actual.IsFirstDisplayFlag());
-    EXPECT_EQ(expected.IsSecondDisplayFlag(), actual.IsSecondDisplayFlag());
-    EXPECT_EQ(expected.GetColorType(), actual.GetColorType());
-    EXPECT_TRUE(expected.GetColorClasses() == actual.GetColorClasses());
-    EXPECT_EQ(expected.GetColorClasses().IsCustom(), actual.GetColorClasses().IsCustom());
-}
-
-void ExpectSameCvLv(const COpzCvLv& expected, const COpzCvLv& actual) {
-    EXPECT_EQ(expected.GetInterval1(), actual.GetInterval1());
-    EXPECT_EQ(expected.GetInterval2(), actual.GetInterval2());
-    EXPECT_EQ(expected.GetTension(), actual.GetTension());
-    EXPECT_EQ(expected.GetTextHeight(), actual.GetTextHeight());
-    EXPECT_EQ(expected.GetGap(), actual.GetGap());
-    EXPECT_EQ(expected.IsContourFlag(), actual.IsContourFlag());
-    EXPECT_EQ(expected.GetDecimals(), actual.GetDecimals());
-    EXPECT_EQ(expected.GetPrefix().str(), actual.GetPrefix().str());
-    EXPECT_EQ(expected.GetSuffix().str(), actual.GetSuffix().str());
-    EXPECT_EQ(expected.GetVAlignment(), actual.GetVAlignment());
-    EXPECT_EQ(expected.GetOrientation(), actual.GetOrientation());
-    for (unsigned i = 0; i < COpzCvLv::kCategoryCount; ++i) {
-        EXPECT_EQ(expected.IsCategoryOn(i), actual.IsCategoryOn(i)) << "category " << i;
-        EXPECT_EQ(expected.GetCategoryColor(i), actual.GetCategoryColor(i)) << "category " << i;
-    }
-    EXPECT_EQ(expected.IsColorByLayer(), actual.IsColorByLayer());
-    EXPECT_TRUE(expected.GetColorClasses() == actual.GetColorClasses());
-    EXPECT_EQ(expected.GetColorClasses().IsCustom(), actual.GetColorClasses().IsCustom());
-}
-
 void ExpectSameBlock(const CDtmPrjOpz& expected, const CDtmPrjOpz& actual) {
     EXPECT_EQ(expected.IsVncActive(), actual.IsVncActive());
     EXPECT_EQ(expected.IsCntActive(0), actual.IsCntActive(0));
@@ -168,8 +108,8 @@ void ExpectSameBlock(const CDtmPrjOpz& expected, const CDtmPrjOpz& actual) {
 }
 
 void ExpectSameOptions(const Options& expected, const Options& actual) {
-    ExpectSameTri(expected.tri, actual.tri);
-    ExpectSameCvLv(expected.cvlv, actual.cvlv);
+    ExpectSameOptions(expected.tri, actual.tri);
+    ExpectSameOptions(expected.cvlv, actual.cvlv);
     ExpectSameBlock(expected.block, actual.block);
 }
 
@@ -225,37 +165,15 @@ Options ExpectedAfterRead(const Options& written, const Options& target, short v
 }
 
 std::string WriteSection(const CDtmPrj& project, short version) {
-    std::stringbuf buffer;
-    ofpstream out(&buffer, version);
-    project.SalvaOpzInFile(out);
-    return buffer.str();
+    return dtm_test::WriteToBytes(project, &CDtmPrj::SalvaOpzInFile, version);
 }
 
-struct ReadOutcome {
-    bool streamGood;
-    std::streamoff consumed;  // position of the buffer, whatever the stream's state
-};
-
 ReadOutcome ReadSection(CDtmPrj& project, const std::string& bytes, short version, bool apply) {
-    std::stringbuf buffer(bytes);
-    ifpstream in(&buffer, version);
-    project.LeggeOpzDaFile(in, apply);
-    return {static_cast<bool>(in), buffer.pubseekoff(0, std::ios::cur, std::ios::in)};
+    return dtm_test::ReadFromBytes(project, &CDtmPrj::LeggeOpzDaFile, bytes, version, apply);
 }
 
 bool AllFourLayerKinds(const ProjectEventSnapshot& event) {
     return event.vncLayers && event.cntLayers && event.triLayers && event.cvLvLayers;
-}
-
-/// A classes section as the colour classes store it.
-ByteBuilder ClassesSection(const CColorClassComputer& classes) {
-    ByteBuilder bytes;
-    bytes.UInt32(classes.GetNoSteps())
-        .Int32(classes.IsCustom() ? 1 : 0)
-        .Int32(static_cast<std::int32_t>(classes.GetNoClasses()));
-    for (unsigned i = 0; i < classes.GetNoClasses(); ++i)
-        bytes.Double(classes.GetClassInfoA(i).value).Int32(classes.GetClassInfoA(i).color);
-    return bytes;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -420,9 +338,10 @@ TEST_F(PrjOptionsTest, IniRoundTripOfEveryOptionThroughTheFile) {
     CDtmPrj* fresh = NewProject();
     const Options written = OptionsOf(*prj);
     // The point collections do not live in the INI file: a new project has none.
-    ExpectSameTri(written.tri, fresh->GetTris()->GetOptions(), false);
+    ExpectSameOptions(written.tri, fresh->GetTris()->GetOptions(),
+                      dtm_test::PointCollections::Ignore);
     EXPECT_TRUE(fresh->GetTris()->GetOptions().GetPointCollections().empty());
-    ExpectSameCvLv(written.cvlv, fresh->GetCvLvs()->GetOpzCvLv());
+    ExpectSameOptions(written.cvlv, fresh->GetCvLvs()->GetOpzCvLv());
     ExpectSameBlock(written.block, fresh->GetPrjOpz());
 
     // ...and an existing one on request, keeping its point collections.
@@ -431,10 +350,11 @@ TEST_F(PrjOptionsTest, IniRoundTripOfEveryOptionThroughTheFile) {
     kept.secondId = 3;
     readLater->GetTris()->GetOptions().SetPointCollections({kept});
     readLater->GetOpzDtmDaIni();
-    ExpectSameTri(written.tri, readLater->GetTris()->GetOptions(), false);
+    ExpectSameOptions(written.tri, readLater->GetTris()->GetOptions(),
+                      dtm_test::PointCollections::Ignore);
     ASSERT_EQ(1u, readLater->GetTris()->GetOptions().GetPointCollections().size());
     EXPECT_TRUE(kept == readLater->GetTris()->GetOptions().GetPointCollections()[0]);
-    ExpectSameCvLv(written.cvlv, readLater->GetCvLvs()->GetOpzCvLv());
+    ExpectSameOptions(written.cvlv, readLater->GetCvLvs()->GetOpzCvLv());
     ExpectSameBlock(written.block, readLater->GetPrjOpz());
 
     EXPECT_TRUE(recorder.events.empty());  // neither writing nor reading the INI notifies
@@ -774,13 +694,13 @@ std::string HandSectionAt1502() {
         .Int32(0)
         .Int16(42)
         .Int16(2)  // colour type: cloud colours
-        .Append(ClassesSection(triClasses))
+        .Append(ColorClassesSection(triClasses))
         .Int32(3)      // symbol
         .Double(0.8)   // text height
         .Double(1.25)  // scale factor
                        // contour options, second group
         .Int32(1)      // colour by layer
-        .Append(ClassesSection(cvlvClasses))
+        .Append(ColorClassesSection(cvlvClasses))
         .Double(1.5)   // text height
         .Double(0.25)  // gap
         .Int32(1)      // decimals

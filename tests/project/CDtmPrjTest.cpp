@@ -5,25 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include "Probes.h"
+#include "RecordedProjectTest.h"
 
 namespace {
 
-using dtm_test::ProjectEventRecorder;
-
-class ProjectTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        prj = new CDtmPrj(nullptr, "Rilievo", true, false);
-        prj->GetContext()->Register(&recorder);
-    }
-    void TearDown() override {
-        prj->GetContext()->Unregister(&recorder);
-        prj->SubReference();
-    }
-    CDtmPrj* prj = nullptr;
-    ProjectEventRecorder recorder;
-};
+/// A project named "Rilievo" without library, whose events are recorded.
+class ProjectTest : public dtm_test::RecordedProjectTest {};
 
 TEST_F(ProjectTest, NewProjectWithoutLibraryHasNoOwnerAndIsNotActive) {
     EXPECT_EQ(prj->GetLibDtm(), nullptr);

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "Probes.h"
+#include "RecordedProjectTest.h"
 #include "TempIni.h"
 
 #include <functional>
@@ -17,22 +18,9 @@
 
 namespace {
 
-using dtm_test::ProjectEventRecorder;
-
-class DtmOpzTest : public ::testing::Test {
+class DtmOpzTest : public dtm_test::RecordedProjectTest {
 protected:
-    void SetUp() override {
-        prj = new CDtmPrj(nullptr, "Rilievo", true, false);
-        prj->GetContext()->Register(&recorder);
-    }
-    void TearDown() override {
-        prj->GetContext()->Unregister(&recorder);
-        prj->SubReference();
-    }
-
     dtm_test::TempIni ini;  // a fresh, empty INI file: a new project has the defaults
-    ProjectEventRecorder recorder;
-    CDtmPrj* prj = nullptr;
 };
 
 CColorClassComputer Classes(double first, int colour) {

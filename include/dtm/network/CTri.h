@@ -7,6 +7,7 @@
 #include <dtm/support/Export.h>
 #include <dtm/support/RefCounter.h>
 
+#include <cstddef>
 #include <cstdint>
 
 class CTris;
@@ -30,8 +31,9 @@ public:
 
     /// Vertex index @p k (0..2); no notification.
     int GetVerIndex(int k) const { return m_vertices[k]; }
-    /// Stores vertex index @p k (0..2) without notification.
-    void SetVerIndex(int k, int v) { m_vertices[k] = v; }
+    /// Stores vertex index @p k (0..2) without notification. The networks' search indexes learn
+    /// of it all the same (a triangle does not know its network, so every index is rechecked).
+    void SetVerIndex(int k, int v);
     /// Notifies @p owner's change context (vertices modified), then stores the three indices.
     void SetVerIndexes(CTris* owner, int i0, int i1, int i2);
     int GetColor() const noexcept { return m_colour; }
@@ -40,6 +42,15 @@ public:
     /// Swaps vertices 1 and 2 when the triangle turns clockwise in plan, so that afterwards
     /// SIDE of its vertices is >= 0. Sends no notification.
     void ClockwiseOrder(CTris* owner);
+
+    // Memory -------------------------------------------------------------------------------
+
+    /// Triangles come from a slab pool: a network holds millions of them, and the general heap
+    /// would add a chunk header to each and scatter them. A class derived from CTri with a size
+    /// of its own is served by the global operator new.
+    static void* operator new(std::size_t size);
+    /// Gives the memory of a triangle back to where operator new took it from.
+    static void operator delete(void* memory, std::size_t size) noexcept;
 
 protected:
     ~CTri() override;

@@ -17,6 +17,7 @@ class CDtmChangeContext;
 class CDtmPrj;
 class CTri;
 class CTrisEventListener;
+class CTrisSearchIndex;
 class COcTree;
 // File section
 class ifpstream;
@@ -256,6 +257,9 @@ private:
     friend class CTrisEventListener;
     friend class COcTree;
     friend struct CTrisTestAccess;
+    /// The undo machinery's door (network/CTrisUndoAccess.h): it reads the reported vertex edit
+    /// and restores vertices, the elevation range and groups of triangles exactly.
+    friend class CTrisUndoAccess;
 
     /// True when a cloud is bound and the network still holds its reference: only then may the
     /// cloud be read, since DoRemoveAll lets the cloud go but keeps the pointer.
@@ -264,6 +268,14 @@ private:
     void UpdateMinMaxQuota(double z);
     void AppendVertex(const kor::geom::PNT_3D& p);
     void UpdateTriColors();
+    /// Keeps the index and values of the vertex overwrite or erasure about to be reported:
+    /// Notify_Tri_Vrt_Moved and Notify_Tri_Vrt_Removed carry no index, and undo needs it.
+    /// An index outside the vertex array is kept as "no edit".
+    void KeepReportedVrtEdit(int i, const kor::geom::PNT_3D& after);
+    /// Reports for the undo machinery's edits (CTrisUndoAccess): only the network may send
+    /// its notifications.
+    void ReportVrtsMoved();
+    void ReportTriRemoved(CTri* t);
 
     CDtmChangeContext* m_context;
     COpzTri m_options;
@@ -285,4 +297,26 @@ private:
     std::vector<TTriNormal> m_normals;
     bool m_broken = false;
     std::int32_t m_background = 0;
+    /// The vertex edit being reported (see KeepReportedVrtEdit); index -1 when none.
+    int m_reportedVrtIndex = -1;
+    kor::geom::PNT_3D m_reportedVrtBefore;
+    kor::geom::PNT_3D m_reportedVrtAfter;
+
+    // ---- Search index of the elevation query and the profile (network/CTrisSearchIndex.h) ----
+    // Derived data, built on the first query after a change. Every operation that changes the
+    // shape of a triangle or the order of the array other than by appending calls
+    // NoteGeometryChanged; appends are only counted, so that the index can take them in without
+    // a rebuild and can tell a count that changed behind the network's back.
+    friend class CTrisSearchIndex;
+    friend struct CTrisSearchTestAccess;
+    /// The elevation query as a literal scan of every triangle in array order: the reference
+    /// that the indexed GetCoordZQ reproduces bit for bit.
+    double GetCoordZQByScan(double x, double y) const;
+    /// Marks the triangles' shapes or their order as changed: the search index and the octree
+    /// are out of date from now on.
+    void NoteGeometryChanged() noexcept { ++m_geometryVersion; }
+    mutable std::unique_ptr<CTrisSearchIndex> m_searchIndex;
+    std::uint64_t m_geometryVersion = 0;
+    std::uint64_t m_appendedVertices = 0;  // vertices appended through AppendVertex
+    std::uint64_t m_appendedTris = 0;      // triangles appended through AddTri
 };

@@ -68,8 +68,8 @@ public:
     /// when the network is on a point cloud or recording is suspended. Borrowed.
     IEventListener* GetCurrentListener() const noexcept;
 
-    /// Replaces the listener that builds undo commands (owned from now on). The context starts
-    /// with a quiet one, so a project records nothing until an undo builder is installed.
+    /// Replaces the listener that builds undo commands (owned from now on); null installs a
+    /// quiet one. The context starts with the listener that files one undo step per event.
     void SetUndoListener(std::unique_ptr<IEventListener> listener);
 
 protected:
@@ -116,6 +116,9 @@ private:
     void Notify_CvLv_Modifying(CCvLv* line, enumCvLvChangeType type);
     void Notify_CvLv_Removed(CCvLv* line);
     void Notify_CvLv_IntervalRemoved(CCvLvInterv* interval);
+    /// The project has built its components: the undo builder takes the state it starts from,
+    /// so that even a change made before any event of the project can be undone.
+    void OnPrjBuilt();
 
     struct State;
     std::unique_ptr<State> m_state;

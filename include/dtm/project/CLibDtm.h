@@ -32,7 +32,9 @@ public:
 
     /// Adds @p prj at the end, taking over the caller's reference. The project is renamed when
     /// its name is taken (see FindNewSuitableName), adopted, and reported as added; the active
-    /// project does not change.
+    /// project does not change. When an exception (an allocation failure) leaves before the
+    /// project is listed, the library is unchanged and the caller keeps its reference; once it
+    /// is listed, the library holds it even when the report fails.
     void AddPrj(CDtmPrj* prj);
     /// Creates a project and adds it; the answer (borrowed: the library holds it) may carry a
     /// changed name.

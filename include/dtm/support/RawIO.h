@@ -69,6 +69,17 @@ inline void WriteBool32(std::ostream& stream, bool value) {
     WriteRaw<std::int32_t>(stream, value ? 1 : 0);
 }
 
+/// Reads a boolean stored as a 4-byte integer: any value greater than zero is true, so that a
+/// writer's 1, or any other positive value it used for true, reads as true, and zero or a
+/// negative value as false. A section whose flag takes only 1 as true reads its int32 itself.
+/// On a short read @p value is left untouched and the answer is false.
+inline bool ReadBool32(std::istream& stream, bool& value) {
+    std::int32_t stored = 0;
+    if (!ReadRaw(stream, stored)) return false;
+    value = stored > 0;
+    return true;
+}
+
 /// Reads @p size bytes in small chunks and hands each to @p sink(const char*, size_t), so that a
 /// corrupt size can never make the reader reserve memory the stream does not hold. False, with
 /// the stream failed, when the stream ends first.
@@ -100,6 +111,18 @@ inline bool ReadText(std::istream& stream, std::uint64_t size, std::string& text
     if (!ReadChunks(stream, size,
                     [&read](const char* bytes, std::size_t count) { read.append(bytes, count); }))
         return false;
+    text.swap(read);
+    return true;
+}
+
+/// Reads @p size bytes of a stored string into @p text, as ReadText does, and drops the last
+/// byte when it is zero: some writers store the terminator with the string. Only that one byte
+/// goes; zero bytes before it are part of the string. On a short read @p text is left untouched.
+inline bool ReadTextDroppingTerminator(std::istream& stream, std::uint64_t size,
+                                       std::string& text) {
+    std::string read;
+    if (!ReadText(stream, size, read)) return false;
+    if (!read.empty() && read.back() == '\0') read.pop_back();
     text.swap(read);
     return true;
 }

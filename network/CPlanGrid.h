@@ -1,0 +1,299 @@
+#pragma once
+
+// A uniform grid over plan boxes, stored compactly (one offset per cell, six bytes per item and
+// cell), and the conservative plan geometry its users share. Private to the library.
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+namespace dtm {
+namespace detail {
+
+/// An axis-aligned plan box.
+struct TPlanBox {
+    double x0, y0, x1, y1;
+
+    bool IsFinite() const noexcept {
+        return std::isfinite(x0) && std::isfinite(y0) && std::isfinite(x1) && std::isfinite(y1);
+    }
+};
+
+/// A uniform grid of nx × ny cells over a plan extent, each cell listing, in ascending order,
+/// the items whose box overlaps it, each with the part of the cell its box covers. Items that
+/// are not finite, or whose box would cover more than a set number of cells, are listed apart
+/// as "wide" items, which every query returns.
+///
+/// Placing works on a fine grid of 16 × 16 sub-cells per cell: the sub-cell of a coordinate is
+/// floor((v − origin) · scale), clamped to the grid, computed in double precision, and its cell
+/// is that divided by 16. This one mapping never decreases as v grows, so an item registered
+/// under the sub-cells from that of its box's low corner to that of its high corner is found
+/// from every point of its box whatever the rounding, and the part of a cell it covers (kept
+/// as four nibbles) lets a point query pass over most items of its cell without looking at
+/// them. Points outside the extent fall into the border cells.
+class CPlanGrid {
+public:
+    /// Builds the grid over items 0 .. count − 1; @p boxOf(i, box) gives item i's box and
+    /// answers false for an item without a finite box. Items are visited twice, in ascending
+    /// order. About @p itemsPerCell items per cell (counted once each), at most @p maxCells
+    /// cells; an item whose box covers more than @p maxCellsPerItem cells is listed as wide.
+    /// Item numbers must fit 32 bits.
+    template <class BoxOf>
+    void Build(std::size_t count, BoxOf&& boxOf, double itemsPerCell, std::size_t maxCells,
+               std::size_t maxCellsPerItem) {
+        *this = CPlanGrid();
+        const double infinity = std::numeric_limits<double>::infinity();
+        TPlanBox extent{infinity, infinity, -infinity, -infinity};
+        std::size_t finiteCount = 0;
+        TPlanBox box{};
+        for (std::size_t i = 0; i < count; ++i) {
+            if (!boxOf(i, box) || !box.IsFinite()) continue;
+            extent.x0 = std::min(extent.x0, box.x0);
+            extent.y0 = std::min(extent.y0, box.y0);
+            extent.x1 = std::max(extent.x1, box.x1);
+            extent.y1 = std::max(extent.y1, box.y1);
+            ++finiteCount;
+        }
+        if (finiteCount == 0) {
+            // Every item is wide; one empty cell keeps the lookups simple.
+            m_cellStart.assign(2, 0);
+            for (std::size_t i = 0; i < count; ++i) m_wide.push_back(static_cast<std::uint32_t>(i));
+            return;
+        }
+        Shape(extent, finiteCount, itemsPerCell, maxCells);
+
+        // Counting pass: the size of every cell goes into the slot of the cell after it.
+        m_cellStart.assign(CellCount() + 1, 0);
+        std::size_t wideCount = 0;
+        ForEachRegistration(
+            count, boxOf, maxCellsPerItem,
+            [this](std::size_t, std::size_t cell, std::uint16_t) { ++m_cellStart[cell + 1]; },
+            [&wideCount](std::size_t) { ++wideCount; });
+        for (std::size_t cell = 1; cell < m_cellStart.size(); ++cell)
+            m_cellStart[cell] += m_cellStart[cell - 1];
+
+        // Filling pass, in ascending item order: each cell's slot serves as its write cursor and
+        // ends at the start of the next cell, so one shift restores the starts afterwards.
+        m_entries.resize(m_cellStart.back());
+        m_wide.reserve(wideCount);
+        ForEachRegistration(
+            count, boxOf, maxCellsPerItem,
+            [this](std::size_t item, std::size_t cell, std::uint16_t cover) {
+                m_entries[m_cellStart[cell]++] = TEntry::Of(item, cover);
+            },
+            [this](std::size_t item) { m_wide.push_back(static_cast<std::uint32_t>(item)); });
+        for (std::size_t cell = m_cellStart.size() - 1; cell > 0; --cell)
+            m_cellStart[cell] = m_cellStart[cell - 1];
+        m_cellStart[0] = 0;
+    }
+
+    /// Calls @p visit(item) for every item of the cell holding (x, y) whose box may hold the
+    /// point, and for every wide item, all in ascending order, until @p visit returns true.
+    /// True when it did. A point that is not finite meets only the wide items.
+    template <class Visit>
+    bool VisitPoint(double x, double y, Visit&& visit) const {
+        const TEntry* cell = nullptr;
+        const TEntry* cellEnd = nullptr;
+        unsigned subX = 0;
+        unsigned subY = 0;
+        if (std::isfinite(x) && std::isfinite(y)) {
+            const std::size_t fineX = Fine(x, m_originX, m_scaleX, m_nx);
+            const std::size_t fineY = Fine(y, m_originY, m_scaleY, m_ny);
+            const std::size_t index = (fineY >> 4) * m_nx + (fineX >> 4);
+            cell = m_entries.data() + m_cellStart[index];
+            cellEnd = m_entries.data() + m_cellStart[index + 1];
+            subX = static_cast<unsigned>(fineX & 15);
+            subY = static_cast<unsigned>(fineY & 15);
+        }
+        const std::uint32_t* wide = m_wide.data();
+        const std::uint32_t* wideEnd = wide + m_wide.size();
+        while (cell != cellEnd || wide != wideEnd) {
+            if (wide == wideEnd || (cell != cellEnd && cell->Item() < *wide)) {
+                const TEntry& entry = *cell++;
+                if (entry.Covers(subX, subY) && visit(entry.Item())) return true;
+            } else if (visit(*wide++)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    /// Appends to @p out the items of every cell that the segment a → b may cross (the cells
+    /// it passes within rounding of count), then the wide items. Items of different cells
+    /// repeat and are not in order.
+    void CollectAlongSegment(double ax, double ay, double bx, double by,
+                             std::vector<std::uint32_t>& out) const {
+        // In cell units the segment runs from (ua, wa) to (ub, wb). The slack exceeds the rounding
+        // of those values many times over; an extra cell costs only extra candidates.
+        const double cellScaleX = m_scaleX / 16.0;
+        const double cellScaleY = m_scaleY / 16.0;
+        const double ua = (ax - m_originX) * cellScaleX;
+        const double wa = (ay - m_originY) * cellScaleY;
+        const double ub = (bx - m_originX) * cellScaleX;
+        const double wb = (by - m_originY) * cellScaleY;
+        const double slack =
+            1e-6 + 1e-12 * (std::fabs(ua) + std::fabs(ub) + std::fabs(wa) + std::fabs(wb) +
+                            (std::fabs(ax) + std::fabs(bx) + std::fabs(m_originX)) * cellScaleX +
+                            (std::fabs(ay) + std::fabs(by) + std::fabs(m_originY)) * cellScaleY);
+        const std::size_t rowFirst = ClampCell(std::min(wa, wb) - slack, m_ny);
+        const std::size_t rowLast = ClampCell(std::max(wa, wb) + slack, m_ny);
+        for (std::size_t row = rowFirst; row <= rowLast; ++row) {
+            // The part of the segment inside this row's band, widened by the slack; the border
+            // rows reach to infinity, as the clamped mapping does.
+            const double bandLow = row == 0 ? -std::numeric_limits<double>::infinity()
+                                            : static_cast<double>(row) - slack;
+            const double bandHigh = row + 1 == m_ny ? std::numeric_limits<double>::infinity()
+                                                    : static_cast<double>(row + 1) + slack;
+            double t0 = 0.0;
+            double t1 = 1.0;
+            const double dw = wb - wa;
+            if (dw != 0.0) {
+                double enter = (bandLow - wa) / dw;
+                double leave = (bandHigh - wa) / dw;
+                if (enter > leave) std::swap(enter, leave);
+                t0 = std::max(t0, enter);
+                t1 = std::min(t1, leave);
+                if (!(t0 <= t1 + 1e-9)) continue;
+                t0 = std::max(0.0, t0 - 1e-9);
+                t1 = std::min(1.0, t1 + 1e-9);
+            }
+            const double u0 = ua + (ub - ua) * t0;
+            const double u1 = ua + (ub - ua) * t1;
+            const std::size_t columnFirst = ClampCell(std::min(u0, u1) - slack, m_nx);
+            const std::size_t columnLast = ClampCell(std::max(u0, u1) + slack, m_nx);
+            const std::size_t base = row * m_nx;
+            for (std::uint32_t e = m_cellStart[base + columnFirst];
+                 e < m_cellStart[base + columnLast + 1]; ++e)
+                out.push_back(m_entries[e].Item());
+        }
+        out.insert(out.end(), m_wide.begin(), m_wide.end());
+    }
+
+    /// Bytes held.
+    std::size_t GetMemoryBytes() const noexcept {
+        return m_cellStart.capacity() * sizeof(std::uint32_t) +
+               m_entries.capacity() * sizeof(TEntry) + m_wide.capacity() * sizeof(std::uint32_t);
+    }
+
+private:
+    // An item listed in a cell: its number, and the sub-cells of the cell its box covers as four
+    // nibbles (x from, x to, y from, y to). Six bytes, two-byte aligned, so that the entries of
+    // a cell lie close together.
+    struct TEntry {
+        std::uint16_t low;
+        std::uint16_t high;
+        std::uint16_t cover;
+
+        static TEntry Of(std::size_t item, std::uint16_t cover) noexcept {
+            return {static_cast<std::uint16_t>(item & 0xFFFF),
+                    static_cast<std::uint16_t>((item >> 16) & 0xFFFF), cover};
+        }
+        std::uint32_t Item() const noexcept {
+            return static_cast<std::uint32_t>(low) | (static_cast<std::uint32_t>(high) << 16);
+        }
+        bool Covers(unsigned subX, unsigned subY) const noexcept {
+            return subX >= (cover & 15u) && subX <= ((cover >> 4) & 15u) &&
+                   subY >= ((cover >> 8) & 15u) && subY <= (cover >> 12);
+        }
+    };
+
+    std::size_t CellCount() const noexcept { return m_nx * m_ny; }
+
+    // The sub-cell of v on an axis of @p cells cells: floor((v − origin) · scale) clamped to the
+    // axis; NaN gives 0. The comparisons come first, so that the conversion never sees a value
+    // it cannot represent.
+    static std::size_t Fine(double v, double origin, double scale, std::size_t cells) noexcept {
+        const double u = (v - origin) * scale;
+        if (!(u >= 1.0)) return 0;
+        const double last = static_cast<double>(16 * cells - 1);
+        if (u >= last) return 16 * cells - 1;
+        return static_cast<std::size_t>(u);
+    }
+
+    // floor(u) clamped to [0, n − 1], for the cell units of a segment.
+    static std::size_t ClampCell(double u, std::size_t n) noexcept {
+        if (!(u >= 1.0)) return 0;
+        const double last = static_cast<double>(n - 1);
+        if (u >= last) return n - 1;
+        return static_cast<std::size_t>(u);
+    }
+
+    // Chooses the cell counts and the mapping for @p extent and about @p items items.
+    void Shape(const TPlanBox& extent, std::size_t items, double itemsPerCell,
+               std::size_t maxCells) {
+        const double width = extent.x1 - extent.x0;
+        const double height = extent.y1 - extent.y0;
+        const double wanted = std::clamp(static_cast<double>(items) / itemsPerCell, 1.0,
+                                         static_cast<double>(maxCells));
+        double columns = 1.0;
+        double rows = 1.0;
+        if (width > 0.0 && height > 0.0 && std::isfinite(width / height)) {
+            columns = std::sqrt(wanted * width / height);
+            rows = wanted / std::max(columns, 1.0);
+        } else if (width > 0.0) {
+            columns = wanted;
+        } else if (height > 0.0) {
+            rows = wanted;
+        }
+        m_nx = static_cast<std::size_t>(std::clamp(std::round(columns), 1.0, wanted));
+        m_ny = static_cast<std::size_t>(std::clamp(std::round(rows), 1.0, wanted));
+        m_originX = extent.x0;
+        m_originY = extent.y0;
+        // An extent of zero, or one too large for a double, maps everything to one column or
+        // row: still correct, merely slower.
+        m_scaleX =
+            width > 0.0 && std::isfinite(width) ? 16.0 * static_cast<double>(m_nx) / width : 0.0;
+        m_scaleY =
+            height > 0.0 && std::isfinite(height) ? 16.0 * static_cast<double>(m_ny) / height : 0.0;
+    }
+
+    // Calls onCell(item, cell, cover) for every cell of every item kept in cells, and
+    // onWide(item) for every other item, in ascending item order.
+    template <class BoxOf, class OnCell, class OnWide>
+    void ForEachRegistration(std::size_t count, BoxOf& boxOf, std::size_t maxCellsPerItem,
+                             OnCell&& onCell, OnWide&& onWide) const {
+        TPlanBox box{};
+        for (std::size_t i = 0; i < count; ++i) {
+            if (!boxOf(i, box) || !box.IsFinite()) {
+                onWide(i);
+                continue;
+            }
+            const std::size_t x0 = Fine(box.x0, m_originX, m_scaleX, m_nx);
+            const std::size_t x1 = Fine(box.x1, m_originX, m_scaleX, m_nx);
+            const std::size_t y0 = Fine(box.y0, m_originY, m_scaleY, m_ny);
+            const std::size_t y1 = Fine(box.y1, m_originY, m_scaleY, m_ny);
+            const std::size_t c0 = x0 >> 4, c1 = x1 >> 4, r0 = y0 >> 4, r1 = y1 >> 4;
+            if ((c1 - c0 + 1) * (r1 - r0 + 1) > maxCellsPerItem) {
+                onWide(i);
+                continue;
+            }
+            for (std::size_t row = r0; row <= r1; ++row) {
+                const unsigned yFrom = row == r0 ? static_cast<unsigned>(y0 & 15) : 0u;
+                const unsigned yTo = row == r1 ? static_cast<unsigned>(y1 & 15) : 15u;
+                for (std::size_t column = c0; column <= c1; ++column) {
+                    const unsigned xFrom = column == c0 ? static_cast<unsigned>(x0 & 15) : 0u;
+                    const unsigned xTo = column == c1 ? static_cast<unsigned>(x1 & 15) : 15u;
+                    onCell(i, row * m_nx + column,
+                           static_cast<std::uint16_t>(xFrom | (xTo << 4) | (yFrom << 8) |
+                                                      (yTo << 12)));
+                }
+            }
+        }
+    }
+
+    double m_originX = 0.0;
+    double m_originY = 0.0;
+    double m_scaleX = 0.0;  // sub-cells per unit
+    double m_scaleY = 0.0;
+    std::size_t m_nx = 1;
+    std::size_t m_ny = 1;
+    std::vector<std::uint32_t> m_cellStart;
+    std::vector<TEntry> m_entries;
+    std::vector<std::uint32_t> m_wide;
+};
+
+}  // namespace detail
+}  // namespace dtm

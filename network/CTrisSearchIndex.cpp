@@ -1,0 +1,148 @@
+#include "network/CTrisSearchIndex.h"
+
+#include <dtm/network/CTri.h>
+#include <dtm/network/CTris.h>
+#include <dtm/support/Tolerances.h>
+
+#include "network/COcTree.h"
+#include "network/CTriShapeEpoch.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+using dtm::detail::TPlanBox;
+using kor::geom::LINE_2D;
+using kor::geom::PNT_2D;
+using kor::geom::PNT_3D;
+
+namespace {
+
+// The elevation query accepts a triangle for a point closer than the vertex snap distance to a
+// vertex on both axes, or within the inside tolerance of the triangle, so it never accepts a
+// point outside the triangle's plan box widened by the larger of the two. Boxes are widened by
+// twice that, plus a relative part of 1e-15 (several units in the last place) that covers the
+// rounding of the widening itself and of the query's own comparisons at any magnitude. The
+// profile needs no widening at all: it accepts only points of the closed triangle.
+constexpr double kReach = 2.0 * std::max(dtm::VERTEX_SNAP_DISTANCE, dtm::INSIDE_TRIANGLE_TOLERANCE);
+constexpr double kRelativeReach = 1e-15;
+
+double Below(double v) {
+    return v - (kReach + std::fabs(v) * kRelativeReach);
+}
+
+double Above(double v) {
+    return v + (kReach + std::fabs(v) * kRelativeReach);
+}
+
+// The plan box of triangle @p tri widened by the reach; false when a vertex does not exist or
+// has a plan coordinate that is not finite (such a triangle belongs in no cell).
+bool ReachBox(const CTris& tris, const CTri& tri, TPlanBox& box) {
+    const PNT_3D a = NetworkVertex(tris, tri, 0);
+    const PNT_3D b = NetworkVertex(tris, tri, 1);
+    const PNT_3D c = NetworkVertex(tris, tri, 2);
+    if (!(std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(b.x) && std::isfinite(b.y) &&
+          std::isfinite(c.x) && std::isfinite(c.y)))
+        return false;
+    box = {Below(std::min({a.x, b.x, c.x})), Below(std::min({a.y, b.y, c.y})),
+           Above(std::max({a.x, b.x, c.x})), Above(std::max({a.y, b.y, c.y}))};
+    return box.IsFinite();
+}
+
+bool IsFinitePoint(const PNT_2D& p) {
+    return std::isfinite(p.x) && std::isfinite(p.y);
+}
+
+// Grid shape: about 32 triangles per cell counted once, so that each triangle overlaps under
+// two cells and a cell lists some fifty, of which the covered parts let two or three through
+// (fewer, smaller cells would mean more entries per triangle for little gain in speed); a
+// triangle that would cover more cells than this goes to the list that every query scans. The
+// cell count is bounded so that the offsets of a huge network still fit.
+constexpr double kTrisPerCell = 32.0;
+constexpr std::size_t kMaxCellsPerTri = 64;
+constexpr std::size_t kMaxCells = std::size_t{1} << 24;
+
+// The cells per triangle the grid may register without its 32-bit offsets overflowing.
+std::size_t CellsPerTriLimit(std::size_t count) {
+    const std::size_t limit =
+        count == 0 ? kMaxCellsPerTri : std::numeric_limits<std::uint32_t>::max() / count;
+    return std::max<std::size_t>(1, std::min(kMaxCellsPerTri, limit));
+}
+
+// Triangles appended since the build are scanned one by one. Past this many, a rebuild (linear
+// in the network) costs less than the scans it saves.
+std::size_t TailLimit(std::size_t covered) {
+    return 64 + static_cast<std::size_t>(std::sqrt(static_cast<double>(covered)));
+}
+
+}  // namespace
+
+TShapeStamp CTrisSearchIndex::StampOf(const CTris& tris) noexcept {
+    TShapeStamp stamp;
+    stamp.version = tris.m_geometryVersion;
+    stamp.epoch = dtm::detail::TriangleShapeEpoch();
+    stamp.vertexBase = static_cast<std::int64_t>(tris.m_vertices.size()) -
+                       static_cast<std::int64_t>(tris.m_appendedVertices);
+    stamp.triBase = static_cast<std::int64_t>(tris.m_tris.size()) -
+                    static_cast<std::int64_t>(tris.m_appendedTris);
+    return stamp;
+}
+
+const CTrisSearchIndex& CTrisSearchIndex::Of(const CTris& tris) {
+    std::unique_ptr<CTrisSearchIndex>& index = tris.m_searchIndex;
+    if (!index || !index->IsCurrentFor(tris)) {
+        // The old index goes first, so that the two never take memory at the same time.
+        index.reset();
+        index.reset(new CTrisSearchIndex(tris));
+    }
+    return *index;
+}
+
+CTrisSearchIndex::CTrisSearchIndex(const CTris& tris)
+    : m_tris(&tris), m_stamp(StampOf(tris)), m_covered(tris.m_tris.size()) {
+    const std::vector<CTri*>& triangles = tris.m_tris;
+    m_grid.Build(
+        m_covered,
+        [&tris, &triangles](std::size_t tri, TPlanBox& box) {
+            PrefetchTriangle(tris, tri);
+            return ReachBox(tris, *triangles[tri], box);
+        },
+        kTrisPerCell, kMaxCells, CellsPerTriLimit(m_covered));
+}
+
+bool CTrisSearchIndex::IsCurrentFor(const CTris& tris) const noexcept {
+    const std::size_t count = tris.m_tris.size();
+    return StampOf(tris) == m_stamp && count >= m_covered &&
+           count - m_covered <= TailLimit(m_covered);
+}
+
+bool CTrisSearchIndex::VisitPoint(const PNT_2D& p, IVisitor& visitor) const {
+    // The point's cell and the triangles listed apart, in ascending order. A point that is not
+    // finite lies in no triangle's box, so only those listed apart can accept it.
+    if (m_grid.VisitPoint(p.x, p.y, [&visitor](std::uint32_t tri) {
+            return visitor.OnCandidate(static_cast<int>(tri));
+        }))
+        return true;
+    // Then the triangles appended since the build, which all come later in the array.
+    const std::size_t count = m_tris->m_tris.size();
+    for (std::size_t tri = m_covered; tri < count; ++tri) {
+        if (visitor.OnCandidate(static_cast<int>(tri))) return true;
+    }
+    return false;
+}
+
+void CTrisSearchIndex::CollectSegment(const LINE_2D& line, std::vector<std::int32_t>& out) const {
+    out.clear();
+    const std::size_t count = m_tris->m_tris.size();
+    if (!IsFinitePoint(line.start) || !IsFinitePoint(line.end)) {
+        for (std::size_t tri = 0; tri < count; ++tri) out.push_back(static_cast<std::int32_t>(tri));
+        return;
+    }
+    std::vector<std::uint32_t> found;
+    m_grid.CollectAlongSegment(line.start.x, line.start.y, line.end.x, line.end.y, found);
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    out.assign(found.begin(), found.end());
+    for (std::size_t tri = m_covered; tri < count; ++tri)
+        out.push_back(static_cast<std::int32_t>(tri));
+}

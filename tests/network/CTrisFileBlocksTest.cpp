@@ -1,0 +1,239 @@
+// The network's file section on networks large enough to span many of the blocks the writer
+// and the reader move at once, and through a stream that cannot seek, which the reader must
+// read in full before it changes the network: the bytes are those assembled here value by
+// value, and both ways of reading give the same network, the same notifications and the same
+// failures.
+
+#include <dtm/network/CTri.h>
+#include <dtm/network/CTris.h>
+#include <dtm/project/CDtmChangeContext.h>
+#include <dtm/project/CDtmPrj.h>
+#include <dtm/project/IEventListener.h>
+#include <dtm/support/Events.h>
+#include <dtm/support/IdRemap.h>
+#include <dtm/support/Streams.h>
+
+#include "network/COcTree.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <sstream>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+#include "ByteBuilder.h"
+#include "OcTreeChecker.h"
+
+namespace {
+
+using dtm_test::ByteBuilder;
+using kor::CRefPtr;
+using kor::geom::PNT_3D;
+
+constexpr short kVersion = 1502;
+
+CRefPtr<CDtmPrj> NewProject() {
+    return CRefPtr<CDtmPrj>::Adopt(new CDtmPrj(nullptr, "Blocks", true, false));
+}
+
+// A grid of cells × cells squares (two triangles each) with varied colours and its tree: about
+// 115 KB of section for 60 cells, many of the writer's and reader's blocks.
+CRefPtr<CDtmPrj> GridProject(int cells) {
+    CRefPtr<CDtmPrj> prj = NewProject();
+    CTris& tris = *prj->GetTris();
+    const dtm_test::RandomNetwork grid = dtm_test::MakeGridNetwork(cells, -300.25, 1e6, 0.75);
+    {
+        kor::CEventGuard event(prj->GetContext());
+        for (const PNT_3D& p : grid.vertices) tris.AddTriVrt(p);
+        for (std::size_t i = 0; i < grid.triangles.size(); ++i) {
+            const auto& t = grid.triangles[i];
+            tris.AddNewTri(i % 3 == 0 ? 256 : static_cast<int>(i % 11), t[0], t[1], t[2]);
+        }
+    }
+    tris.CalcOcTree();
+    return prj;
+}
+
+void AppendNode(ByteBuilder& bytes, const COcTreeNode& node) {
+    bytes.Int32(node.GetCount()).Int32(node.GetFirst());
+    bytes.Int8(static_cast<std::int8_t>(node.GetChildMask()))
+        .Int8(static_cast<std::int8_t>(node.GetLeafMask()));
+    for (int octant = 0; octant < 8; ++octant) {
+        if (node.HasLeafChild(octant)) {
+            bytes.Int32(node.GetLeaf(octant).count).Int32(node.GetLeaf(octant).first);
+        } else if (node.HasNodeChild(octant)) {
+            AppendNode(bytes, node.GetNode(octant));
+        }
+    }
+}
+
+// The section of @p tris at version 1502, assembled value by value from the network and its tree.
+std::string SectionByHand(const CTris& tris) {
+    ByteBuilder bytes;
+    bytes.Int32(tris.GetNoTriVrts()).Int64(0);
+    for (const PNT_3D& p : tris.GetPnts()) bytes.Double(p.x).Double(p.y).Double(p.z);
+    bytes.Int32(tris.GetNoTris());
+    for (int i = 0; i < tris.GetNoTris(); ++i) {
+        const CTri& t = *tris.GetTriAt(i);
+        bytes.Int32(t.GetVerIndex(0))
+            .Int32(t.GetVerIndex(1))
+            .Int32(t.GetVerIndex(2))
+            .Int32(t.GetColor());
+    }
+    bytes.Double(tris.GetMinQuota()).Double(tris.GetMaxQuota());
+    const COcTree& tree = COcTree::Of(tris);
+    const TOcTreeGeometry& g = tree.GetGeometry();
+    for (const double v :
+         {g.centreX, g.centreY, g.centreZ, g.side, g.extentX, g.extentY, g.extentZ})
+        bytes.Double(v);
+    AppendNode(bytes, *tree.GetRoot());
+    return bytes.Str();
+}
+
+std::string Write(const CTris& tris) {
+    std::stringbuf buffer;
+    ofpstream out(&buffer, kVersion);
+    tris.SalvaInFile(out, nullptr);
+    return buffer.str();
+}
+
+// A stream buffer over bytes that, like a pipe, cannot seek: its position cannot even be asked.
+class CForwardOnlyBuffer : public std::streambuf {
+public:
+    explicit CForwardOnlyBuffer(std::string bytes) : m_bytes(std::move(bytes)) {
+        char* begin = m_bytes.empty() ? nullptr : &m_bytes[0];
+        setg(begin, begin, begin + m_bytes.size());
+    }
+    std::size_t Consumed() const { return static_cast<std::size_t>(gptr() - eback()); }
+
+private:
+    std::string m_bytes;
+};
+
+// Counts what the change context hands its current listener, in order.
+class CRecordingListener : public IEventListener {
+public:
+    explicit CRecordingListener(std::string& log) : m_log(log) {}
+    void OnTriVrtAdded() override { m_log += 'v'; }
+    void OnTriAdded(CTri*) override { m_log += 't'; }
+
+private:
+    std::string& m_log;
+};
+
+struct TRead {
+    bool failed = false;
+    std::size_t consumed = 0;
+    std::string notifications;
+};
+
+// Reads @p bytes into @p prj's network through a seekable or a forward-only stream.
+TRead Read(CDtmPrj& prj, const std::string& bytes, bool seekable) {
+    TRead result;
+    prj.GetContext()->SetUndoListener(std::make_unique<CRecordingListener>(result.notifications));
+    const kor::CRefObjIdRemapper remapper;
+    if (seekable) {
+        std::stringbuf buffer(bytes, std::ios::in);
+        ifpstream in(&buffer, kVersion);
+        prj.GetTris()->LeggeDaFile(in, remapper, true);
+        result.failed = in.fail();
+        result.consumed =
+            static_cast<std::size_t>(buffer.pubseekoff(0, std::ios::cur, std::ios::in));
+    } else {
+        CForwardOnlyBuffer buffer(bytes);
+        ifpstream in(&buffer, kVersion);
+        prj.GetTris()->LeggeDaFile(in, remapper, true);
+        result.failed = in.fail();
+        result.consumed = buffer.Consumed();
+    }
+    prj.GetContext()->SetUndoListener(nullptr);
+    return result;
+}
+
+using Record = std::array<double, 7>;
+
+std::vector<Record> Content(const CTris& tris) {
+    std::vector<Record> content;
+    for (const PNT_3D& p : tris.GetPnts()) content.push_back({p.x, p.y, p.z, 0, 0, 0, 0});
+    for (int i = 0; i < tris.GetNoTris(); ++i) {
+        const CTri& t = *tris.GetTriAt(i);
+        content.push_back(
+            {1, static_cast<double>(t.GetVerIndex(0)), static_cast<double>(t.GetVerIndex(1)),
+             static_cast<double>(t.GetVerIndex(2)), static_cast<double>(t.GetColor()), 0, 0});
+    }
+    content.push_back({2, tris.GetMinQuota(), tris.GetMaxQuota(), 0, 0, 0, 0});
+    return content;
+}
+
+TEST(NetworkFileBlocks, SectionSpanningManyBlocksHasTheBytesAssembledValueByValue) {
+    const CRefPtr<CDtmPrj> prj = GridProject(60);
+    const std::string written = Write(*prj->GetTris());
+    ASSERT_GT(written.size(), 100000u);
+    EXPECT_EQ(written, SectionByHand(*prj->GetTris()));
+}
+
+TEST(NetworkFileBlocks, SeekableAndForwardOnlyStreamsReadTheSameNetworkAndNotifications) {
+    const CRefPtr<CDtmPrj> source = GridProject(60);
+    const std::string bytes = Write(*source->GetTris()) + "NEXT";
+    const CRefPtr<CDtmPrj> direct = NewProject();
+    const CRefPtr<CDtmPrj> staged = NewProject();
+    const TRead fromSeekable = Read(*direct, bytes, true);
+    const TRead fromForwardOnly = Read(*staged, bytes, false);
+    EXPECT_FALSE(fromSeekable.failed);
+    EXPECT_FALSE(fromForwardOnly.failed);
+    EXPECT_EQ(fromSeekable.consumed, bytes.size() - 4);
+    EXPECT_EQ(fromForwardOnly.consumed, bytes.size() - 4);
+    EXPECT_EQ(fromSeekable.notifications, fromForwardOnly.notifications);
+    EXPECT_EQ(fromSeekable.notifications,
+              std::string(static_cast<std::size_t>(source->GetTris()->GetNoTriVrts()), 'v') +
+                  std::string(static_cast<std::size_t>(source->GetTris()->GetNoTris()), 't'));
+    EXPECT_EQ(Content(*direct->GetTris()), Content(*source->GetTris()));
+    EXPECT_EQ(Content(*staged->GetTris()), Content(*source->GetTris()));
+    // Both kept the stored tree: written back, they give the source's bytes.
+    EXPECT_EQ(Write(*direct->GetTris()), Write(*source->GetTris()));
+    EXPECT_EQ(Write(*staged->GetTris()), Write(*source->GetTris()));
+}
+
+TEST(NetworkFileBlocks, ShortSectionsChangeNothingThroughEitherStream) {
+    const CRefPtr<CDtmPrj> source = GridProject(12);
+    const std::string bytes = Write(*source->GetTris());
+    const CTris& whole = *source->GetTris();
+    // Everything before the octree block: n, identifier, points, m, triangles, range.
+    const std::size_t blockStart = 4 + 8 + static_cast<std::size_t>(whole.GetNoTriVrts()) * 24 + 4 +
+                                   static_cast<std::size_t>(whole.GetNoTris()) * 16 + 16;
+    for (const bool seekable : {true, false}) {
+        for (std::size_t length = 0; length < blockStart; length += 7) {
+            SCOPED_TRACE(std::string(seekable ? "seekable" : "forward-only") + ", prefix of " +
+                         std::to_string(length) + " bytes");
+            const CRefPtr<CDtmPrj> prj = NewProject();
+            const TRead read = Read(*prj, bytes.substr(0, length), seekable);
+            EXPECT_TRUE(read.failed);
+            EXPECT_TRUE(read.notifications.empty());
+            EXPECT_EQ(prj->GetTris()->GetNoTriVrts(), 0);
+            EXPECT_EQ(prj->GetTris()->GetNoTris(), 0);
+            if (::testing::Test::HasFailure()) return;
+        }
+    }
+}
+
+TEST(NetworkFileBlocks, NegativeTriangleCountFailsThroughEitherStreamWithNothingRead) {
+    ByteBuilder bytes;
+    bytes.Int32(2).Int64(0);
+    bytes.Double(1).Double(2).Double(3).Double(4).Double(5).Double(6);
+    bytes.Int32(-1).Bytes(std::string(64, '\0'));
+    for (const bool seekable : {true, false}) {
+        const CRefPtr<CDtmPrj> prj = NewProject();
+        const TRead read = Read(*prj, bytes.Str(), seekable);
+        EXPECT_TRUE(read.failed);
+        EXPECT_TRUE(read.notifications.empty());
+        EXPECT_EQ(prj->GetTris()->GetNoTriVrts(), 0);
+        // Stopped right after the count, as a reader value by value does.
+        EXPECT_EQ(read.consumed, 4u + 8u + 48u + 4u);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+// End to end on real surveys: every LandXML file beside the repository is imported, queried and
+// drawn. Skipped where the survey folder is absent (a user's clone).
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <pugixml.hpp>
+
+#include "CliSupport.h"
+#include "LandXml.h"
+#include "TempDir.h"
+#include "TestPaths.h"
+#include "TextFormat.h"
+
+namespace {
+
+using tool_test::CliResult;
+using tool_test::RunDtm;
+
+class CliRealSurveysTest : public ::testing::TestWithParam<const char*> {};
+
+double Seconds(std::chrono::steady_clock::time_point since) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
+}
+
+TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
+    const std::string path = dtm_test::SharedDataDir() + "/landxml/" + GetParam() + ".xml";
+    if (!dtm_test::FileExists(path)) GTEST_SKIP() << path << " is not here";
+    dtm_test::TempDir folder;
+
+    const auto start = std::chrono::steady_clock::now();
+    const CliResult imported = RunDtm({"import", path, "-o", "survey.dtm"}, folder.Path());
+    const double importSeconds = Seconds(start);
+    ASSERT_EQ(imported.status, 0) << imported.err;
+    RecordProperty("import", imported.out);
+
+    // Ask for the elevation at the centroid of the first visible face of the first surface:
+    // inside exactly one triangle, where the surface is the mean of its three corners.
+    const std::vector<dtmtool::TinSurface> surfaces = dtmtool::ReadLandXml(path);
+    const dtmtool::TinSurface& first = surfaces.front();
+    ASSERT_FALSE(first.faces.empty());
+    double x = 0, y = 0, z = 0;
+    for (const int v : first.faces.front()) {
+        x += first.points[static_cast<std::size_t>(v)].x / 3.0;
+        y += first.points[static_cast<std::size_t>(v)].y / 3.0;
+        z += first.points[static_cast<std::size_t>(v)].z / 3.0;
+    }
+    char xText[40], yText[40];
+    std::snprintf(xText, sizeof(xText), "%.17g", x);
+    std::snprintf(yText, sizeof(yText), "%.17g", y);
+    const CliResult elevation =
+        RunDtm({"elev", "survey.dtm", "--project", first.name, "--", xText, yText}, folder.Path());
+    ASSERT_EQ(elevation.status, 0) << elevation.err;
+    EXPECT_NEAR(std::stod(elevation.out), z, 1e-6 * std::max(1.0, std::fabs(z)));
+
+    const CliResult info = RunDtm({"info", "survey.dtm"}, folder.Path());
+    ASSERT_EQ(info.status, 0) << info.err;
+    for (const dtmtool::TinSurface& surface : surfaces)
+        EXPECT_NE(info.out.find(dtmtool::Count(surface.faces.size()) + " triangles"),
+                  std::string::npos)
+            << info.out;
+
+    const auto renderStart = std::chrono::steady_clock::now();
+    const CliResult render = RunDtm({"render", "survey.dtm", "-o", "survey.svg"}, folder.Path());
+    const double renderSeconds = Seconds(renderStart);
+    ASSERT_EQ(render.status, 0) << render.err;
+    pugi::xml_document svg;
+    EXPECT_TRUE(svg.load_file(folder.File("survey.svg").c_str()));
+    std::printf("%s: %s  import %.2f s, render %.2f s\n", GetParam(), imported.out.c_str(),
+                importSeconds, renderSeconds);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Surveys, CliRealSurveysTest,
+    ::testing::Values("abrman_S1", "abrman_S2", "abrman_S3", "abrman_S4", "abrman_S5",
+                      "inframodel_M3_Highest_Comb_rev2_Highest_combination_of_surface.mm",
+                      "inframodel_M3_Rockbed_survey.mm", "inframodel_M3_Terrain.mm",
+                      "inframodel_Y10_Lowest_Comb_rev2_201200.mm", "lx2gltf_olympus-new",
+                      "lx2gltf_subdivision", "qgismesh_3D_modell_underlag_skyfall_20230915",
+                      "qgismesh_Example_Clean", "qgismesh_Example_Clean_without_schema",
+                      "qgismesh_Total_topp"),
+    [](const ::testing::TestParamInfo<const char*>& info) {
+        std::string name = info.param;
+        for (char& c : name)
+            if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+        return name;
+    });
+
+}  // namespace

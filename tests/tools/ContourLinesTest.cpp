@@ -1,0 +1,172 @@
+// Contour lines made for a project: traced, smoothed by the library, labelled.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+
+#include "ContourGeometry.h"
+#include "ContourLines.h"
+#include "SurfaceProject.h"
+#include "ToolTestSupport.h"
+#include "Workspace.h"
+
+namespace {
+
+using dtmtool::ContourSettings;
+using dtmtool::MakeContourLines;
+using dtmtool::Workspace;
+using tool_test::PNT_2D;
+
+const PNT_2D kTop(20.3, 19.7);
+// h²/8 for the longest edge of the jittered unit grid, (1.6 · √2)² / 8.
+constexpr double kInterpolationTolerance = 0.65;
+
+CDtmPrj& ConeProject(Workspace& workspace) {
+    const auto cone = [](double x, double y) { return 100.0 - std::hypot(x - kTop.x, y - kTop.y); };
+    return *dtmtool::AddSurfaceProject(workspace,
+                                       tool_test::GridSurface(40, 40, 1.0, 0.0, 0.0, cone, 0.3, 4));
+}
+
+double TextLength(const CCvLv& line) {
+    double length = 0.0;
+    for (unsigned k = 0; k < line.GetNoIntervals(); ++k)
+        length += line.GetIntervalAt(k)->GetEnd() - line.GetIntervalAt(k)->GetStart();
+    return length;
+}
+
+double RunLength(const std::vector<PNT_2D>& run) {
+    double length = 0.0;
+    for (std::size_t i = 1; i < run.size(); ++i) length += run[i].dist(run[i - 1]);
+    return length;
+}
+
+TEST(ContourLinesTest, AConeGetsSmoothCirclesAtEveryLevelWithLabelsOnIndexLines) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    ContourSettings settings;
+    settings.interval = 2.5;
+    settings.labelEvery = 2;
+    settings.textHeight = 0.4;
+    const dtmtool::ContourSummary summary = MakeContourLines(prj, settings);
+
+    const CCvLvs& lines = *prj.GetCvLvs();
+    // The circles of radius 100 - z that lie whole inside the grid (radius below 19.7).
+    std::set<double> closedLevels;
+    for (unsigned i = 0; i < lines.GetNoCvLvs(); ++i) {
+        const CCvLv& line = *lines.GetCvLvAt(i);
+        const double radius = 100.0 - line.GetQuota();
+        if (radius > 19.0) continue;
+        closedLevels.insert(line.GetQuota());
+        // The nodes are traced points, on or just inside the cone's circle (by at most h²/(8 r)
+        // for the grid's longest edges h); the library's spline through them stays close to
+        // it.
+        const double tolerance = kInterpolationTolerance / radius;
+        for (const TVrtPol& node : line.GetNodes()) {
+            const double distance = PNT_2D(node.x, node.y).dist(kTop);
+            EXPECT_LE(distance, radius + 1e-9);
+            EXPECT_GE(distance, radius - tolerance);
+        }
+        for (const auto& run : dtmtool::SampleDrawnRuns(line, 0.05))
+            for (const PNT_2D& p : run)
+                ASSERT_NEAR(p.dist(kTop), radius, tolerance + 0.05) << line.GetQuota();
+    }
+    const std::set<double> expected = {82.5, 85.0, 87.5, 90.0, 92.5, 95.0, 97.5};
+    EXPECT_EQ(closedLevels, expected);
+    EXPECT_EQ(summary.closedLines, expected.size());
+    EXPECT_EQ(summary.textHeight, 0.4);
+    EXPECT_EQ(lines.GetCvLvDir(), eCvLvDirOriented);
+    EXPECT_GT(summary.labels, 0u);
+    EXPECT_EQ(lines.GetOpzCvLv().GetDecimals(), 1);
+    EXPECT_EQ(lines.GetOpzCvLv().GetVAlignment(), TEXT_VALIGN_CENTRED);
+}
+
+TEST(ContourLinesTest, OnlyIndexLinesCarryLabelsAndTheDrawnRunsLeaveThemOut) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    ContourSettings settings;
+    settings.interval = 2.5;
+    settings.labelEvery = 2;
+    settings.textHeight = 0.4;
+    MakeContourLines(prj, settings);
+    const CCvLvs& lines = *prj.GetCvLvs();
+    std::size_t labelled = 0;
+    for (unsigned i = 0; i < lines.GetNoCvLvs(); ++i) {
+        const CCvLv& line = *lines.GetCvLvAt(i);
+        if (line.GetNoIntervals() == 0) continue;
+        ++labelled;
+        EXPECT_TRUE(dtmtool::IsIndexLevel(line.GetQuota(), settings)) << line.GetQuota();
+        const double extent = lines.GetOpzCvLv().GetQuotaExtent(line.GetQuota());
+        for (unsigned k = 0; k < line.GetNoIntervals(); ++k) {
+            const CCvLvInterv& interval = *line.GetIntervalAt(k);
+            EXPECT_TRUE(interval.IsText());
+            EXPECT_NEAR(interval.GetEnd() - interval.GetStart(), extent, 1e-9);
+            EXPECT_GE(interval.GetStart(), 0.0);
+            EXPECT_LE(interval.GetEnd(), dtmtool::SpineLength(line));
+        }
+        // What is drawn is the line minus its labels (sampling a curve shortens it a little).
+        double drawn = 0.0;
+        for (const auto& run : dtmtool::SampleDrawnRuns(line, 0.01)) drawn += RunLength(run);
+        EXPECT_NEAR(drawn, dtmtool::SpineLength(line) - TextLength(line),
+                    0.01 * dtmtool::SpineLength(line));
+    }
+    EXPECT_GT(labelled, 0u);
+}
+
+// On a plane rising to the north the lines run west to east (higher ground on the left), and
+// their labels read along them; falling to the north they run east to west, and the labels
+// are turned so that they still read upright.
+TEST(ContourLinesTest, LabelsAreTurnedWhereTheLineRunsRightToLeft) {
+    for (const double slope : {0.5, -0.5}) {
+        Workspace workspace;
+        CDtmPrj& prj = *dtmtool::AddSurfaceProject(
+            workspace, tool_test::GridSurface(40, 10, 1.0, 0.0, 0.0,
+                                              [slope](double, double y) { return slope * y; }));
+        ContourSettings settings;
+        settings.interval = 1.0;
+        settings.labelEvery = 1;
+        settings.textHeight = 0.5;
+        MakeContourLines(prj, settings);
+        const CCvLvs& lines = *prj.GetCvLvs();
+        std::size_t labels = 0;
+        for (unsigned i = 0; i < lines.GetNoCvLvs(); ++i) {
+            const CCvLv& line = *lines.GetCvLvAt(i);
+            const TVrtPol& first = line.GetNodes().front();
+            const TVrtPol& last = line.GetNodes().back();
+            EXPECT_EQ(last.x > first.x, slope > 0.0);
+            for (unsigned k = 0; k < line.GetNoIntervals(); ++k, ++labels)
+                EXPECT_EQ((line.GetIntervalAt(k)->GetFlags() & CCvLvInterv::FLAG_INVERTED) != 0,
+                          slope < 0.0);
+        }
+        EXPECT_GT(labels, 0u) << slope;
+    }
+}
+
+TEST(ContourLinesTest, RunningAgainReplacesTheLines) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    ContourSettings settings;
+    settings.interval = 5.0;
+    MakeContourLines(prj, settings);
+    const unsigned first = prj.GetCvLvs()->GetNoCvLvs();
+    settings.interval = 2.5;
+    MakeContourLines(prj, settings);
+    EXPECT_GT(prj.GetCvLvs()->GetNoCvLvs(), first);
+    settings.interval = 5.0;
+    MakeContourLines(prj, settings);
+    EXPECT_EQ(prj.GetCvLvs()->GetNoCvLvs(), first);
+}
+
+TEST(ContourLinesTest, DecimalsFollowTheInterval) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    ContourSettings settings;
+    settings.interval = 0.25;
+    settings.labelEvery = 4;
+    MakeContourLines(prj, settings);
+    EXPECT_EQ(prj.GetCvLvs()->GetOpzCvLv().GetDecimals(), 2);
+    EXPECT_TRUE(dtmtool::IsIndexLevel(99.0, settings));
+    EXPECT_FALSE(dtmtool::IsIndexLevel(99.25, settings));
+}
+
+}  // namespace

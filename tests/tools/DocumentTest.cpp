@@ -1,0 +1,343 @@
+// The document file: the framing around the library's sections, read back exactly, and every
+// way a file can be damaged turned into a message.
+
+#include <dtm/dtm.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "ContourLines.h"
+#include "Crc32.h"
+#include "Document.h"
+#include "SurfaceProject.h"
+#include "TempDir.h"
+#include "ToolError.h"
+#include "ToolTestSupport.h"
+#include "Workspace.h"
+
+namespace {
+
+using dtmtool::ParseDocument;
+using dtmtool::SerializeDocument;
+using dtmtool::ToolError;
+using dtmtool::Workspace;
+using tool_test::PNT_3D;
+
+const std::string kFile = "test.dtm";
+
+// A small project with something in every section: a network, an outer ring, a hole, a
+// breakline, contour lines with labels, and options that differ from the defaults.
+void AddSmallProject(Workspace& workspace, const std::string& name, double slope) {
+    dtmtool::TinSurface surface = tool_test::GridSurface(
+        4, 3, 10.0, 100.0, 200.0, [slope](double x, double y) { return slope * x + 0.5 * y; }, 0.2,
+        7);
+    surface.name = name;
+    surface.externalBoundaries.push_back(
+        {{100, 200, 1}, {140, 200, 2}, {140, 230, 3}, {100, 230, 4}});
+    surface.internalBoundaries.push_back({{115, 210, 5}, {125, 210, 6}, {120, 218, 7}});
+    surface.breaklines.push_back({{100, 200, 1}, {110, 210, 2}, {120, 220, 3}});
+    CDtmPrj& prj = *dtmtool::AddSurfaceProject(workspace, surface);
+    dtmtool::ContourSettings settings;
+    settings.interval = 2.0;
+    settings.labelEvery = 2;
+    settings.textHeight = 0.8;
+    dtmtool::MakeContourLines(prj, settings);
+}
+
+std::vector<char> SmallDocument() {
+    Workspace workspace;
+    AddSmallProject(workspace, "First", 0.3);
+    AddSmallProject(workspace, "Second", -0.2);
+    workspace.Library().GetPrj(1)->SetLocked(true);
+    workspace.Library().GetPrj(0)->SetVisible(false);
+    workspace.Library().SetActive(workspace.Library().GetPrj(1), false);
+    return SerializeDocument(workspace.Library());
+}
+
+// The message of the ToolError that parsing @p bytes throws, or "" when it parses.
+std::string ParseError(const std::vector<char>& bytes) {
+    Workspace workspace;
+    try {
+        ParseDocument(workspace.Library(), bytes.data(), bytes.size(), kFile);
+    } catch (const ToolError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+template <class T>
+T Get(const std::vector<char>& bytes, std::size_t at) {
+    T value;
+    std::memcpy(&value, bytes.data() + at, sizeof(T));
+    return value;
+}
+template <class T>
+void Put(std::vector<char>& bytes, std::size_t at, T value) {
+    std::memcpy(bytes.data() + at, &value, sizeof(T));
+}
+
+// Where the framing's blocks lie, found independently of the reader: after the 8-byte magic
+// and the 2-byte version, each block is tag (4), length (8), checksum (4), payload.
+struct Block {
+    std::size_t at;
+    std::string tag;
+    std::uint64_t length;
+    std::size_t payload() const { return at + 16; }
+};
+
+std::vector<Block> Blocks(const std::vector<char>& bytes) {
+    std::vector<Block> blocks;
+    std::size_t at = 10;
+    while (at < bytes.size()) {
+        Block block{at, std::string(bytes.data() + at, 4), Get<std::uint64_t>(bytes, at + 4)};
+        blocks.push_back(block);
+        at = block.payload() + static_cast<std::size_t>(block.length);
+    }
+    return blocks;
+}
+
+void Reseal(std::vector<char>& bytes, const Block& block) {
+    Put<std::uint64_t>(bytes, block.at + 4, block.length);
+    Put<std::uint32_t>(bytes, block.at + 12,
+                       dtmtool::Crc32(bytes.data() + block.payload(), block.length));
+}
+
+TEST(DocumentTest, WritingWhatWasReadGivesTheSameBytes) {
+    const std::vector<char> bytes = SmallDocument();
+    Workspace workspace;
+    const dtmtool::DocumentInfo info =
+        ParseDocument(workspace.Library(), bytes.data(), bytes.size(), kFile);
+    EXPECT_EQ(info.version, dtmtool::kNewestDocumentVersion);
+    EXPECT_EQ(info.bytes, bytes.size());
+    EXPECT_EQ(SerializeDocument(workspace.Library()), bytes);
+}
+
+TEST(DocumentTest, ProjectsComeBackWithNamesFlagsActiveProjectAndEverySection) {
+    Workspace original;
+    AddSmallProject(original, "First", 0.3);
+    AddSmallProject(original, "Second", -0.2);
+    original.Library().GetPrj(1)->SetLocked(true);
+    original.Library().GetPrj(0)->SetVisible(false);
+    original.Library().SetActive(original.Library().GetPrj(1), false);
+    const std::vector<char> bytes = SerializeDocument(original.Library());
+
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
+    ASSERT_EQ(read.Library().GetNoPrj(), 2u);
+    for (unsigned i = 0; i < 2; ++i) {
+        const CDtmPrj& a = *original.Library().GetPrj(i);
+        const CDtmPrj& b = *read.Library().GetPrj(i);
+        EXPECT_EQ(b.GetName(), a.GetName());
+        EXPECT_EQ(b.IsVisible(), a.IsVisible());
+        EXPECT_EQ(b.IsLocked(), a.IsLocked());
+        EXPECT_EQ(b.GetTris()->GetPnts().size(), a.GetTris()->GetPnts().size());
+        for (std::size_t v = 0; v < a.GetTris()->GetPnts().size(); ++v) {
+            EXPECT_EQ(b.GetTris()->GetPnts()[v].x, a.GetTris()->GetPnts()[v].x);
+            EXPECT_EQ(b.GetTris()->GetPnts()[v].z, a.GetTris()->GetPnts()[v].z);
+        }
+        EXPECT_EQ(b.GetTris()->GetNoTris(), a.GetTris()->GetNoTris());
+        EXPECT_EQ(b.GetCnts(false)->GetNoCnts(), 1);
+        EXPECT_EQ(b.GetCnts(true)->GetNoCnts(), 1);
+        EXPECT_EQ(b.GetVncs()->GetNoVncs(), 2);
+        ASSERT_EQ(b.GetCvLvs()->GetNoCvLvs(), a.GetCvLvs()->GetNoCvLvs());
+        EXPECT_GT(b.GetCvLvs()->GetNoCvLvs(), 0u);
+        EXPECT_EQ(b.GetCvLvs()->GetOpzCvLv().GetTextHeight(), 0.8);
+        EXPECT_EQ(b.GetTris()->GetOptions().GetColorType(), COpzTri::TRI_COLOR_BY_CLASSES);
+    }
+    EXPECT_EQ(read.Library().GetActive(), read.Library().GetPrj(1));
+}
+
+TEST(DocumentTest, LayoutIsMagicVersionThenTaggedBlocksInSectionOrder) {
+    const std::vector<char> bytes = SmallDocument();
+    ASSERT_EQ(std::memcmp(bytes.data(),
+                          "\x89"
+                          "DTM\r\n\x1A\n",
+                          8),
+              0);
+    EXPECT_EQ(Get<std::int16_t>(bytes, 8), 1502);
+    const std::vector<Block> blocks = Blocks(bytes);
+    std::vector<std::string> tags;
+    for (const Block& block : blocks) tags.push_back(block.tag);
+    const std::vector<std::string> project = {"PRJ ", "OPTS", "TRIS", "CNTE",
+                                              "CNTI", "CVLV", "VNCS"};
+    std::vector<std::string> expected = {"DOC "};
+    for (int i = 0; i < 2; ++i) expected.insert(expected.end(), project.begin(), project.end());
+    EXPECT_EQ(tags, expected);
+    // The document header: two projects, the second active.
+    EXPECT_EQ(blocks[0].length, 8u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, blocks[0].payload()), 2u);
+    EXPECT_EQ(Get<std::int32_t>(bytes, blocks[0].payload() + 4), 1);
+    // A project header: the name, the flags (hidden and unlocked: 0), the section count.
+    const Block& header = blocks[1];
+    EXPECT_EQ(Get<std::uint32_t>(bytes, header.payload()), 5u);
+    EXPECT_EQ(std::string(bytes.data() + header.payload() + 4, 5), "First");
+    EXPECT_EQ(Get<std::uint32_t>(bytes, header.payload() + 9), 0u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, header.payload() + 13), 6u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, blocks[8].payload() + 10),
+              3u);  // "Second": visible, locked
+    // Every checksum covers its payload.
+    for (const Block& block : blocks)
+        EXPECT_EQ(Get<std::uint32_t>(bytes, block.at + 12),
+                  dtmtool::Crc32(bytes.data() + block.payload(), block.length))
+            << block.tag;
+}
+
+TEST(DocumentTest, AProjectWithoutVerticesHasAnEmptyNetworkSectionAndReadsBack) {
+    Workspace workspace;
+    workspace.AddProject("Empty");
+    const std::vector<char> bytes = SerializeDocument(workspace.Library());
+    const std::vector<Block> blocks = Blocks(bytes);
+    ASSERT_EQ(blocks[3].tag, "TRIS");
+    EXPECT_EQ(blocks[3].length, 0u);
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
+    ASSERT_EQ(read.Library().GetNoPrj(), 1u);
+    EXPECT_EQ(read.Library().GetPrj(0)->GetTris()->GetNoTriVrts(), 0);
+    EXPECT_EQ(SerializeDocument(read.Library()), bytes);
+}
+
+TEST(DocumentTest, AnEmptyLibraryMakesADocumentWithoutProjects) {
+    Workspace workspace;
+    const std::vector<char> bytes = SerializeDocument(workspace.Library());
+    EXPECT_EQ(bytes.size(), 10u + 16u + 8u);
+    EXPECT_EQ(ParseError(bytes), "");
+}
+
+// The offsets a damage test visits: every byte of the magic, the version and each block's
+// header, where one wrong bit changes the framing itself, and a sample of the payloads, where
+// the checksum must catch it (a full sweep of a few kilobytes takes half a minute under the
+// sanitizers, each parse building projects that read the INI file).
+std::vector<std::size_t> Probes(const std::vector<char>& bytes) {
+    std::vector<std::size_t> offsets;
+    for (std::size_t at = 0; at < 10; ++at) offsets.push_back(at);
+    for (const Block& block : Blocks(bytes)) {
+        for (std::size_t at = block.at; at < block.payload(); ++at) offsets.push_back(at);
+        constexpr std::size_t kPayloadStride = 29;
+        for (std::size_t at = block.payload(); at < block.payload() + block.length;
+             at += kPayloadStride)
+            offsets.push_back(at);
+        if (block.length > 0) offsets.push_back(block.payload() + block.length - 1);
+    }
+    return offsets;
+}
+
+TEST(DocumentTest, TruncationAnywhereIsReportedAsSuch) {
+    const std::vector<char> bytes = SmallDocument();
+    EXPECT_EQ(ParseError({}), kFile + ": is empty");
+    for (const std::size_t size : Probes(bytes)) {
+        if (size == 0) continue;
+        const std::string message =
+            ParseError(std::vector<char>(bytes.begin(), bytes.begin() + size));
+        ASSERT_EQ(message.rfind(kFile + ": is truncated: ", 0), 0u) << size << ": " << message;
+    }
+}
+
+TEST(DocumentTest, DamageAnywhereIsReportedAndNothingIsAccepted) {
+    const std::vector<char> bytes = SmallDocument();
+    for (const std::size_t at : Probes(bytes)) {
+        std::vector<char> damaged = bytes;
+        damaged[at] = static_cast<char>(damaged[at] ^ 0x55);
+        const std::string message = ParseError(damaged);
+        ASSERT_EQ(message.rfind(kFile + ": ", 0), 0u) << "byte " << at << ": '" << message << "'";
+    }
+}
+
+TEST(DocumentTest, ADamagedPayloadNamesItsSectionAndProject) {
+    std::vector<char> bytes = SmallDocument();
+    const std::vector<Block> blocks = Blocks(bytes);
+    ASSERT_EQ(blocks[10].tag, "TRIS");
+    bytes[blocks[10].payload() + 30] ^= 1;
+    EXPECT_EQ(
+        ParseError(bytes),
+        kFile + ": is damaged: the checksum of the network of project 'Second' does not match");
+}
+
+TEST(DocumentTest, AForeignFileIsNotADocument) {
+    const std::string text = "<?xml version=\"1.0\"?><LandXML/>";
+    EXPECT_EQ(ParseError(std::vector<char>(text.begin(), text.end())),
+              kFile + ": is not a dtm document");
+}
+
+TEST(DocumentTest, ANewerVersionIsRefusedWithBothVersions) {
+    std::vector<char> bytes = SmallDocument();
+    Put<std::int16_t>(bytes, 8, 1600);
+    EXPECT_EQ(ParseError(bytes), kFile +
+                                     ": was written at document version 1600, newer than this "
+                                     "program reads (up to 1502)");
+}
+
+TEST(DocumentTest, SectionsAddedByANewerWriterAreSkipped) {
+    std::vector<char> bytes = SmallDocument();
+    std::vector<Block> blocks = Blocks(bytes);
+    // Project "First" announces a seventh section, which follows its breaklines.
+    Block& header = blocks[1];
+    Put<std::uint32_t>(bytes, header.payload() + 13, 7u);
+    Reseal(bytes, header);
+    const std::size_t insertAt = blocks[8].at;
+    const std::string extra = "NEW!";
+    std::vector<char> block(16 + 3, 'x');
+    std::memcpy(block.data(), extra.data(), 4);
+    bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(insertAt), block.begin(), block.end());
+    Reseal(bytes, Block{insertAt, extra, 3});
+
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
+    ASSERT_EQ(read.Library().GetNoPrj(), 2u);
+    EXPECT_EQ(SerializeDocument(read.Library()), SmallDocument());
+}
+
+TEST(DocumentTest, ASectionWithBytesItsReaderDoesNotUseIsDamaged) {
+    std::vector<char> bytes = SmallDocument();
+    const std::vector<Block> blocks = Blocks(bytes);
+    Block breaklines = blocks[7];
+    ASSERT_EQ(breaklines.tag, "VNCS");
+    const std::size_t end = breaklines.payload() + breaklines.length;
+    bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(end), 4, '\0');
+    breaklines.length += 4;
+    Reseal(bytes, breaklines);
+    EXPECT_EQ(ParseError(bytes), kFile + ": is damaged: the breaklines of project 'First' holds " +
+                                     std::to_string(breaklines.length) +
+                                     " bytes but its reader used " +
+                                     std::to_string(breaklines.length - 4));
+}
+
+TEST(DocumentTest, BytesAfterTheLastProjectAreDamage) {
+    std::vector<char> bytes = SmallDocument();
+    bytes.push_back('!');
+    EXPECT_EQ(ParseError(bytes),
+              kFile + ": is damaged: 1 unexpected bytes follow the last project");
+}
+
+TEST(DocumentTest, SaveAndLoadGoThroughTheFile) {
+    dtm_test::TempDir folder;
+    const std::string path = folder.File("doc.dtm");
+    Workspace original;
+    AddSmallProject(original, "Survey", 0.1);
+    dtmtool::SaveDocument(original.Library(), path);
+    Workspace read;
+    const dtmtool::DocumentInfo info = dtmtool::LoadDocument(read.Library(), path);
+    EXPECT_EQ(info.bytes, tool_test::ReadText(path).size());
+    EXPECT_EQ(SerializeDocument(read.Library()), SerializeDocument(original.Library()));
+    EXPECT_EQ(tool_test::FolderEntries(folder.Path()), std::vector<std::string>{"doc.dtm"});
+}
+
+TEST(DocumentTest, AMissingFileOrAFolderIsReportedWithItsPath) {
+    dtm_test::TempDir folder;
+    Workspace workspace;
+    const std::string missing = folder.File("missing.dtm");
+    try {
+        dtmtool::LoadDocument(workspace.Library(), missing);
+        FAIL();
+    } catch (const ToolError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  missing + ": cannot be opened: No such file or directory");
+    }
+    try {
+        dtmtool::LoadDocument(workspace.Library(), folder.Path());
+        FAIL();
+    } catch (const ToolError& error) {
+        EXPECT_EQ(std::string(error.what()), folder.Path() + ": is a folder, not a file");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,243 @@
+// Reading and writing LandXML surfaces, checked against texts the tests assemble by hand.
+
+#include <gtest/gtest.h>
+
+#include "LandXml.h"
+#include "TempDir.h"
+#include "ToolError.h"
+#include "ToolTestSupport.h"
+
+namespace {
+
+using dtmtool::ParseLandXml;
+using dtmtool::TinSurface;
+using dtmtool::ToolError;
+using tool_test::LandXmlOf;
+using tool_test::LandXmlStyle;
+using tool_test::PNT_3D;
+
+const std::string kFile = "survey.xml";
+
+TinSurface SmallSurface() {
+    TinSurface surface = tool_test::GridSurface(
+        3, 2, 10.0, 148066.238, 6399017.829, [](double x, double y) { return 0.01 * x - 0.02 * y; },
+        0.3, 3);
+    surface.name = "Survey & Co";
+    surface.breaklines.push_back({surface.points[0], surface.points[5], surface.points[10]});
+    surface.externalBoundaries.push_back(
+        {surface.points[0], surface.points[3], surface.points[11], surface.points[8]});
+    surface.internalBoundaries.push_back({surface.points[5], surface.points[6], surface.points[9]});
+    return surface;
+}
+
+std::vector<TinSurface> Parse(const std::string& text) {
+    return ParseLandXml(text.data(), text.size(), kFile);
+}
+
+std::string ParseError(const std::string& text) {
+    try {
+        Parse(text);
+    } catch (const ToolError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+void ExpectSamePoints(const std::vector<PNT_3D>& actual, const std::vector<PNT_3D>& expected) {
+    ASSERT_EQ(actual.size(), expected.size());
+    for (std::size_t i = 0; i < actual.size(); ++i) {
+        EXPECT_EQ(actual[i].x, expected[i].x) << i;
+        EXPECT_EQ(actual[i].y, expected[i].y) << i;
+        EXPECT_EQ(actual[i].z, expected[i].z) << i;
+    }
+}
+
+// The surface read from @p style's text holds the generator's surface: points as easting,
+// northing, elevation, the same triangles and the source data.
+void ExpectReadsBack(const LandXmlStyle& style) {
+    const TinSurface expected = SmallSurface();
+    const std::vector<TinSurface> read = Parse(LandXmlOf({expected}, style));
+    ASSERT_EQ(read.size(), 1u);
+    const TinSurface& surface = read[0];
+    EXPECT_EQ(surface.name, expected.name);
+    // Vertices come in file order, which a reversed file turns round.
+    std::vector<PNT_3D> points = expected.points;
+    std::vector<std::array<int, 3>> faces = expected.faces;
+    if (style.reversed) {
+        std::reverse(points.begin(), points.end());
+        const int last = static_cast<int>(points.size()) - 1;
+        for (auto& face : faces)
+            for (int& v : face) v = last - v;
+    }
+    ExpectSamePoints(surface.points, points);
+    EXPECT_EQ(surface.faces, faces);
+    EXPECT_EQ(surface.hiddenFaces, style.hiddenFaces.size());
+    ASSERT_EQ(surface.breaklines.size(), 1u);
+    ExpectSamePoints(surface.breaklines[0], expected.breaklines[0]);
+    ASSERT_EQ(surface.externalBoundaries.size(), 1u);
+    ExpectSamePoints(surface.externalBoundaries[0], expected.externalBoundaries[0]);
+    ASSERT_EQ(surface.internalBoundaries.size(), 1u);
+    ExpectSamePoints(surface.internalBoundaries[0], expected.internalBoundaries[0]);
+}
+
+TEST(LandXmlTest, ReadsPointsAsNorthingEastingElevationWithSourceData) {
+    ExpectReadsBack(LandXmlStyle{});
+}
+
+TEST(LandXmlTest, ReadsIdsThatAreNotOneToNAndPointsOutOfOrder) {
+    LandXmlStyle style;
+    style.firstId = 5000;
+    style.idStep = 7;
+    style.reversed = true;
+    ExpectReadsBack(style);
+}
+
+TEST(LandXmlTest, ReadsSparseIdsThroughTheMap) {
+    LandXmlStyle style;
+    style.firstId = 3;
+    style.idStep = 1000003;
+    ExpectReadsBack(style);
+}
+
+TEST(LandXmlTest, LeavesInvisibleFacesOut) {
+    LandXmlStyle style;
+    style.hiddenFaces = {{0, 4, 1}, {2, 6, 3}};
+    ExpectReadsBack(style);
+}
+
+TEST(LandXmlTest, ReadsEveryNamespaceAndPrefixAndCrLfAlike) {
+    for (const char* ns :
+         {"http://www.landxml.org/schema/LandXML-1.1", "http://www.landxml.org/schema/LandXML-2.0",
+          "http://www.inframodel.fi/inframodel", ""}) {
+        LandXmlStyle style;
+        style.ns = ns;
+        style.newline = "\r\n";
+        SCOPED_TRACE(ns);
+        ExpectReadsBack(style);
+    }
+    LandXmlStyle prefixed;
+    prefixed.prefix = "lx";
+    ExpectReadsBack(prefixed);
+}
+
+TEST(LandXmlTest, ReadsTrailingDotNumbersAndLatin1Names) {
+    const std::string text =
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<LandXML><Surfaces>"
+        "<Surface name=\"J\xe4rvi\"><Definition surfType=\"TIN\"><Pnts>"
+        "<P id=\"10\">100. 200. 5.</P><P id=\"20\">100 210 6.5</P><P id=\"30\">110. 200 7</P>"
+        "</Pnts><Faces><F>10 20 30</F></Faces></Definition></Surface></Surfaces></LandXML>";
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 1u);
+    EXPECT_EQ(read[0].name, "J\xc3\xa4rvi");
+    ExpectSamePoints(read[0].points, {{200, 100, 5}, {210, 100, 6.5}, {200, 110, 7}});
+    EXPECT_EQ(read[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}}));
+}
+
+TEST(LandXmlTest, SplitsAFourSidedFaceAlongItsFirstDiagonal) {
+    const std::string text =
+        "<LandXML><Surfaces><Surface name=\"Q\"><Definition surfType=\"TIN\"><Pnts>"
+        "<P id=\"1\">0 0 1</P><P id=\"2\">0 1 1</P><P id=\"3\">1 1 1</P><P id=\"4\">1 0 1</P>"
+        "</Pnts><Faces><F>1 2 3 4</F></Faces></Definition></Surface></Surfaces></LandXML>";
+    EXPECT_EQ(Parse(text)[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}, {0, 2, 3}}));
+}
+
+TEST(LandXmlTest, KeepsOneSurfacePerTinAndSkipsOtherKindsAndOtherBoundaries) {
+    TinSurface a = SmallSurface();
+    a.name = "A";
+    TinSurface b = SmallSurface();
+    b.name = "B";
+    LandXmlStyle style;
+    style.extraSourceData =
+        "<Boundaries><Boundary bndType=\"texture\"><PntList3D>0 0 0 1 1 1 0 1 0 0 0 0"
+        "</PntList3D></Boundary></Boundaries>";
+    std::string text = LandXmlOf({a, b}, style);
+    const std::string grid =
+        "<Surface name=\"G\"><Definition surfType=\"grid\"></Definition></Surface>";
+    text.insert(text.find("<Surface name=\"B\""), grid);
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 2u);
+    EXPECT_EQ(read[0].name, "A");
+    EXPECT_EQ(read[1].name, "B");
+    EXPECT_EQ(read[0].otherBoundaries, 1u);
+}
+
+TEST(LandXmlTest, WriterOutputReadsBackAsTheSameSurfaces) {
+    TinSurface a = SmallSurface();
+    TinSurface b = tool_test::GridSurface(
+        2, 2, 0.1, -1765.746, 54.891, [](double x, double y) { return x * y * 1e-3; }, 0.4, 9);
+    b.name = "B <second>";
+    const std::string text = dtmtool::LandXmlText({a, b});
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 2u);
+    for (std::size_t s = 0; s < 2; ++s) {
+        const TinSurface& expected = s == 0 ? a : b;
+        EXPECT_EQ(read[s].name, expected.name);
+        ExpectSamePoints(read[s].points, expected.points);
+        EXPECT_EQ(read[s].faces, expected.faces);
+        ASSERT_EQ(read[s].breaklines.size(), expected.breaklines.size());
+        ASSERT_EQ(read[s].externalBoundaries.size(), expected.externalBoundaries.size());
+        ASSERT_EQ(read[s].internalBoundaries.size(), expected.internalBoundaries.size());
+    }
+    ExpectSamePoints(read[0].breaklines[0], a.breaklines[0]);
+    ExpectSamePoints(read[0].externalBoundaries[0], a.externalBoundaries[0]);
+    ExpectSamePoints(read[0].internalBoundaries[0], a.internalBoundaries[0]);
+}
+
+TEST(LandXmlTest, AFaceOnAMissingPointNamesTheFaceThePointAndTheLine) {
+    const std::string text =
+        "<LandXML>\n<Surfaces>\n<Surface name=\"S\">\n<Definition surfType=\"TIN\">\n<Pnts>\n"
+        "<P id=\"1\">0 0 1</P>\n<P id=\"2\">0 1 1</P>\n<P id=\"3\">1 1 1</P>\n</Pnts>\n<Faces>\n"
+        "<F>1 2 3</F>\n<F>1 3 99</F>\n</Faces>\n</Definition>\n</Surface>\n</Surfaces>\n"
+        "</LandXML>\n";
+    EXPECT_EQ(ParseError(text), kFile +
+                                    ": line 12: face 2 of surface 'S' refers to point 99, "
+                                    "which the surface does not define");
+}
+
+TEST(LandXmlTest, FilesWithoutATinSurfaceAreRefused) {
+    EXPECT_EQ(ParseError("<LandXML><Surfaces><Surface name=\"G\"><Definition surfType=\"grid\"/>"
+                         "</Surface></Surfaces></LandXML>"),
+              kFile + ": holds no TIN surface");
+    EXPECT_EQ(ParseError("<LandXML><Alignments/></LandXML>"), kFile + ": holds no TIN surface");
+}
+
+TEST(LandXmlTest, TextThatIsNotLandXmlIsRefused) {
+    EXPECT_EQ(ParseError("<svg/>"), kFile + ": is not a LandXML file (its root element is <svg>)");
+    EXPECT_EQ(ParseError("<LandXML><Surfaces>"),
+              kFile + ": line 1: is not valid XML: Start-end tags mismatch");
+    EXPECT_EQ(ParseError("plain text"),
+              kFile + ": line 1: is not valid XML: No document element found");
+}
+
+TEST(LandXmlTest, BadPointsAreRefusedWithTheirIds) {
+    const auto surface = [](const std::string& points) {
+        return "<LandXML><Surfaces><Surface name=\"S\"><Definition surfType=\"TIN\"><Pnts>" +
+               points + "</Pnts><Faces/></Definition></Surface></Surfaces></LandXML>";
+    };
+    EXPECT_EQ(ParseError(surface("<P id=\"7\">1 2</P>")),
+              kFile +
+                  ": line 1: point 7 of surface 'S' does not hold three numbers (northing "
+                  "easting elevation)");
+    EXPECT_EQ(ParseError(surface("<P id=\"7\">1 2 x</P>")),
+              kFile +
+                  ": line 1: point 7 of surface 'S' does not hold three numbers (northing "
+                  "easting elevation)");
+    EXPECT_EQ(ParseError(surface("<P id=\"a7\">1 2 3</P>")),
+              kFile +
+                  ": line 1: a point of surface 'S' has the id 'a7', which is not a whole "
+                  "number");
+    EXPECT_EQ(ParseError(surface("<P id=\"7\">1 2 3</P><P id=\"7\">4 5 6</P>")),
+              kFile + ": point id 7 appears twice in surface 'S'");
+}
+
+TEST(LandXmlTest, WriteLandXmlWritesTheFileAtomically) {
+    dtm_test::TempDir folder;
+    const std::string path = folder.File("out.xml");
+    dtmtool::WriteLandXml(path, {SmallSurface()});
+    const std::vector<TinSurface> read = dtmtool::ReadLandXml(path);
+    ASSERT_EQ(read.size(), 1u);
+    EXPECT_EQ(read[0].faces, SmallSurface().faces);
+    EXPECT_EQ(tool_test::FolderEntries(folder.Path()), std::vector<std::string>{"out.xml"});
+}
+
+}  // namespace

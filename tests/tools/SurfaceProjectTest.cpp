@@ -1,0 +1,82 @@
+// Surfaces become projects and projects become surfaces again.
+
+#include <gtest/gtest.h>
+
+#include "SurfaceProject.h"
+#include "ToolTestSupport.h"
+#include "Workspace.h"
+
+namespace {
+
+using dtmtool::TinSurface;
+using dtmtool::Workspace;
+using tool_test::PNT_3D;
+
+TinSurface Sample() {
+    TinSurface surface = tool_test::GridSurface(
+        5, 4, 2.0, 10.0, 20.0, [](double x, double y) { return 3.0 + 0.1 * x + 0.05 * y; }, 0.25,
+        5);
+    surface.name = "Sample";
+    surface.breaklines = {{{10, 20, 4}, {12, 22, 5}, {14, 24, 6}}, {{20, 20, 4}, {20, 28, 5}}};
+    surface.externalBoundaries = {{{10, 20, 4}, {20, 20, 4}, {20, 28, 5}, {10, 28, 5}}};
+    surface.internalBoundaries = {{{14, 23, 5}, {16, 23, 5}, {15, 25, 5}}};
+    return surface;
+}
+
+TEST(SurfaceProjectTest, AProjectHoldsTheSurfaceWithOneBreaklinePerSegment) {
+    Workspace workspace;
+    const TinSurface surface = Sample();
+    const CDtmPrj& prj = *dtmtool::AddSurfaceProject(workspace, surface);
+    EXPECT_EQ(prj.GetName().str(), "Sample");
+    const CTris& tris = *prj.GetTris();
+    ASSERT_EQ(tris.GetNoTriVrts(), static_cast<int>(surface.points.size()));
+    EXPECT_EQ(tris.GetNoTris(), static_cast<int>(surface.faces.size()));
+    EXPECT_EQ(prj.GetVncs()->GetNoVncs(), 3);
+    EXPECT_EQ(prj.GetCnts(false)->GetNoCnts(), 1);
+    EXPECT_EQ(prj.GetCnts(true)->GetNoCnts(), 1);
+    EXPECT_EQ(tris.GetOptions().GetColorType(), COpzTri::TRI_COLOR_BY_CLASSES);
+    // The network built its spatial index when the filling event closed: an elevation slice
+    // finds triangles, which it cannot without the index.
+    struct Counter final : ITrisListener {
+        int count = 0;
+        void OnTris(int n, TTriDraw*) override { count += n; }
+        void OnTriIndexes(int, int, int, bool, int, int) override {}
+    } counter;
+    tris.GetTris_Quote(&counter, 5.0);
+    EXPECT_GT(counter.count, 0);
+}
+
+TEST(SurfaceProjectTest, AProjectTurnsBackIntoTheSameSurface) {
+    Workspace workspace;
+    const TinSurface surface = Sample();
+    const TinSurface back =
+        dtmtool::SurfaceOfProject(*dtmtool::AddSurfaceProject(workspace, surface));
+    EXPECT_EQ(back.name, surface.name);
+    ASSERT_EQ(back.points.size(), surface.points.size());
+    for (std::size_t i = 0; i < back.points.size(); ++i) {
+        EXPECT_EQ(back.points[i].x, surface.points[i].x);
+        EXPECT_EQ(back.points[i].y, surface.points[i].y);
+        EXPECT_EQ(back.points[i].z, surface.points[i].z);
+    }
+    // The spatial index reorders the triangle array, so the same triangles come in another
+    // order; each keeps its vertices and winding.
+    EXPECT_EQ(tool_test::CanonicalFaces(back.faces), tool_test::CanonicalFaces(surface.faces));
+    ASSERT_EQ(back.breaklines.size(), 2u);
+    EXPECT_EQ(back.breaklines[0].size(), 3u);
+    EXPECT_EQ(back.breaklines[1].size(), 2u);
+    EXPECT_EQ(back.breaklines[0][2].x, 14.0);
+    ASSERT_EQ(back.externalBoundaries.size(), 1u);
+    ASSERT_EQ(back.externalBoundaries[0].size(), 4u);
+    EXPECT_EQ(back.externalBoundaries[0][1].x, 20.0);
+    ASSERT_EQ(back.internalBoundaries.size(), 1u);
+    EXPECT_EQ(back.internalBoundaries[0].size(), 3u);
+}
+
+TEST(SurfaceProjectTest, ProjectNamesAreMadeUnique) {
+    Workspace workspace;
+    dtmtool::AddSurfaceProject(workspace, Sample());
+    const CDtmPrj& second = *dtmtool::AddSurfaceProject(workspace, Sample());
+    EXPECT_EQ(second.GetName().str(), "Sample (2)");
+}
+
+}  // namespace

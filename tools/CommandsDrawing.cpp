@@ -1,0 +1,69 @@
+// The commands that make and draw contour lines: contours and render.
+
+#include <algorithm>
+#include <ostream>
+#include <stdexcept>
+#include <vector>
+
+#include "Commands.h"
+#include "Document.h"
+#include "TextFormat.h"
+#include "ToolError.h"
+#include "Workspace.h"
+
+namespace dtmtool {
+
+namespace {
+
+void ReportContours(const CDtmPrj& prj, const ContourSummary& summary, std::ostream& out) {
+    out << "project '" << prj.GetName().str() << "': " << Count(summary.lines) << " contour lines ("
+        << Count(summary.closedLines) << " closed) at " << Count(summary.levels) << " elevations, "
+        << Count(summary.labels) << " labels of height " << Fixed(summary.textHeight, 2) << "\n";
+}
+
+}  // namespace
+
+int RunContours(const std::string& document, const ContourSettings& settings,
+                const std::string& project, const std::string& output, std::ostream& out) {
+    if (!(settings.interval > 0.0))
+        throw ToolError("the contour interval must be a positive number");
+    Workspace workspace;
+    UndoSuspension quiet(workspace.Undo());
+    LoadDocument(workspace.Library(), document);
+    CLibDtm& library = workspace.Library();
+    std::vector<CDtmPrj*> projects;
+    if (!project.empty())
+        projects.push_back(&workspace.FindProject(project, document));
+    else
+        for (unsigned int i = 0; i < library.GetNoPrj(); ++i) projects.push_back(library.GetPrj(i));
+    for (CDtmPrj* prj : projects) {
+        // The options offer the intervals to the next user of the project (the host's INI keeps
+        // them; the document does not).
+        COpzCvLv& options = prj->GetCvLvs()->GetOpzCvLv();
+        options.SetInterval1(settings.interval);
+        options.SetInterval2(settings.interval * std::max(1, settings.labelEvery));
+        try {
+            ReportContours(*prj, MakeContourLines(*prj, settings), out);
+        } catch (const std::length_error&) {
+            throw FileError(document, "an interval of " + Exact(settings.interval) +
+                                          " would need too many contour lines for project '" +
+                                          prj->GetName().str() + "'");
+        }
+    }
+    const std::string target = output.empty() ? document : output;
+    SaveDocument(library, target);
+    out << "saved " << target << "\n";
+    return 0;
+}
+
+int RunRender(const std::string& document, const std::string& output, const RenderOptions& options,
+              std::ostream& out) {
+    Workspace workspace;
+    UndoSuspension quiet(workspace.Undo());
+    LoadDocument(workspace.Library(), document);
+    RenderSvg(workspace.Library(), options, document, output);
+    out << "picture: " << output << "\n";
+    return 0;
+}
+
+}  // namespace dtmtool

@@ -1,0 +1,169 @@
+#include "ContourLines.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+#include "ContourGeometry.h"
+#include "ContourTracer.h"
+#include "Progress.h"
+
+namespace dtmtool {
+
+namespace {
+
+using kor::geom::PNT_2D;
+
+// The colour index "by layer": the collection's colouring decides afterwards.
+constexpr std::int32_t kByLayer = 256;
+// Label height as a share of the network's larger extent when the caller names none: about
+// ten pixels on a picture of the whole network 1600 pixels wide.
+constexpr double kTextHeightShareOfExtent = 1.0 / 150.0;
+// Labels of one line stand about this many text heights apart.
+constexpr double kLabelSpacingInTextHeights = 50.0;
+// A line gets no label unless it is this many label lengths long; shorter ones would be mostly
+// label.
+constexpr double kMinimumLineInLabelLengths = 4.0;
+// Nodes closer than this share of a line's mean node spacing carry no shape, only a risk of
+// tiny, twisted spline segments (a line passing next to a vertex crosses two edges almost at
+// the same point).
+constexpr double kMinimumNodeSpacingShare = 0.05;
+// Candidate label positions tried on either side of the even spacing, to find a straight part.
+constexpr int kLabelCandidatesEachSide = 4;
+
+double AutomaticTextHeight(const CTris& tris) {
+    kor::geom::RECT_3D box;
+    if (!tris.GetBdry(box)) return 1.0;
+    const double extent = std::max(box.max.x - box.min.x, box.max.y - box.min.y);
+    return extent > 0.0 ? extent * kTextHeightShareOfExtent : 1.0;
+}
+
+// Decimals enough to write every multiple of @p interval exactly (0.25 needs 2).
+std::int32_t DecimalsFor(double interval) {
+    for (std::int32_t decimals = 0; decimals < 6; ++decimals) {
+        const double scaled = interval * std::pow(10.0, decimals);
+        if (std::fabs(scaled - std::round(scaled)) < 1e-9 * std::max(1.0, scaled)) return decimals;
+    }
+    return 6;
+}
+
+// The traced points minus those too close to the one kept before them; a closed line keeps its
+// exact closing point.
+std::vector<PNT_2D> ThinnedNodes(const ContourPolyline& polyline) {
+    const std::vector<PNT_2D>& points = polyline.points;
+    double total = 0.0;
+    for (std::size_t i = 1; i < points.size(); ++i) total += points[i].dist(points[i - 1]);
+    const double minimum =
+        kMinimumNodeSpacingShare * total / static_cast<double>(points.size() - 1);
+    std::vector<PNT_2D> kept{points.front()};
+    for (std::size_t i = 1; i + 1 < points.size(); ++i)
+        if (points[i].dist(kept.back()) >= minimum) kept.push_back(points[i]);
+    if (kept.size() > 1 && points.back().dist(kept.back()) < minimum) kept.pop_back();
+    kept.push_back(points.back());
+    return kept;
+}
+
+// How much the line turns over a label placed at @p centre: the angle between the tangents at
+// the label's two ends (0 on a straight stretch).
+double TurnOver(const CCvLv& line, double centre, double extent) {
+    PNT_2D p, before, after;
+    if (!PointAtSpine(line, centre - extent / 2.0, p, before) ||
+        !PointAtSpine(line, centre + extent / 2.0, p, after))
+        return 4.0;
+    return std::acos(std::max(-1.0, std::min(1.0, before.x * after.x + before.y * after.y)));
+}
+
+// Adds evenly spaced label intervals to @p line, each moved to the straightest spot near its
+// even position and flagged to read against the line where the line runs right to left, so
+// that every label stands upright. Answers the number placed.
+std::size_t PlaceLabels(CCvLv& line, const COpzCvLv& options, double spacing) {
+    const double extent = options.GetQuotaExtent(line.GetQuota());
+    const double length = SpineLength(line);
+    if (length < kMinimumLineInLabelLengths * std::max(extent, options.GetTextHeight())) return 0;
+    const int count = std::max(1, static_cast<int>(std::lround(length / spacing)));
+    const double pitch = length / count;
+    std::size_t placed = 0;
+    for (int k = 0; k < count; ++k) {
+        const double even = (k + 0.5) * pitch;
+        double best = even;
+        double bestTurn = TurnOver(line, even, extent);
+        for (int offset = -kLabelCandidatesEachSide; offset <= kLabelCandidatesEachSide; ++offset) {
+            const double candidate = even + offset * pitch / (4.0 * kLabelCandidatesEachSide);
+            const double turn = TurnOver(line, candidate, extent);
+            if (turn < bestTurn) {
+                best = candidate;
+                bestTurn = turn;
+            }
+        }
+        const double start = best - extent / 2.0;
+        const double end = best + extent / 2.0;
+        if (start < 0.0 || end > length) continue;
+        PNT_2D point, tangent;
+        if (!PointAtSpine(line, best, point, tangent)) continue;
+        std::int32_t flags = CCvLvInterv::FLAG_TEXT;
+        if (tangent.x < 0.0) flags |= CCvLvInterv::FLAG_INVERTED;
+        if (line.AddInterval(start, end, flags)) ++placed;
+    }
+    return placed;
+}
+
+void SetLabelText(CCvLvs& lines, double textHeight, double interval) {
+    const COpzCvLv& options = lines.GetOpzCvLv();
+    lines.SetTextOptions(textHeight, options.GetGap(), DecimalsFor(interval), options.GetPrefix(),
+                         options.GetSuffix(), TEXT_VALIGN_CENTRED, options.GetOrientation());
+}
+
+}  // namespace
+
+bool IsIndexLevel(double elevation, const ContourSettings& settings) {
+    if (settings.labelEvery <= 0) return false;
+    const double step = settings.interval * settings.labelEvery;
+    const double ratio = elevation / step;
+    return std::fabs(ratio - std::round(ratio)) < 1e-6;
+}
+
+ContourSummary MakeContourLines(CDtmPrj& prj, const ContourSettings& settings) {
+    CTris& tris = *prj.GetTris();
+    CCvLvs& lines = *prj.GetCvLvs();
+    ContourSummary summary;
+    const std::vector<double> levels =
+        ContourLevels(tris.GetMinQuota(), tris.GetMaxQuota(), settings.interval);
+    summary.levels = levels.size();
+    summary.textHeight =
+        settings.textHeight > 0.0 ? settings.textHeight : AutomaticTextHeight(tris);
+    // A tension of exactly 0 has no meaning for the spline; the INI default (-1) is used then.
+    const double tension =
+        lines.GetOpzCvLv().GetTension() != 0.0 ? lines.GetOpzCvLv().GetTension() : -1.0;
+
+    kor::CEventGuard event(prj.GetContext());
+    lines.RemoveAllCvLvs();
+    SetLabelText(lines, summary.textHeight, settings.interval);
+    Progress progress("tracing contours", static_cast<std::uint64_t>(tris.GetNoTris()) * 4u);
+    for (std::size_t level = 0; level < levels.size(); ++level) {
+        const double z = levels[level];
+        const bool index = IsIndexLevel(z, settings);
+        for (const ContourPolyline& polyline : TraceContours(tris, z)) {
+            const std::vector<PNT_2D> nodes = ThinnedNodes(polyline);
+            std::vector<double> x, y;
+            for (const PNT_2D& node : nodes) {
+                x.push_back(node.x);
+                y.push_back(node.y);
+            }
+            CCvLv* line = lines.AddNewCvLv(z, tension, kByLayer, static_cast<int>(nodes.size()),
+                                           x.data(), y.data());
+            ++summary.lines;
+            if (polyline.closed) ++summary.closedLines;
+            if (index)
+                summary.labels += PlaceLabels(*line, lines.GetOpzCvLv(),
+                                              kLabelSpacingInTextHeights * summary.textHeight);
+        }
+        progress.Set((level + 1) * static_cast<std::uint64_t>(tris.GetNoTris()) * 4u /
+                     levels.size());
+    }
+    lines.UpdateCvLvColors();
+    lines.SetCvLvDir(eCvLvDirOriented);
+    progress.Finish();
+    return summary;
+}
+
+}  // namespace dtmtool

@@ -1,0 +1,47 @@
+#pragma once
+
+// Making a project's contour lines: trace them through the network, hand them to the library
+// to smooth, and place their labels.
+
+#include <dtm/dtm.h>
+
+#include <cstddef>
+
+namespace dtmtool {
+
+/// How the contour lines are made.
+struct ContourSettings {
+    /// Elevation between two neighbouring lines.
+    double interval = 1.0;
+    /// Every labelEvery-th line (counted on whole multiples of the interval) is an index line:
+    /// it carries labels and is drawn heavier.
+    int labelEvery = 5;
+    /// Height of the label text in plan units; 0 lets the tool choose one from the network's
+    /// extent.
+    double textHeight = 0.0;
+};
+
+/// What making the lines produced.
+struct ContourSummary {
+    std::size_t levels = 0;
+    std::size_t lines = 0;
+    std::size_t closedLines = 0;
+    std::size_t labels = 0;
+    double textHeight = 0.0;
+};
+
+/// True when @p elevation is an index line of @p settings (a multiple of labelEvery times the
+/// interval, to a tolerance that absorbs the rounding of the elevation's own product).
+bool IsIndexLevel(double elevation, const ContourSettings& settings);
+
+/// Replaces the contour lines of @p prj by lines traced at every multiple of the interval
+/// within the network's elevation range: each traced polyline becomes a line of the
+/// collection through CCvLvs::AddNewCvLv (the library computes its tension spline with the
+/// options' tension), index lines get label intervals spaced along them, the lines are
+/// coloured as the options say, and the collection is marked oriented (higher ground on the
+/// left). The label text options are set first (height, decimals enough for the interval, the
+/// label centred on the line so that it interrupts it). Everything is one change event.
+/// Throws std::invalid_argument for an interval that is not positive.
+ContourSummary MakeContourLines(CDtmPrj& prj, const ContourSettings& settings);
+
+}  // namespace dtmtool

@@ -1,0 +1,379 @@
+#include "Document.h"
+
+#include <dtm/dtm.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <type_traits>
+#include <utility>
+
+#include "AtomicFile.h"
+#include "Crc32.h"
+#include "MemoryStreams.h"
+#include "Progress.h"
+#include "ProjectSections.h"
+#include "ToolError.h"
+
+namespace dtmtool {
+
+const char kDocumentMagic[8] = {'\x89', 'D', 'T', 'M', '\r', '\n', '\x1A', '\n'};
+
+namespace {
+
+constexpr std::uint32_t kDocumentTag = MakeTag('D', 'O', 'C', ' ');
+constexpr std::uint32_t kProjectTag = MakeTag('P', 'R', 'J', ' ');
+// Tag, payload length, checksum.
+constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
+constexpr std::uint32_t kFlagVisible = 1;
+constexpr std::uint32_t kFlagLocked = 2;
+
+// Little-endian encoding of the framing's own numbers, written straight into the buffer.
+template <class T>
+void PutAt(std::vector<char>& bytes, std::size_t at, T value) {
+    using Unsigned = std::make_unsigned_t<T>;
+    const Unsigned bits = static_cast<Unsigned>(value);
+    for (std::size_t i = 0; i < sizeof(T); ++i)
+        bytes[at + i] = static_cast<char>((bits >> (8 * i)) & 0xFFu);
+}
+
+template <class T>
+void Append(std::vector<char>& bytes, T value) {
+    bytes.resize(bytes.size() + sizeof(T));
+    PutAt(bytes, bytes.size() - sizeof(T), value);
+}
+
+template <class T>
+T GetAt(const char* data) {
+    using Unsigned = std::make_unsigned_t<T>;
+    Unsigned bits = 0;
+    for (std::size_t i = 0; i < sizeof(T); ++i)
+        bits |= static_cast<Unsigned>(static_cast<unsigned char>(data[i])) << (8 * i);
+    return static_cast<T>(bits);
+}
+
+// Writing ------------------------------------------------------------------------------------
+
+// Opens a block in the buffer; Close fills in its length and checksum once the payload is in.
+class BlockWriter {
+public:
+    BlockWriter(std::vector<char>& bytes, std::uint32_t tag)
+        : m_bytes(bytes), m_start(bytes.size()) {
+        Append(m_bytes, tag);
+        Append<std::uint64_t>(m_bytes, 0);
+        Append<std::uint32_t>(m_bytes, 0);
+    }
+    void Close() {
+        const std::size_t payload = m_start + kBlockHeaderSize;
+        const std::size_t length = m_bytes.size() - payload;
+        PutAt<std::uint64_t>(m_bytes, m_start + 4, length);
+        PutAt<std::uint32_t>(m_bytes, m_start + 12, Crc32(m_bytes.data() + payload, length));
+    }
+
+private:
+    std::vector<char>& m_bytes;
+    std::size_t m_start;
+};
+
+int ActiveIndex(const CLibDtm& library) {
+    for (unsigned int i = 0; i < library.GetNoPrj(); ++i)
+        if (library.GetPrj(i) == library.GetActive()) return static_cast<int>(i);
+    return -1;
+}
+
+void AppendProjectHeader(std::vector<char>& bytes, const CDtmPrj& prj) {
+    BlockWriter block(bytes, kProjectTag);
+    const std::string& name = prj.GetName().str();
+    Append(bytes, static_cast<std::uint32_t>(name.size()));
+    bytes.insert(bytes.end(), name.begin(), name.end());
+    const std::uint32_t flags =
+        (prj.IsVisible() ? kFlagVisible : 0u) | (prj.IsLocked() ? kFlagLocked : 0u);
+    Append(bytes, flags);
+    Append(bytes, static_cast<std::uint32_t>(ProjectSections().size()));
+    block.Close();
+}
+
+// What the sections will roughly take, so that the progress bar of a save can move evenly: a
+// vertex takes 24 bytes and a triangle 16 plus its share of the spatial index.
+std::uint64_t EstimatedBytes(const CLibDtm& library) {
+    std::uint64_t bytes = 0;
+    for (unsigned int i = 0; i < library.GetNoPrj(); ++i) {
+        const CTris& tris = *library.GetPrj(i)->GetTris();
+        bytes += 24u * static_cast<std::uint64_t>(tris.GetNoTriVrts()) +
+                 18u * static_cast<std::uint64_t>(tris.GetNoTris());
+    }
+    return bytes;
+}
+
+// Reading ------------------------------------------------------------------------------------
+
+// Walks the framing of one document held in memory and turns every way it can be wrong into
+// a sentence about the file.
+class DocumentReader {
+public:
+    DocumentReader(const char* data, std::size_t size, const std::string& file)
+        : m_data(data), m_size(size), m_file(file) {}
+
+    short ReadHeader() {
+        if (m_size == 0) throw FileError(m_file, "is empty");
+        const std::size_t compared = std::min(m_size, sizeof(kDocumentMagic));
+        if (std::memcmp(m_data, kDocumentMagic, compared) != 0)
+            throw FileError(m_file, "is not a dtm document");
+        if (m_size < sizeof(kDocumentMagic) + 2)
+            throw FileError(m_file, "is truncated: the document version is missing");
+        const short version = GetAt<std::int16_t>(m_data + sizeof(kDocumentMagic));
+        m_at = sizeof(kDocumentMagic) + 2;
+        if (version <= 0)
+            throw Damaged("document version " + std::to_string(version) + " is not valid");
+        if (version > kNewestDocumentVersion)
+            throw FileError(m_file, "was written at document version " + std::to_string(version) +
+                                        ", newer than this program reads (up to " +
+                                        std::to_string(kNewestDocumentVersion) + ")");
+        return version;
+    }
+
+    // The payload of the next block, which must carry @p tag; @p what names it in messages.
+    std::pair<const char*, std::size_t> ReadBlock(std::uint32_t tag, const std::string& what) {
+        return Read(&tag, what);
+    }
+
+    // Skips the next block whatever its tag: a section that a newer writer added.
+    void SkipBlock(const std::string& what) { Read(nullptr, what); }
+
+    void ExpectEnd() const {
+        if (m_at != m_size)
+            throw Damaged(std::to_string(m_size - m_at) +
+                          " unexpected bytes follow the last project");
+    }
+
+    std::size_t Offset() const noexcept { return m_at; }
+
+    ToolError Damaged(const std::string& what) const {
+        return FileError(m_file, "is damaged: " + what);
+    }
+    ToolError Truncated(const std::string& what) const {
+        return FileError(m_file, "is truncated: " + what);
+    }
+
+private:
+    std::pair<const char*, std::size_t> Read(const std::uint32_t* tag, const std::string& what) {
+        if (m_at == m_size) throw Truncated(what + " is missing");
+        if (m_size - m_at < kBlockHeaderSize)
+            throw Truncated("the header of " + what + " is cut short");
+        const std::uint32_t found = GetAt<std::uint32_t>(m_data + m_at);
+        if (tag && found != *tag)
+            throw Damaged("expected " + what + ", found a block tagged '" + TagText(found) + "'");
+        const std::uint64_t length = GetAt<std::uint64_t>(m_data + m_at + 4);
+        const std::uint32_t crc = GetAt<std::uint32_t>(m_data + m_at + 12);
+        m_at += kBlockHeaderSize;
+        if (length > m_size - m_at)
+            throw Truncated(what + " ends after " + std::to_string(m_size - m_at) + " of " +
+                            std::to_string(length) + " bytes");
+        const char* payload = m_data + m_at;
+        if (Crc32(payload, static_cast<std::size_t>(length)) != crc)
+            throw Damaged("the checksum of " + what + " does not match");
+        m_at += static_cast<std::size_t>(length);
+        return {payload, static_cast<std::size_t>(length)};
+    }
+
+    static std::string TagText(std::uint32_t tag) {
+        std::string text;
+        for (int i = 0; i < 4; ++i) {
+            const unsigned char c = static_cast<unsigned char>((tag >> (8 * i)) & 0xFFu);
+            text += (c >= 0x20 && c < 0x7F) ? static_cast<char>(c) : '?';
+        }
+        return text;
+    }
+
+    const char* m_data;
+    std::size_t m_size;
+    const std::string& m_file;
+    std::size_t m_at = 0;
+};
+
+// Reads the fixed fields of a framing block, each checked against the block's end.
+class FieldReader {
+public:
+    FieldReader(std::pair<const char*, std::size_t> block, const DocumentReader& document,
+                std::string what)
+        : m_data(block.first),
+          m_size(block.second),
+          m_document(document),
+          m_what(std::move(what)) {}
+
+    template <class T>
+    T Read() {
+        Need(sizeof(T));
+        const T value = GetAt<T>(m_data + m_at);
+        m_at += sizeof(T);
+        return value;
+    }
+    std::string ReadText(std::uint32_t length) {
+        Need(length);
+        std::string text(m_data + m_at, length);
+        m_at += length;
+        return text;
+    }
+    void ExpectEnd() const {
+        if (m_at != m_size) throw m_document.Damaged(m_what + " holds unexpected bytes");
+    }
+
+private:
+    void Need(std::size_t count) const {
+        if (m_size - m_at < count) throw m_document.Damaged(m_what + " is too short");
+    }
+
+    const char* m_data;
+    std::size_t m_size;
+    const DocumentReader& m_document;
+    std::string m_what;
+    std::size_t m_at = 0;
+};
+
+struct FileCloser {
+    int fd;
+    ~FileCloser() { ::close(fd); }
+};
+
+std::string Quoted(const std::string& name) {
+    return "'" + name + "'";
+}
+
+// Hands one section's bytes to the library and checks that it used exactly those bytes.
+void ReadSection(CDtmPrj& prj, const ProjectSection& section,
+                 std::pair<const char*, std::size_t> payload, short version,
+                 const DocumentReader& document, const std::string& what,
+                 const ByteProgress& progress) {
+    // A section with nothing in it: the library wrote no bytes, so it is not asked to read any.
+    if (payload.second == 0) return;
+    SpanBuffer buffer(payload.first, payload.second, progress);
+    ifpstream stream(&buffer, version);
+    try {
+        section.read(prj, stream);
+    } catch (const std::exception& error) {
+        throw document.Damaged(what + " could not be read (" + error.what() + ")");
+    }
+    if (stream.fail()) throw document.Damaged(what + " ends before its reader is done");
+    if (buffer.Consumed() != payload.second)
+        throw document.Damaged(what + " holds " + std::to_string(payload.second) +
+                               " bytes but its reader used " + std::to_string(buffer.Consumed()));
+}
+
+void ReadProject(CLibDtm& library, DocumentReader& document, unsigned int number, short version,
+                 Progress& progress) {
+    const std::string header = "the header of project " + std::to_string(number + 1);
+    FieldReader fields(document.ReadBlock(kProjectTag, header), document, header);
+    const std::string name = fields.ReadText(fields.Read<std::uint32_t>());
+    const std::uint32_t flags = fields.Read<std::uint32_t>();
+    const std::uint32_t sectionCount = fields.Read<std::uint32_t>();
+    fields.ExpectEnd();
+    const auto& sections = ProjectSections();
+    if (sectionCount < sections.size())
+        throw document.Damaged("project " + Quoted(name) + " has " + std::to_string(sectionCount) +
+                               " sections instead of " + std::to_string(sections.size()));
+
+    CDtmPrj* prj =
+        library.AddPrj(name.c_str(), (flags & kFlagVisible) != 0, (flags & kFlagLocked) != 0);
+    for (const ProjectSection& section : sections) {
+        const std::string what = "the " + std::string(section.name) + " of project " + Quoted(name);
+        const auto payload = document.ReadBlock(section.tag, what);
+        const std::size_t start = document.Offset() - payload.second;
+        ReadSection(*prj, section, payload, version, document, what,
+                    [&progress, start](std::size_t consumed) { progress.Set(start + consumed); });
+        progress.Set(document.Offset());
+    }
+    // Sections a newer writer added after the known ones: their lengths let this reader step
+    // over them.
+    for (std::uint32_t extra = static_cast<std::uint32_t>(sections.size()); extra < sectionCount;
+         ++extra)
+        document.SkipBlock("section " + std::to_string(extra + 1) + " of project " + Quoted(name));
+}
+
+}  // namespace
+
+std::vector<char> SerializeDocument(const CLibDtm& library, short version) {
+    std::vector<char> bytes(kDocumentMagic, kDocumentMagic + sizeof(kDocumentMagic));
+    Append<std::int16_t>(bytes, version);
+    {
+        BlockWriter block(bytes, kDocumentTag);
+        Append(bytes, static_cast<std::uint32_t>(library.GetNoPrj()));
+        Append<std::int32_t>(bytes, ActiveIndex(library));
+        block.Close();
+    }
+    Progress progress("saving", EstimatedBytes(library));
+    GrowingBuffer buffer(bytes, [&progress](std::size_t size) { progress.Set(size); });
+    for (unsigned int i = 0; i < library.GetNoPrj(); ++i) {
+        const CDtmPrj& prj = *library.GetPrj(i);
+        AppendProjectHeader(bytes, prj);
+        for (const ProjectSection& section : ProjectSections()) {
+            BlockWriter block(bytes, section.tag);
+            ofpstream stream(&buffer, version);
+            section.write(prj, stream);
+            block.Close();
+        }
+    }
+    progress.Finish();
+    return bytes;
+}
+
+DocumentInfo ParseDocument(CLibDtm& library, const char* data, std::size_t size,
+                           const std::string& file) {
+    DocumentReader document(data, size, file);
+    DocumentInfo info;
+    info.version = document.ReadHeader();
+    info.bytes = size;
+
+    FieldReader fields(document.ReadBlock(kDocumentTag, "the document header"), document,
+                       "the document header");
+    const std::uint32_t projectCount = fields.Read<std::uint32_t>();
+    const std::int32_t active = fields.Read<std::int32_t>();
+    fields.ExpectEnd();
+    if (active < -1 || (active >= 0 && static_cast<std::uint32_t>(active) >= projectCount))
+        throw document.Damaged("the active project " + std::to_string(active) + " does not exist");
+
+    Progress progress("loading", size);
+    for (std::uint32_t i = 0; i < projectCount; ++i)
+        ReadProject(library, document, i, info.version, progress);
+    document.ExpectEnd();
+    if (active >= 0) library.SetActive(library.GetPrj(static_cast<unsigned int>(active)), false);
+    progress.Finish();
+    return info;
+}
+
+void SaveDocument(const CLibDtm& library, const std::string& path) {
+    const std::vector<char> bytes = SerializeDocument(library);
+    WriteFileAtomically(path, bytes.data(), bytes.size());
+}
+
+DocumentInfo LoadDocument(CLibDtm& library, const std::string& path) {
+    const std::vector<char> bytes = ReadWholeFile(path);
+    return ParseDocument(library, bytes.data(), bytes.size(), path);
+}
+
+std::vector<char> ReadWholeFile(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY);
+    if (fd < 0) throw FileError(path, std::string("cannot be opened: ") + std::strerror(errno));
+    const FileCloser closer{fd};
+    struct stat info;
+    if (::fstat(fd, &info) != 0)
+        throw FileError(path, std::string("cannot be read: ") + std::strerror(errno));
+    if (S_ISDIR(info.st_mode)) throw FileError(path, "is a folder, not a file");
+    if (!S_ISREG(info.st_mode)) throw FileError(path, "is not a regular file");
+    std::vector<char> bytes(static_cast<std::size_t>(info.st_size));
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t got = ::read(fd, bytes.data() + done, bytes.size() - done);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) throw FileError(path, std::string("cannot be read: ") + std::strerror(errno));
+        if (got == 0) break;
+        done += static_cast<std::size_t>(got);
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
+}  // namespace dtmtool

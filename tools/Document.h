@@ -1,0 +1,69 @@
+#pragma once
+
+// The document file: the tool's framing around the library's sections.
+//
+// Layout (all numbers little-endian):
+//
+//   magic          8 bytes  0x89 'D' 'T' 'M' CR LF 0x1A LF
+//   version        int16    the stream version every section is written with
+//   block "DOC "            uint32 project count, int32 index of the active project (-1: none)
+//   per project:
+//     block "PRJ "          uint32 name length, name (UTF-8), uint32 flags (1 visible,
+//                           2 locked), uint32 number of section blocks that follow
+//     one block per section, in the order of ProjectSections()
+//
+// A block is: uint32 tag (four ASCII letters), uint64 payload length, uint32 CRC-32 of the
+// payload, then the payload. The length lets a reader check that a section's reader consumed
+// exactly its bytes, and skip a section; the checksum catches damage that the library's
+// sections, which carry no checks of their own, would read as data. A section block of length
+// 0 stands for a section with nothing to say (the network of a project without vertices writes
+// no bytes at all) and is not handed to the library.
+//
+// The magic's high byte, CR LF and Ctrl-Z reveal transfers that strip the eighth bit or
+// convert line ends, as PNG's signature does.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class CLibDtm;
+
+namespace dtmtool {
+
+/// The version new documents are written with: the newest the library knows, at which the
+/// network keeps its spatial index in the file (so a load does not rebuild it).
+constexpr short kNewestDocumentVersion = 1502;
+
+/// The eight bytes every document starts with.
+extern const char kDocumentMagic[8];
+
+/// What a load found besides the projects.
+struct DocumentInfo {
+    short version = 0;
+    std::uint64_t bytes = 0;
+};
+
+/// The bytes of a document holding every project of @p library, written at @p version.
+std::vector<char> SerializeDocument(const CLibDtm& library, short version = kNewestDocumentVersion);
+
+/// Adds to @p library (which should hold no project) the projects of the document in @p size
+/// bytes at @p data. @p file names the document in messages. Throws ToolError, naming @p file
+/// and what is wrong, for a foreign, truncated, damaged or too new document; the projects read
+/// so far are then still in @p library, so a caller reads into a library it can throw away.
+DocumentInfo ParseDocument(CLibDtm& library, const char* data, std::size_t size,
+                           const std::string& file);
+
+/// Writes every project of @p library to @p path atomically: a failed save leaves the previous
+/// file as it was. Throws ToolError naming @p path.
+void SaveDocument(const CLibDtm& library, const std::string& path);
+
+/// Reads the document at @p path into @p library as ParseDocument does. Throws ToolError for
+/// a file that is missing or cannot be read, and for everything ParseDocument rejects.
+DocumentInfo LoadDocument(CLibDtm& library, const std::string& path);
+
+/// The whole content of the file at @p path. Throws ToolError naming @p path when it is
+/// missing, not a regular file or cannot be read.
+std::vector<char> ReadWholeFile(const std::string& path);
+
+}  // namespace dtmtool

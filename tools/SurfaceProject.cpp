@@ -1,0 +1,102 @@
+#include "SurfaceProject.h"
+
+#include "ElevationColours.h"
+#include "Progress.h"
+#include "Workspace.h"
+
+namespace dtmtool {
+
+namespace {
+
+using kor::geom::PNT_3D;
+
+// The colour index that means "by layer": the triangles take their colour from the classes.
+constexpr int kByLayer = 256;
+
+void AddBoundaries(CCnts& cnts, const std::vector<Polyline3D>& rings) {
+    for (const Polyline3D& ring : rings) {
+        if (ring.empty()) continue;
+        kor::CRefPtr<CCnt> cnt = kor::CRefPtr<CCnt>::Adopt(new CCnt());
+        cnt->SetRealVrts(ring);
+        cnts.AddCnt(cnt.Get());
+    }
+}
+
+void AddBreaklines(CVncs& vncs, const std::vector<Polyline3D>& polylines) {
+    for (const Polyline3D& line : polylines)
+        for (std::size_t i = 1; i < line.size(); ++i)
+            vncs.AddNewVnc(kor::geom::LINE_3D(line[i - 1], line[i]));
+}
+
+// The real ring of a boundary: the stored list without its wrap-around copies.
+Polyline3D RealRing(const CCnt& cnt) {
+    const std::vector<PNT_3D>& stored = cnt.GetExtendedVrts();
+    if (stored.size() < 3) return stored;
+    return Polyline3D(stored.begin() + 1, stored.end() - 1);
+}
+
+bool SamePoint(const PNT_3D& a, const PNT_3D& b) {
+    return a.x == b.x && a.y == b.y && a.z == b.z;
+}
+
+}  // namespace
+
+CDtmPrj* AddSurfaceProject(Workspace& workspace, const TinSurface& surface) {
+    CDtmPrj* prj = workspace.AddProject(surface.name);
+    CTris& tris = *prj->GetTris();
+    PresetElevationColours(tris.GetOptions());
+
+    Progress progress("importing " + surface.name, surface.points.size() + surface.faces.size());
+    {
+        // One event for everything: one pass of the network's recomputation at the end instead
+        // of one per vertex.
+        kor::CEventGuard event(prj->GetContext());
+        tris.SetNoTriVrts(static_cast<int>(surface.points.size()));
+        for (const PNT_3D& point : surface.points) {
+            tris.AddTriVrt(point);
+            progress.Advance();
+        }
+        for (const auto& face : surface.faces) {
+            tris.AddNewTri(kByLayer, face[0], face[1], face[2]);
+            progress.Advance();
+        }
+        AddBoundaries(*prj->GetCnts(false), surface.externalBoundaries);
+        AddBoundaries(*prj->GetCnts(true), surface.internalBoundaries);
+        AddBreaklines(*prj->GetVncs(), surface.breaklines);
+    }
+    progress.Finish();
+    return prj;
+}
+
+TinSurface SurfaceOfProject(const CDtmPrj& prj) {
+    TinSurface surface;
+    surface.name = prj.GetName().str();
+    const CTris& tris = *prj.GetTris();
+    surface.points = tris.GetPnts();
+    const int vertexCount = tris.GetNoTriVrts();
+    surface.faces.reserve(static_cast<std::size_t>(tris.GetNoTris()));
+    for (int i = 0; i < tris.GetNoTris(); ++i) {
+        const CTri& tri = *tris.GetTriAt(i);
+        const std::array<int, 3> face = {tri.GetVerIndex(0), tri.GetVerIndex(1),
+                                         tri.GetVerIndex(2)};
+        bool valid = true;
+        for (const int v : face) valid = valid && v >= 0 && v < vertexCount;
+        if (valid) surface.faces.push_back(face);
+    }
+    for (int i = 0; i < prj.GetCnts(false)->GetNoCnts(); ++i)
+        surface.externalBoundaries.push_back(RealRing(*prj.GetCnts(false)->GetCntAt(i)));
+    for (int i = 0; i < prj.GetCnts(true)->GetNoCnts(); ++i)
+        surface.internalBoundaries.push_back(RealRing(*prj.GetCnts(true)->GetCntAt(i)));
+
+    const CVncs& vncs = *prj.GetVncs();
+    for (int i = 0; i < vncs.GetNoVncs(); ++i) {
+        const kor::geom::LINE_3D& segment = vncs.GetVncAt(i)->GetCoords();
+        if (surface.breaklines.empty() ||
+            !SamePoint(surface.breaklines.back().back(), segment.start))
+            surface.breaklines.push_back({segment.start});
+        surface.breaklines.back().push_back(segment.end);
+    }
+    return surface;
+}
+
+}  // namespace dtmtool
