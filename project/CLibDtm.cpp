@@ -31,26 +31,21 @@ void CLibDtm::DoRemoveAll() noexcept {
 }
 
 void CLibDtm::AddPrj(CDtmPrj* prj) {
-    // Room for the entry first: once the project is renamed and adopted, listing it cannot
-    // fail, so a failure (an allocation) leaves either nothing changed or the project listed.
+    // The caller's reference is the library's from here on: until the project is listed, this
+    // handle holds it, and lets it go should anything before fail (an allocation).
+    auto reference = kor::CRefPtr<CDtmPrj>::Adopt(prj);
+    // Room for the entry first, so that listing the renamed and adopted project cannot fail.
     m_projects.reserve(m_projects.size() + 1);
     // The project is not in the sequence yet, so its own name cannot collide with itself.
     prj->SetName(FindNewSuitableName(prj->GetName()));
     prj->AdoptedBy(this);
-    m_projects.push_back(prj);
+    m_projects.push_back(reference.Detach());
     m_context->Notify_Prj_Added(prj);
     SetModifiedFlag(true);
 }
 
 CDtmPrj* CLibDtm::AddPrj(const kor::String& name, bool visible, bool locked) {
-    auto created = kor::CRefPtr<CDtmPrj>::Adopt(new CDtmPrj(this, name, visible, locked));
-    CDtmPrj* prj = created.Get();
-    // The creation reference passes to the library once the project is listed, also when the
-    // report that follows fails; a project that never got listed is released here.
-    const auto handOver = dtm::detail::OnScopeExit([&] {
-        if (std::find(m_projects.begin(), m_projects.end(), prj) != m_projects.end())
-            created.Detach();
-    });
+    CDtmPrj* prj = new CDtmPrj(this, name, visible, locked);
     AddPrj(prj);
     return prj;
 }
@@ -78,12 +73,17 @@ kor::String CLibDtm::FindNewSuitableName(const kor::String& name) const {
 }
 
 bool CLibDtm::RemovePrj(CDtmPrj* prj, bool drawingAlreadyRemoved) {
-    const auto found = std::find(m_projects.begin(), m_projects.end(), prj);
-    if (found == m_projects.end()) return false;
+    if (std::find(m_projects.begin(), m_projects.end(), prj) == m_projects.end()) return false;
     if (m_prjManager) m_prjManager->OnRemovingPrj(prj);
+    // Everything that can fail (an allocation) happens before the project leaves the sequence:
+    // room in the context's list of removed projects, and the opening of the event. From then on
+    // handing the library's reference to the context cannot fail, so it is never lost.
+    m_context->ReserveRemoval();
+    kor::CEventGuard event(m_context);
+    const auto found = std::find(m_projects.begin(), m_projects.end(), prj);
+    if (found == m_projects.end()) return false;  // a host listener took it out meanwhile
     m_projects.erase(found);
     SetModifiedFlag(true);
-    kor::CEventGuard event(m_context);
     // The library's reference travels with the notification: the context releases it when the
     // event is over, after an undo command has had the chance to take its own.
     m_context->Notify_Prj_Removed(prj, drawingAlreadyRemoved);

@@ -109,3 +109,7 @@ void CLibDtmChangeContext::Notify_Prj_ChangeActive(CDtmPrj*) {
     kor::CEventGuard event(this);
     m_state->activeChanged = true;
 }
+
+void CLibDtmChangeContext::ReserveRemoval() {
+    m_state->removed.reserve(m_state->removed.size() + 1);
+}

@@ -169,7 +169,10 @@ void ForEachFailingAllocation(const std::function<void(std::int64_t)>& attempt) 
             ASSERT_EQ(dtm_test::LiveAllocations(), liveBefore) << "blocks were leaked";
         }
         // The operation needed fewer allocations: every one of them has been failed.
-        if (!dtm_test::AllocationFailed()) return;
+        if (!dtm_test::AllocationFailed()) {
+            EXPECT_GT(failing, 1) << "the operation allocates nothing: no failure was tried";
+            return;
+        }
         if (::testing::Test::HasFatalFailure()) return;
     }
     FAIL() << "the operation never completed";
@@ -248,7 +251,7 @@ TEST(AllocationFailure, AddingEntitiesOfEveryKindInOneEvent) {
     FailEachAllocation([](Fixture& fixture) {
         kor::CEventGuard event(fixture.Library().GetContext());
         Fixture::Fill(fixture.Project(), 50.0);
-        fixture.Library().AddPrj("Secondo", true, false);
+        fixture.Library().AddPrj("Secondo rilievo del cantiere", true, false);
     });
 }
 
@@ -372,5 +375,9 @@ TEST(AllocationFailure, UndoingAndRedoingAStepThatChangedAndRemovedEntities) {
 
 TEST(AllocationFailure, UndoingAndRedoingTheAdditionOfAProject) {
     FailEachAllocation(UndoAndRedo,
-                       [](Fixture& fixture) { fixture.Library().AddPrj("Secondo", true, false); });
+                       // A name too long to be kept inside the string object, so that
+                       // naming the project again allocates too.
+                       [](Fixture& fixture) {
+                           fixture.Library().AddPrj("Secondo rilievo del cantiere", true, false);
+                       });
 }

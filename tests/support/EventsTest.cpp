@@ -190,8 +190,8 @@ private:
 };
 
 TEST(ChangeTransactionManager, UndoAndRedoMoveCommandsBetweenTheStacks) {
+    CommandProbe a, b;  // before the manager, whose commands count into them when it goes
     kor::CChangeTransactionManager tm;
-    CommandProbe a, b;
     EXPECT_FALSE(tm.CanUndo());
     EXPECT_FALSE(tm.Undo());
     EXPECT_FALSE(tm.Redo());
@@ -216,8 +216,8 @@ TEST(ChangeTransactionManager, UndoAndRedoMoveCommandsBetweenTheStacks) {
 }
 
 TEST(ChangeTransactionManager, AddingDropsTheRedoStackAndDeletesItsCommands) {
+    CommandProbe a, b;  // before the manager, whose commands count into them when it goes
     kor::CChangeTransactionManager tm;
-    CommandProbe a, b;
     tm.Add(new ProbeCommand(a, tm));
     tm.Undo();
     tm.Add(new ProbeCommand(b, tm));
@@ -241,8 +241,8 @@ TEST(ChangeTransactionManager, DestroyingTheManagerDeletesEveryCommand) {
 }
 
 TEST(ChangeTransactionManager, HostSetSuspensionSurvivesAnUndo) {
+    CommandProbe a;  // before the manager, whose commands count into it when it goes
     kor::CChangeTransactionManager tm;
-    CommandProbe a;
     tm.Add(new ProbeCommand(a, tm));
     tm.SetRecordingSuspended(true);
     tm.Undo();
@@ -252,8 +252,8 @@ TEST(ChangeTransactionManager, HostSetSuspensionSurvivesAnUndo) {
 }
 
 TEST(ChangeTransactionManager, FailingCommandStaysInPlaceAndRecordingResumes) {
+    CommandProbe a;  // before the manager, whose commands count into it when it goes
     kor::CChangeTransactionManager tm;
-    CommandProbe a;
     tm.Add(new ProbeCommand(a, tm, true));
     EXPECT_THROW(tm.Undo(), std::runtime_error);
     EXPECT_TRUE(tm.CanUndo());

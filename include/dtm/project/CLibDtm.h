@@ -32,9 +32,10 @@ public:
 
     /// Adds @p prj at the end, taking over the caller's reference. The project is renamed when
     /// its name is taken (see FindNewSuitableName), adopted, and reported as added; the active
-    /// project does not change. When an exception (an allocation failure) leaves before the
-    /// project is listed, the library is unchanged and the caller keeps its reference; once it
-    /// is listed, the library holds it even when the report fails.
+    /// project does not change. The caller's reference is taken over on every path: when an
+    /// exception (an allocation failure) leaves before the project is listed, the library is
+    /// unchanged and that reference has been released; once the project is listed, the
+    /// library holds it even when the report fails.
     void AddPrj(CDtmPrj* prj);
     /// Creates a project and adds it; the answer (borrowed: the library holds it) may carry a
     /// changed name.

@@ -61,6 +61,8 @@ private:
     void Notify_Prj_Added(CDtmPrj* prj);
     void Notify_Prj_Removed(CDtmPrj* prj, bool drawingAlreadyRemoved);
     void Notify_Prj_ChangeActive(CDtmPrj* prj);
+    /// Makes room for one more removed project, so that recording the next removal cannot fail.
+    void ReserveRemoval();
 
     struct State;
     std::unique_ptr<State> m_state;
