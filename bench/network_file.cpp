@@ -1,8 +1,8 @@
 // Writing and reading the network's file section, for about 10^5 and 10^6 triangles, against a
 // plain write and read of the same number of bytes to and from the same kind of stream, measured
-// in the same run. The section writes and reads one value per stream call, as every section
-// does, so the plain copy in one call is the floor; the ratios say what the per-value calls and
-// the network's own work (triangle objects, notifications, checks) cost on top of it.
+// in the same run. The section moves its values in blocks, so the plain copy in one call is the
+// floor; the ratios say what putting the values together and the network's own work (triangle
+// objects, a notification for every vertex and triangle, checks, the tree) cost on top of it.
 
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
