@@ -387,10 +387,12 @@ void COcTreeNode::DestroyChildren() noexcept {
 
 // ---- COcTree -------------------------------------------------------------------------------
 
-/// A triangle of the run being sorted, with its vertices fetched once.
+/// A triangle of the run being sorted: the triangle and its vertex indices, small enough that
+/// moving it from level to level costs little; its vertices are read from the network's array
+/// when needed (an index outside the array stands for a point with no position).
 struct COcTree::WorkEntry {
     CTri* tri;
-    PNT_3D v[3];
+    std::int32_t vertex[3];
 };
 
 /// What a build works with: the triangles in two arrays, each level sorting from one into the
@@ -444,8 +446,8 @@ void COcTree::Build() {
         PrefetchTriangle(*m_owner, i);
         WorkEntry entry{tris[i], {}};
         for (int k = 0; k < 3; ++k) {
-            entry.v[k] = NetworkVertex(*m_owner, *entry.tri, k);
-            box.updateRegion(entry.v[k]);
+            entry.vertex[k] = entry.tri->GetVerIndex(k);
+            box.updateRegion(NetworkVertex(*m_owner, entry.vertex[k]));
         }
         state.entries[0].push_back(entry);
     }
@@ -499,7 +501,10 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
     const std::size_t end = begin + count;
     for (std::size_t i = begin; i < end; ++i) {
         const WorkEntry& entry = source[i];
-        const int key = Straddles(entry.v, centre) ? 0 : 1 + OctantOf(entry.v[0], centre);
+        const PNT_3D v[3] = {NetworkVertex(*m_owner, entry.vertex[0]),
+                             NetworkVertex(*m_owner, entry.vertex[1]),
+                             NetworkVertex(*m_owner, entry.vertex[2])};
+        const int key = Straddles(v, centre) ? 0 : 1 + OctantOf(v[0], centre);
         state.keys[i] = static_cast<std::uint8_t>(key);
         ++runSizes[static_cast<std::size_t>(key)];
     }
@@ -518,7 +523,10 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
     const auto settle = [&](std::size_t first, std::size_t n) {
         for (std::size_t i = first; i < first + n; ++i) {
             state.order[i] = sorted[i].tri;
-            IncludeVertices(box, sorted[i].v);
+            const PNT_3D v[3] = {NetworkVertex(*m_owner, sorted[i].vertex[0]),
+                                 NetworkVertex(*m_owner, sorted[i].vertex[1]),
+                                 NetworkVertex(*m_owner, sorted[i].vertex[2])};
+            IncludeVertices(box, v);
         }
     };
     settle(begin, runSizes[0]);

@@ -33,7 +33,8 @@ struct TPlanBox {
 /// under the sub-cells from that of its box's low corner to that of its high corner is found
 /// from every point of its box whatever the rounding, and the part of a cell it covers (kept
 /// as four nibbles) lets a point query pass over most items of its cell without looking at
-/// them. Points outside the extent fall into the border cells.
+/// them, and a segment query over most items of the cells it crosses. Points outside the extent
+/// fall into the border cells.
 class CPlanGrid {
 public:
     /// Builds the grid over items 0 .. count − 1; @p boxOf(i, box) gives item i's box and
@@ -121,53 +122,45 @@ public:
         return false;
     }
 
-    /// Appends to @p out the items of every cell that the segment a → b may cross (the cells
-    /// it passes within rounding of count), then the wide items. Items of different cells
-    /// repeat and are not in order.
+    /// Appends to @p out the items whose covered part of a cell the segment a → b may meet
+    /// (within rounding of it), then the wide items. Items met in different cells repeat and
+    /// are not in order.
     void CollectAlongSegment(double ax, double ay, double bx, double by,
                              std::vector<std::uint32_t>& out) const {
-        // In cell units the segment runs from (ua, wa) to (ub, wb). The slack exceeds the rounding
-        // of those values many times over; an extra cell costs only extra candidates.
-        const double cellScaleX = m_scaleX / 16.0;
-        const double cellScaleY = m_scaleY / 16.0;
-        const double ua = (ax - m_originX) * cellScaleX;
-        const double wa = (ay - m_originY) * cellScaleY;
-        const double ub = (bx - m_originX) * cellScaleX;
-        const double wb = (by - m_originY) * cellScaleY;
+        // In sub-cell units the segment runs from (ua, wa) to (ub, wb). The slack exceeds the
+        // rounding of those values many times over; an extra candidate costs only a test.
+        const double ua = (ax - m_originX) * m_scaleX;
+        const double wa = (ay - m_originY) * m_scaleY;
+        const double ub = (bx - m_originX) * m_scaleX;
+        const double wb = (by - m_originY) * m_scaleY;
         const double slack =
-            1e-6 + 1e-12 * (std::fabs(ua) + std::fabs(ub) + std::fabs(wa) + std::fabs(wb) +
-                            (std::fabs(ax) + std::fabs(bx) + std::fabs(m_originX)) * cellScaleX +
-                            (std::fabs(ay) + std::fabs(by) + std::fabs(m_originY)) * cellScaleY);
-        const std::size_t rowFirst = ClampCell(std::min(wa, wb) - slack, m_ny);
-        const std::size_t rowLast = ClampCell(std::max(wa, wb) + slack, m_ny);
+            1e-5 + 1e-12 * (std::fabs(ua) + std::fabs(ub) + std::fabs(wa) + std::fabs(wb) +
+                            (std::fabs(ax) + std::fabs(bx) + std::fabs(m_originX)) * m_scaleX +
+                            (std::fabs(ay) + std::fabs(by) + std::fabs(m_originY)) * m_scaleY);
+        const double infinity = std::numeric_limits<double>::infinity();
+        const std::size_t rowFirst = CellOf(std::min(wa, wb) - slack, m_ny);
+        const std::size_t rowLast = CellOf(std::max(wa, wb) + slack, m_ny);
         for (std::size_t row = rowFirst; row <= rowLast; ++row) {
             // The part of the segment inside this row's band, widened by the slack; the border
             // rows reach to infinity, as the clamped mapping does.
-            const double bandLow = row == 0 ? -std::numeric_limits<double>::infinity()
-                                            : static_cast<double>(row) - slack;
-            const double bandHigh = row + 1 == m_ny ? std::numeric_limits<double>::infinity()
-                                                    : static_cast<double>(row + 1) + slack;
+            const double bandLow = row == 0 ? -infinity : 16.0 * static_cast<double>(row) - slack;
+            const double bandHigh =
+                row + 1 == m_ny ? infinity : 16.0 * static_cast<double>(row + 1) + slack;
             double t0 = 0.0;
             double t1 = 1.0;
-            const double dw = wb - wa;
-            if (dw != 0.0) {
-                double enter = (bandLow - wa) / dw;
-                double leave = (bandHigh - wa) / dw;
-                if (enter > leave) std::swap(enter, leave);
-                t0 = std::max(t0, enter);
-                t1 = std::min(t1, leave);
-                if (!(t0 <= t1 + 1e-9)) continue;
-                t0 = std::max(0.0, t0 - 1e-9);
-                t1 = std::min(1.0, t1 + 1e-9);
-            }
+            if (!ClipToSlab(wa, wb, bandLow, bandHigh, t0, t1)) continue;
             const double u0 = ua + (ub - ua) * t0;
             const double u1 = ua + (ub - ua) * t1;
-            const std::size_t columnFirst = ClampCell(std::min(u0, u1) - slack, m_nx);
-            const std::size_t columnLast = ClampCell(std::max(u0, u1) + slack, m_nx);
-            const std::size_t base = row * m_nx;
-            for (std::uint32_t e = m_cellStart[base + columnFirst];
-                 e < m_cellStart[base + columnLast + 1]; ++e)
-                out.push_back(m_entries[e].Item());
+            const std::size_t columnFirst = CellOf(std::min(u0, u1) - slack, m_nx);
+            const std::size_t columnLast = CellOf(std::max(u0, u1) + slack, m_nx);
+            for (std::size_t column = columnFirst; column <= columnLast; ++column) {
+                const std::size_t cell = row * m_nx + column;
+                for (std::uint32_t e = m_cellStart[cell]; e < m_cellStart[cell + 1]; ++e) {
+                    const TEntry& entry = m_entries[e];
+                    if (SegmentMayMeetCover(entry.cover, column, row, ua, wa, ub, wb, slack))
+                        out.push_back(entry.Item());
+                }
+            }
         }
         out.insert(out.end(), m_wide.begin(), m_wide.end());
     }
@@ -213,12 +206,52 @@ private:
         return static_cast<std::size_t>(u);
     }
 
-    // floor(u) clamped to [0, n − 1], for the cell units of a segment.
-    static std::size_t ClampCell(double u, std::size_t n) noexcept {
-        if (!(u >= 1.0)) return 0;
+    // The cell, clamped to [0, n − 1], of a position @p u in sub-cell units (16 to a cell).
+    static std::size_t CellOf(double u, std::size_t n) noexcept {
+        const double cell = u / 16.0;
+        if (!(cell >= 1.0)) return 0;
         const double last = static_cast<double>(n - 1);
-        if (u >= last) return n - 1;
-        return static_cast<std::size_t>(u);
+        if (cell >= last) return n - 1;
+        return static_cast<std::size_t>(cell);
+    }
+
+    // Narrows [t0, t1], the parameters of the segment a → b (one coordinate), to those inside
+    // [low, high], widened by a rounding margin of the parameters; false when none are.
+    static bool ClipToSlab(double a, double b, double low, double high, double& t0,
+                           double& t1) noexcept {
+        const double d = b - a;
+        if (d == 0.0) return a >= low && a <= high;
+        double enter = (low - a) / d;
+        double leave = (high - a) / d;
+        if (enter > leave) std::swap(enter, leave);
+        t0 = std::max(t0, enter - 1e-9);
+        t1 = std::min(t1, leave + 1e-9);
+        return t0 <= t1;
+    }
+
+    // Whether the segment (ua, wa) → (ub, wb), in sub-cell units, may meet the part @p cover of
+    // the cell at @p column, @p row: the covered sub-cells widened by @p slack, and reaching to
+    // infinity on the sides where the cell is a border cell and the cover reaches its edge (the
+    // clamped mapping puts everything beyond the extent there).
+    bool SegmentMayMeetCover(std::uint16_t cover, std::size_t column, std::size_t row, double ua,
+                             double wa, double ub, double wb, double slack) const noexcept {
+        const double infinity = std::numeric_limits<double>::infinity();
+        const unsigned xFrom = cover & 15u, xTo = (cover >> 4) & 15u;
+        const unsigned yFrom = (cover >> 8) & 15u, yTo = cover >> 12;
+        const double x0 = column == 0 && xFrom == 0
+                              ? -infinity
+                              : 16.0 * static_cast<double>(column) + xFrom - slack;
+        const double x1 = column + 1 == m_nx && xTo == 15
+                              ? infinity
+                              : 16.0 * static_cast<double>(column) + xTo + 1 + slack;
+        const double y0 =
+            row == 0 && yFrom == 0 ? -infinity : 16.0 * static_cast<double>(row) + yFrom - slack;
+        const double y1 = row + 1 == m_ny && yTo == 15
+                              ? infinity
+                              : 16.0 * static_cast<double>(row) + yTo + 1 + slack;
+        double t0 = 0.0;
+        double t1 = 1.0;
+        return ClipToSlab(ua, ub, x0, x1, t0, t1) && ClipToSlab(wa, wb, y0, y1, t0, t1);
     }
 
     // Chooses the cell counts and the mapping for @p extent and about @p items items.

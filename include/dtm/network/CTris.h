@@ -312,11 +312,11 @@ private:
     /// The elevation query as a literal scan of every triangle in array order: the reference
     /// that the indexed GetCoordZQ reproduces bit for bit.
     double GetCoordZQByScan(double x, double y) const;
-    /// Marks the triangles' shapes or their order as changed: the search index and the octree
-    /// are out of date from now on.
+    /// Marks the triangles' shapes or their order as changed: the search index is out of date
+    /// from now on.
     void NoteGeometryChanged() noexcept { ++m_geometryVersion; }
     mutable std::unique_ptr<CTrisSearchIndex> m_searchIndex;
     std::uint64_t m_geometryVersion = 0;
     std::uint64_t m_appendedVertices = 0;  // vertices appended through AppendVertex
-    std::uint64_t m_appendedTris = 0;      // triangles appended through AddTri
+    std::uint64_t m_appendedTris = 0;      // triangles appended through AddTri, AddNewTri
 };
