@@ -254,12 +254,7 @@ private:
 }  // namespace
 
 PNT_3D NetworkVertex(const CTris& tris, int vertexIndex) noexcept {
-    const std::vector<PNT_3D>& vertices = tris.GetPnts();
-    if (vertexIndex < 0 || static_cast<std::size_t>(vertexIndex) >= vertices.size()) {
-        const double nan = std::numeric_limits<double>::quiet_NaN();
-        return PNT_3D(nan, nan, nan);
-    }
-    return vertices[static_cast<std::size_t>(vertexIndex)];
+    return VertexAt(tris.GetPnts(), vertexIndex);
 }
 
 PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept {
@@ -278,17 +273,16 @@ void Prefetch(const void* address) noexcept {
 
 }  // namespace
 
-void PrefetchTriangle(const CTris& tris, std::size_t position, bool withVertices) noexcept {
+void PrefetchTriangle(const std::vector<CTri*>& triangles, const std::vector<PNT_3D>& vertices,
+                      std::size_t position, bool withVertices) noexcept {
     // Two stages: the triangle object far ahead, and the vertices of one nearer, whose object
     // has arrived by then and tells where they are.
     constexpr std::size_t kObjectAhead = 32;
     constexpr std::size_t kVerticesAhead = 16;
-    const auto count = static_cast<std::size_t>(tris.GetNoTris());
-    if (position + kObjectAhead < count)
-        Prefetch(tris.GetTriAt(static_cast<int>(position + kObjectAhead)));
+    const std::size_t count = triangles.size();
+    if (position + kObjectAhead < count) Prefetch(triangles[position + kObjectAhead]);
     if (withVertices && position + kVerticesAhead < count) {
-        const CTri& ahead = *tris.GetTriAt(static_cast<int>(position + kVerticesAhead));
-        const std::vector<PNT_3D>& vertices = tris.GetPnts();
+        const CTri& ahead = *triangles[position + kVerticesAhead];
         for (int k = 0; k < 3; ++k) {
             const auto index = static_cast<std::size_t>(ahead.GetVerIndex(k));
             if (index < vertices.size()) Prefetch(&vertices[index]);
@@ -443,7 +437,7 @@ void COcTree::Build() {
     box.initRegion();
     const std::size_t count = tris.size();
     for (std::size_t i = 0; i < count; ++i) {
-        PrefetchTriangle(*m_owner, i);
+        PrefetchTriangle(m_owner->m_tris, m_owner->m_vertices, i);
         WorkEntry entry{tris[i], {}};
         for (int k = 0; k < 3; ++k) {
             entry.vertex[k] = entry.tri->GetVerIndex(k);
@@ -638,13 +632,14 @@ RECT_3D COcTree::BoundNode(COcTreeNode& node) {
 
 void COcTree::IncludeRun(RECT_3D& box, std::int32_t first, std::int32_t count) const {
     const std::vector<CTri*>& tris = m_owner->m_tris;
+    const std::vector<PNT_3D>& points = m_owner->m_vertices;
     const auto [begin, end] = ClampRun(first, count, static_cast<std::int64_t>(tris.size()));
     for (std::int64_t i = begin; i < end; ++i) {
-        PrefetchTriangle(*m_owner, static_cast<std::size_t>(i));
+        PrefetchTriangle(tris, points, static_cast<std::size_t>(i));
         const CTri& tri = *tris[static_cast<std::size_t>(i)];
-        const PNT_3D vertices[3] = {NetworkVertex(*m_owner, tri, 0),
-                                    NetworkVertex(*m_owner, tri, 1),
-                                    NetworkVertex(*m_owner, tri, 2)};
+        const PNT_3D vertices[3] = {VertexAt(points, tri.GetVerIndex(0)),
+                                    VertexAt(points, tri.GetVerIndex(1)),
+                                    VertexAt(points, tri.GetVerIndex(2))};
         IncludeVertices(box, vertices);
     }
 }

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -23,15 +24,27 @@ class CTris;
 /// failing: it never straddles, never snaps and lies inside no triangle.
 kor::geom::PNT_3D NetworkVertex(const CTris& tris, int vertexIndex) noexcept;
 
+/// NetworkVertex on the vertex array itself, inline for the passes over every triangle.
+inline kor::geom::PNT_3D VertexAt(const std::vector<kor::geom::PNT_3D>& vertices,
+                                  int vertexIndex) noexcept {
+    if (vertexIndex < 0 || static_cast<std::size_t>(vertexIndex) >= vertices.size()) {
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        return kor::geom::PNT_3D(nan, nan, nan);
+    }
+    return vertices[static_cast<std::size_t>(vertexIndex)];
+}
+
 /// Vertex @p k (0..2) of triangle @p tri of @p tris, as NetworkVertex.
 kor::geom::PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept;
 
-/// Asks the processor for the triangles of @p tris some positions after @p position, and (with
+/// Asks the processor for the triangles of @p triangles some positions after @p position, and (with
 /// @p withVertices) their vertices, ahead of a pass that reads them in array order: the triangle
 /// objects lie where they were created and their vertices where the host put them, so a pass
 /// that waited for each in turn would spend its time waiting for memory. Only a hint; reads
 /// nothing it must not.
-void PrefetchTriangle(const CTris& tris, std::size_t position, bool withVertices = true) noexcept;
+void PrefetchTriangle(const std::vector<CTri*>& triangles,
+                      const std::vector<kor::geom::PNT_3D>& vertices, std::size_t position,
+                      bool withVertices = true) noexcept;
 
 /// A leaf entry of a node's child block: @p count triangles from position @p first of the
 /// network's triangle array.

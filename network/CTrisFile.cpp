@@ -507,7 +507,7 @@ void CTrisFileSection::Write(const CTris& tris, ofpstream& stream, kor::CPtr64Ma
 
     writer.Put(static_cast<std::int32_t>(tris.m_tris.size()));
     for (std::size_t i = 0; i < tris.m_tris.size(); ++i) {
-        PrefetchTriangle(tris, i, false);
+        PrefetchTriangle(tris.m_tris, tris.m_vertices, i, false);
         const CTri* tri = tris.m_tris[i];
         for (int k = 0; k < 3; ++k) writer.Put(static_cast<std::int32_t>(tri->GetVerIndex(k)));
         if (HasTriColors(version)) writer.Put(static_cast<std::int32_t>(tri->GetColor()));

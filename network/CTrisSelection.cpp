@@ -72,6 +72,9 @@ bool CTris::IsSelTri(int i) const {
 void CTris::DelSelTris() {
     if (m_broken) return;
     kor::CEventGuard event(m_context);
+    // The triangles after a removed one move down: positions the search index holds no longer
+    // name the same triangles.
+    NoteGeometryChanged();
 
     const std::vector<CTri*> previous = m_tris;
     std::size_t survivorCount = 0;

@@ -38,6 +38,20 @@ CCreateCmdExecutedEventListener* UndoBuilder(IEventListener* listener) {
     return dynamic_cast<CCreateCmdExecutedEventListener*>(listener);
 }
 
+/// Lists up to this many entries keep their storage from event to event; a longer one (a load,
+/// a remove-all) gives it back, so that a network of millions of triangles does not carry a
+/// pointer per triangle for as long as it lives.
+constexpr std::size_t kKeptListCapacity = 4096;
+
+/// Empties @p entities, giving a large list's storage back.
+template <class Entity>
+void Empty(std::vector<Entity*>& entities) noexcept {
+    if (entities.capacity() > kKeptListCapacity)
+        std::vector<Entity*>().swap(entities);
+    else
+        entities.clear();
+}
+
 /// Releases the reference that recording took on each entry.
 template <class Entity>
 void ReleaseAll(std::vector<Entity*>& entities) {
@@ -83,14 +97,14 @@ struct CDtmChangeContext::State {
         cvLvLayersModified = false;
         triChangeType = eTriChangeNone;
         cvLvChangeType = eCvLvChangeNone;
-        vncAdded.clear();
-        vncModified.clear();
-        cntAdded.clear();
-        cntModified.clear();
-        triAdded.clear();
-        triModified.clear();
-        cvLvAdded.clear();
-        cvLvModified.clear();
+        Empty(vncAdded);
+        Empty(vncModified);
+        Empty(cntAdded);
+        Empty(cntModified);
+        Empty(triAdded);
+        Empty(triModified);
+        Empty(cvLvAdded);
+        Empty(cvLvModified);
         ReleaseAll(vncRemoved);
         ReleaseAll(cntRemoved);
         ReleaseAll(triRemoved);

@@ -114,13 +114,12 @@ void CSourceEvent::EndEvent() {
     OnAfterEndEvent();
 }
 
-CEventGuard::CEventGuard(CSourceEvent* source)
-    : m_source(source), m_uncaughtAtStart(std::uncaught_exceptions()) {
-    if (m_source) m_source->BeginEvent();
+void CEventGuard::Open() {
+    m_uncaughtAtStart = std::uncaught_exceptions();
+    m_source->BeginEvent();
 }
 
-CEventGuard::~CEventGuard() noexcept(false) {
-    if (!m_source) return;
+void CEventGuard::Close() {
     if (std::uncaught_exceptions() > m_uncaughtAtStart) {
         try {
             m_source->EndEvent();

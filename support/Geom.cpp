@@ -242,15 +242,6 @@ void RECT_3D::initRegion() noexcept {
     max = PNT_3D(-largest, -largest, -largest);
 }
 
-void RECT_3D::updateRegion(const PNT_3D& p) noexcept {
-    min.x = std::min(min.x, p.x);
-    min.y = std::min(min.y, p.y);
-    min.z = std::min(min.z, p.z);
-    max.x = std::max(max.x, p.x);
-    max.y = std::max(max.y, p.y);
-    max.z = std::max(max.z, p.z);
-}
-
 bool PLANE_3D::IsOnPositiveSide(const PNT_3D& p) const noexcept {
     return a * p.x + b * p.y + c * p.z + d > 0.0;
 }

@@ -410,6 +410,27 @@ TEST(SearchIndex, AppendedTrianglesAreFoundBeforeAndAfterTheIndexIsRebuilt) {
     EXPECT_TRUE(AgreesWithScan(tris, 3999, 2000));
 }
 
+TEST(SearchIndex, DeletedSelectionReplacedByAsManyTrianglesIsSeen) {
+    // The count ends where it was, so only the positions tell the index that it is stale.
+    TestProject project;
+    const RandomNetwork network = MakeJitteredGrid(57, 12, 20.0);
+    project.Fill(network.vertices, network.triangles);
+    CTris& tris = project.Tris();
+    tris.CalcOcTree();
+    ASSERT_TRUE(AgreesWithScan(tris, 3500, 200));
+    kor::CEventGuard event(project.Prj()->GetContext());
+    const int before = tris.GetNoTris();
+    tris.InitSelTris();
+    for (int i = 0; i < before; i += 3) tris.SelTri(i, false);
+    tris.DelSelTris();
+    std::mt19937 random(58);
+    while (tris.GetNoTris() < before) {
+        const auto anyVertex = [&] { return static_cast<int>(random() % network.vertices.size()); };
+        tris.AddNewTri(1, anyVertex(), anyVertex(), anyVertex());
+    }
+    EXPECT_TRUE(AgreesWithScan(tris, 3501, 2000));
+}
+
 TEST(SearchIndex, RemoveAllInsideAndOutsideAnEventLeavesNothingToFind) {
     TestProject project;
     const RandomNetwork network = MakeJitteredGrid(61, 6, 3.0);

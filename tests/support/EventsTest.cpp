@@ -157,6 +157,63 @@ TEST(EventGuard, PropagatesAClosingFailureWhenNothingElseIsPassing) {
     source->SubReference();
 }
 
+TEST(EventGuard, NestedGuardOnlyCountsAndTheOuterEventDoesTheClosing) {
+    Log log;
+    auto* source = new LoggingSource(log);
+    LoggingListener listener(log);
+    source->Register(&listener);
+    source->BeginEvent();
+    {
+        kor::CEventGuard inner(source);
+        EXPECT_EQ(source->GetEventDepth(), 2);
+    }
+    EXPECT_EQ(source->GetEventDepth(), 1);
+    EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1"}));
+    source->EndEvent();
+    EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1", "before-end", "listener-closed@0",
+                        "after-end"}));
+    source->SubReference();
+}
+
+TEST(EventGuard, NestedGuardLeftOutermostClosesTheEventInFull) {
+    // The event the guard nested in was closed under it: the guard's closing is then the
+    // outermost one and must run the hooks and tell the listeners.
+    Log log;
+    auto* source = new LoggingSource(log);
+    LoggingListener listener(log);
+    source->Register(&listener);
+    source->BeginEvent();
+    {
+        kor::CEventGuard inner(source);
+        source->EndEvent();
+        EXPECT_EQ(source->GetEventDepth(), 1);
+        EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1"}));
+    }
+    EXPECT_EQ(source->GetEventDepth(), 0);
+    EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1", "before-end", "listener-closed@0",
+                        "after-end"}));
+    source->SubReference();
+}
+
+TEST(EventGuard, NestedGuardLeftOutermostDropsAClosingFailureWhileUnwinding) {
+    Log log;
+    auto* source = new LoggingSource(log);
+    LoggingListener listener(log);
+    listener.throwOnClose = true;
+    source->Register(&listener);
+    source->BeginEvent();
+    try {
+        kor::CEventGuard inner(source);
+        source->EndEvent();
+        throw std::logic_error("first");
+    } catch (const std::logic_error& error) {
+        EXPECT_STREQ(error.what(), "first");
+    }
+    EXPECT_EQ(source->GetEventDepth(), 0);
+    EXPECT_EQ(log.back(), "after-end");
+    source->SubReference();
+}
+
 TEST(EventGuard, NullSourceOpensNothing) {
     EXPECT_NO_THROW({ kor::CEventGuard event(nullptr); });
 }

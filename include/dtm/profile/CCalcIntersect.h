@@ -34,7 +34,9 @@ public:
 
     /// Replaces @p out by the profile along @p line.
     ///
-    /// Every triangle of the network is visited, in index order. The result holds the crossing
+    /// The result is that of visiting every triangle of the network in index order; a search
+    /// index of the network's plan limits the visit to the triangles whose boxes the segment
+    /// meets, with exactly the same points and order. The result holds the crossing
     /// of every triangle edge with the segment, its elevation interpolated along that edge, and
     /// the start and end of the segment with the elevation of a triangle that holds them, or
     /// UNDEFINED_QUOTE when none does. It is sorted by distance from the start, and of points

@@ -119,6 +119,8 @@ protected:
     virtual void OnAfterEndEvent() {}
 
 private:
+    friend class CEventGuard;  // counts nested events itself, see there
+
     CChangeTransactionManager* m_manager;
     int m_depth = 0;
     std::vector<IEvent*> m_listeners;
@@ -128,16 +130,38 @@ private:
 /// A null source opens nothing.
 class DTM_API CEventGuard {
 public:
-    explicit CEventGuard(CSourceEvent* source);
+    explicit CEventGuard(CSourceEvent* source) : m_source(source) {
+        if (!m_source) return;
+        // Inside an open event, one more nested event only counts up and down: nothing runs and
+        // nothing can fail. Most notifications arrive so, a million of them in a large load, so
+        // this path stays inline and does not ask whether an exception is passing.
+        if (m_source->m_depth > 0) {
+            ++m_source->m_depth;
+            m_nested = true;
+            return;
+        }
+        Open();
+    }
     /// Closes the event. When an exception is already passing, a second one raised by the
     /// closing is dropped, because two cannot travel at once.
-    ~CEventGuard() noexcept(false);
+    ~CEventGuard() noexcept(false) {
+        if (!m_source) return;
+        if (m_nested && m_source->m_depth > 1) {
+            --m_source->m_depth;
+            return;
+        }
+        Close();
+    }
     CEventGuard(const CEventGuard&) = delete;
     CEventGuard& operator=(const CEventGuard&) = delete;
 
 private:
+    void Open();
+    void Close();
+
     CSourceEvent* m_source;
-    int m_uncaughtAtStart;
+    int m_uncaughtAtStart = 0;
+    bool m_nested = false;
 };
 
 }  // namespace kor

@@ -15,6 +15,7 @@
 
 #include <dtm/support/Export.h>
 
+#include <algorithm>
 #include <type_traits>
 
 namespace kor {
@@ -115,7 +116,15 @@ struct DTM_API RECT_3D {
     /// the first updateRegion sets both corners to the point.
     void initRegion() noexcept;
     /// Extends the box to contain @p p (per axis: min the smaller, max the larger).
-    void updateRegion(const PNT_3D& p) noexcept;
+    void updateRegion(const PNT_3D& p) noexcept {
+        // Inline: the octree and the drawing call it for every vertex of every triangle.
+        min.x = std::min(min.x, p.x);
+        min.y = std::min(min.y, p.y);
+        min.z = std::min(min.z, p.z);
+        max.x = std::max(max.x, p.x);
+        max.y = std::max(max.y, p.y);
+        max.z = std::max(max.z, p.z);
+    }
     /// True when the box holds no point (max.x < min.x); consumers treat it as no extent.
     bool IsEmpty() const noexcept { return max.x < min.x; }
 };
