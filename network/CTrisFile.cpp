@@ -314,18 +314,31 @@ void ForEachRun(const COcTreeNode& node, Visit& visit) {
     }
 }
 
+// True when a run of @p count triangles from position @p first lies within an array of
+// @p triCount triangles. An empty run too must name a position of the array or the one past
+// its end, as every run of a built tree does: a tree passes its runs' positions on to whoever
+// walks it.
+bool RunInside(std::int32_t count, std::int32_t first, std::int64_t triCount) {
+    return count >= 0 && first >= 0 && std::int64_t{first} + count <= triCount;
+}
+
 // True when the runs of the tree under @p root cover the positions 0 .. triCount - 1 of the
-// triangle array exactly once each. That is what a tree built over those triangles does; any
-// other tree would refer past the array, hand a triangle over twice, or hide one from drawing
-// and search.
+// triangle array exactly once each, every run (empty ones included) inside the array. That is
+// what a tree built over those triangles does; any other tree would refer past the array, hand
+// a triangle over twice, or hide one from drawing and search.
 bool CoversEachTriangleOnce(const COcTreeNode& root, std::int64_t triCount) {
     // A built tree names its runs in pre-order, one after the other from position 0; that is
     // told in one pass over the runs. Only other trees need the check position by position.
     std::int64_t next = 0;
     bool inOrder = true;
     auto follow = [&](std::int32_t count, std::int32_t first) {
-        if (!inOrder || count == 0) return;
-        if (count < 0 || first != next) {
+        if (!inOrder) return;
+        if (!RunInside(count, first, triCount)) {
+            inOrder = false;
+            return;
+        }
+        if (count == 0) return;
+        if (first != next) {
             inOrder = false;
             return;
         }
@@ -339,7 +352,7 @@ bool CoversEachTriangleOnce(const COcTreeNode& root, std::int64_t triCount) {
     bool valid = true;
     auto visit = [&](std::int32_t count, std::int32_t first) {
         if (!valid) return;
-        if (count < 0 || first < 0 || std::int64_t{first} + count > triCount) {
+        if (!RunInside(count, first, triCount)) {
             valid = false;
             return;
         }

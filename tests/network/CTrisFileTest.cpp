@@ -932,6 +932,26 @@ TEST(NetworkFileSection, BlockWithARunOverflowingThirtyTwoBitsIsRejected) {
     ExpectCorruptBlockRebuildsTheTree(BlockWithRoot(0, 0, 0x01, 0x01).Int32(huge).Int32(huge));
 }
 
+TEST(NetworkFileSection, BlockWithAnEmptyRunOutsideTheArrayIsRejected) {
+    // Found by fuzzing: the leaf covers the one triangle, but the root's own empty run names a
+    // position far past the array (or before it), which no built tree does.
+    ExpectCorruptBlockRebuildsTheTree(BlockWithRoot(0, 6094848, 0x01, 0x01).Int32(1).Int32(0));
+    ExpectCorruptBlockRebuildsTheTree(BlockWithRoot(0, -3, 0x01, 0x01).Int32(1).Int32(0));
+    ExpectCorruptBlockRebuildsTheTree(BlockWithRoot(1, 0, 0x01, 0x01).Int32(0).Int32(2));
+}
+
+TEST(NetworkFileSection, BlockWithAnEmptyRunJustPastTheArrayIsAccepted) {
+    const auto prj = NewProject();
+    CTris& tris = *prj->GetTris();
+    const std::string bytes =
+        OneTriangleData(1502).Append(BlockWithRoot(0, 1, 0x01, 0x01).Int32(1).Int32(0)).Str();
+    const ReadOutcome outcome = ReadSection(tris, bytes, 1502);
+    EXPECT_FALSE(outcome.failed);
+    EXPECT_EQ(outcome.consumed, bytes.size());
+    ASSERT_TRUE(HasTree(tris));
+    EXPECT_EQ(WriteSection(tris, 1502), bytes);
+}
+
 TEST(NetworkFileSection, BlockHandingATriangleOverTwiceIsRejected) {
     ExpectCorruptBlockRebuildsTheTree(BlockWithRoot(1, 0, 0x01, 0x01).Int32(1).Int32(0));
 }
