@@ -157,51 +157,49 @@ TEST(EventGuard, PropagatesAClosingFailureWhenNothingElseIsPassing) {
     source->SubReference();
 }
 
-TEST(EventGuard, NestedGuardOnlyCountsAndTheOuterEventDoesTheClosing) {
+// A source with a logging listener whose event is already open when a test begins.
+class EventGuardInOpenEvent : public ::testing::Test {
+protected:
+    EventGuardInOpenEvent() : source(new LoggingSource(log)), listener(log) {
+        source->Register(&listener);
+        source->BeginEvent();
+    }
+    ~EventGuardInOpenEvent() override { source->SubReference(); }
+
+    const Log kOpened{"before-begin", "listener-opened@1"};
+    const Log kOpenedAndClosed{"before-begin", "listener-opened@1", "before-end",
+                               "listener-closed@0", "after-end"};
     Log log;
-    auto* source = new LoggingSource(log);
-    LoggingListener listener(log);
-    source->Register(&listener);
-    source->BeginEvent();
+    LoggingSource* source;
+    LoggingListener listener;
+};
+
+TEST_F(EventGuardInOpenEvent, NestedGuardOnlyCountsAndTheOuterEventDoesTheClosing) {
     {
         kor::CEventGuard inner(source);
         EXPECT_EQ(source->GetEventDepth(), 2);
     }
     EXPECT_EQ(source->GetEventDepth(), 1);
-    EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1"}));
+    EXPECT_EQ(log, kOpened);
     source->EndEvent();
-    EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1", "before-end", "listener-closed@0",
-                        "after-end"}));
-    source->SubReference();
+    EXPECT_EQ(log, kOpenedAndClosed);
 }
 
-TEST(EventGuard, NestedGuardLeftOutermostClosesTheEventInFull) {
+TEST_F(EventGuardInOpenEvent, NestedGuardLeftOutermostClosesTheEventInFull) {
     // The event the guard nested in was closed under it: the guard's closing is then the
     // outermost one and must run the hooks and tell the listeners.
-    Log log;
-    auto* source = new LoggingSource(log);
-    LoggingListener listener(log);
-    source->Register(&listener);
-    source->BeginEvent();
     {
         kor::CEventGuard inner(source);
         source->EndEvent();
         EXPECT_EQ(source->GetEventDepth(), 1);
-        EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1"}));
+        EXPECT_EQ(log, kOpened);
     }
     EXPECT_EQ(source->GetEventDepth(), 0);
-    EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1", "before-end", "listener-closed@0",
-                        "after-end"}));
-    source->SubReference();
+    EXPECT_EQ(log, kOpenedAndClosed);
 }
 
-TEST(EventGuard, NestedGuardLeftOutermostDropsAClosingFailureWhileUnwinding) {
-    Log log;
-    auto* source = new LoggingSource(log);
-    LoggingListener listener(log);
+TEST_F(EventGuardInOpenEvent, NestedGuardLeftOutermostDropsAClosingFailureWhileUnwinding) {
     listener.throwOnClose = true;
-    source->Register(&listener);
-    source->BeginEvent();
     try {
         kor::CEventGuard inner(source);
         source->EndEvent();
@@ -210,8 +208,7 @@ TEST(EventGuard, NestedGuardLeftOutermostDropsAClosingFailureWhileUnwinding) {
         EXPECT_STREQ(error.what(), "first");
     }
     EXPECT_EQ(source->GetEventDepth(), 0);
-    EXPECT_EQ(log.back(), "after-end");
-    source->SubReference();
+    EXPECT_EQ(log, kOpenedAndClosed);
 }
 
 TEST(EventGuard, NullSourceOpensNothing) {
