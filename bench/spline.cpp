@@ -109,29 +109,10 @@ void BuildClosedLine(benchmark::State& state) {
 }
 BENCHMARK(BuildClosedLine)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
-// Drawing: every segment sampled at a tenth of its length with TrovaArValoriSpline.
-void SampleSpline(benchmark::State& state) {
-    double sigmap = 0.0;
-    const std::vector<TVrtPol> nodes = BuiltLine(static_cast<int>(state.range(0)), sigmap);
-    std::vector<PNT_2D> segment;
-    std::vector<PNT_2D> points;
-    for (auto _ : state) {
-        points.clear();
-        for (std::size_t i = 0; i + 1 < nodes.size(); ++i) {
-            const TVrtPol& a = nodes[i];
-            const TVrtPol& b = nodes[i + 1];
-            TrovaArValoriSpline(0.0, a.len, a.len / kSamplesPerSegment, a.len, sigmap, a.x, a.y,
-                                a.xp, a.yp, b.x, b.y, b.xp, b.yp, segment);
-            points.insert(points.end(), segment.begin(), segment.end() - 1);
-        }
-        points.emplace_back(nodes.back().x, nodes.back().y);
-        benchmark::DoNotOptimize(points.data());
-    }
-}
-BENCHMARK(SampleSpline)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
-
-// Drawing with an adapted step per segment, as a host does.
-void SampleSplineAdaptive(benchmark::State& state) {
+// Draws the whole line: every segment sampled with TrovaArValoriSpline, at a tenth of its
+// length, or (@p adaptive) at the step TrovaIncremCurvaOtt adapts to its curvature, as a host
+// does.
+void SampleLine(benchmark::State& state, bool adaptive) {
     double sigmap = 0.0;
     const std::vector<TVrtPol> nodes = BuiltLine(static_cast<int>(state.range(0)), sigmap);
     std::vector<PNT_2D> segment;
@@ -142,7 +123,9 @@ void SampleSplineAdaptive(benchmark::State& state) {
             const TVrtPol& a = nodes[i];
             const TVrtPol& b = nodes[i + 1];
             double step = a.len / kSamplesPerSegment;
-            TrovaIncremCurvaOtt(a.len, sigmap, a.x, a.y, a.xp, a.yp, b.x, b.y, b.xp, b.yp, step);
+            if (adaptive)
+                TrovaIncremCurvaOtt(a.len, sigmap, a.x, a.y, a.xp, a.yp, b.x, b.y, b.xp, b.yp,
+                                    step);
             TrovaArValoriSpline(0.0, a.len, step, a.len, sigmap, a.x, a.y, a.xp, a.yp, b.x, b.y,
                                 b.xp, b.yp, segment);
             points.insert(points.end(), segment.begin(), segment.end() - 1);
@@ -150,6 +133,15 @@ void SampleSplineAdaptive(benchmark::State& state) {
         points.emplace_back(nodes.back().x, nodes.back().y);
         benchmark::DoNotOptimize(points.data());
     }
+}
+
+void SampleSpline(benchmark::State& state) {
+    SampleLine(state, false);
+}
+BENCHMARK(SampleSpline)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+void SampleSplineAdaptive(benchmark::State& state) {
+    SampleLine(state, true);
 }
 BENCHMARK(SampleSplineAdaptive)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 

@@ -124,6 +124,19 @@ std::string WrittenBy(short version, Write write) {
     return buffer.str();
 }
 
+/// Reads @p bytes at @p version into @p section through its LeggeDaFile(stream, apply), the
+/// reader of the contour, boundary, breakline and colour-class sections.
+template <class Section>
+ReadOutcome ReadSection(Section& section, const std::string& bytes, short version, bool apply) {
+    return ReadFrom(bytes, version, [&](ifpstream& stream) { section.LeggeDaFile(stream, apply); });
+}
+
+/// The bytes that @p section's SalvaInFile writes at @p version.
+template <class Section>
+std::string WrittenSection(const Section& section, short version) {
+    return WrittenBy(version, [&](ofpstream& stream) { section.SalvaInFile(stream); });
+}
+
 /// The round-trip rule of every section: whatever a reader accepted, its writer writes in a
 /// form that the reader takes back whole, and writing that again gives the same bytes.
 /// @p readWrite(bytes, written) reads @p bytes into a fresh object, writes it to @p written and

@@ -56,15 +56,6 @@ bool SameVertices(const CCnt& cnt, const Boundary& expected) {
     return true;
 }
 
-dtm_fuzz::ReadOutcome Read(CCnts& cnts, const std::string& bytes, bool apply) {
-    return dtm_fuzz::ReadFrom(bytes, 0,
-                              [&](ifpstream& stream) { cnts.LeggeDaFile(stream, apply); });
-}
-
-std::string Written(const CCnts& cnts) {
-    return dtm_fuzz::WrittenBy(0, [&](ofpstream& stream) { cnts.SalvaInFile(stream); });
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -81,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const auto project = dtm_fuzz::NewProject();
     CCnts& external = *project->GetCnts(false);
-    const dtm_fuzz::ReadOutcome applied = Read(external, section, true);
+    const dtm_fuzz::ReadOutcome applied = dtm_fuzz::ReadSection(external, section, 0, true);
     Check(dtm_fuzz::EventsClosed(*project), "no change event is left open");
     Check(applied.failed == !complete, "the stream fails exactly when the section is cut short");
     if (!complete) {
@@ -98,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     CCnts& internal = *project->GetCnts(true);
-    const dtm_fuzz::ReadOutcome skipped = Read(internal, section, false);
+    const dtm_fuzz::ReadOutcome skipped = dtm_fuzz::ReadSection(internal, section, 0, false);
     Check(dtm_fuzz::EventsClosed(*project), "no change event is left open (apply false)");
     Check(internal.GetNoCnts() == 0, "a read with apply false adds nothing");
     Check(skipped.failed == applied.failed, "apply false fails exactly where apply true fails");
@@ -106,11 +97,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     if (!complete) return 0;
     dtm_fuzz::CheckRewriteIsStable(
-        Written(external), [](const std::string& bytes, std::string& again) {
+        dtm_fuzz::WrittenSection(external, 0), [](const std::string& bytes, std::string& again) {
             const auto copyProject = dtm_fuzz::NewProject();
             CCnts& copy = *copyProject->GetCnts(false);
-            const dtm_fuzz::ReadOutcome outcome = Read(copy, bytes, true);
-            again = Written(copy);
+            const dtm_fuzz::ReadOutcome outcome = dtm_fuzz::ReadSection(copy, bytes, 0, true);
+            again = dtm_fuzz::WrittenSection(copy, 0);
             return outcome;
         });
     return 0;

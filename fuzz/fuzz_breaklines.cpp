@@ -51,15 +51,6 @@ bool SamePoint(const PNT_3D& a, const PNT_3D& b) {
     return SameBits(a.x, b.x) && SameBits(a.y, b.y) && SameBits(a.z, b.z);
 }
 
-dtm_fuzz::ReadOutcome Read(CVncs& vncs, const std::string& bytes, bool apply) {
-    return dtm_fuzz::ReadFrom(bytes, 0,
-                              [&](ifpstream& stream) { vncs.LeggeDaFile(stream, apply); });
-}
-
-std::string Written(const CVncs& vncs) {
-    return dtm_fuzz::WrittenBy(0, [&](ofpstream& stream) { vncs.SalvaInFile(stream); });
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -74,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const auto project = dtm_fuzz::NewProject();
     CVncs& vncs = *project->GetVncs();
-    const dtm_fuzz::ReadOutcome applied = Read(vncs, section, true);
+    const dtm_fuzz::ReadOutcome applied = dtm_fuzz::ReadSection(vncs, section, 0, true);
     Check(dtm_fuzz::EventsClosed(*project), "no change event is left open");
     Check(applied.failed == !expected.complete,
           "the stream fails exactly when the section is cut short");
@@ -92,19 +83,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const auto skipping = dtm_fuzz::NewProject();
     CVncs& skipped = *skipping->GetVncs();
-    const dtm_fuzz::ReadOutcome stepped = Read(skipped, section, false);
+    const dtm_fuzz::ReadOutcome stepped = dtm_fuzz::ReadSection(skipped, section, 0, false);
     Check(dtm_fuzz::EventsClosed(*skipping), "no change event is left open (apply false)");
     Check(skipped.GetNoVncs() == 0, "a read with apply false adds nothing");
     Check(stepped.failed == applied.failed, "apply false fails exactly where apply true fails");
     if (expected.complete) Check(stepped.consumed == expected.length, "apply false consumes it");
 
     if (!expected.complete) return 0;
-    dtm_fuzz::CheckRewriteIsStable(Written(vncs), [](const std::string& bytes, std::string& again) {
-        const auto copyProject = dtm_fuzz::NewProject();
-        CVncs& copy = *copyProject->GetVncs();
-        const dtm_fuzz::ReadOutcome outcome = Read(copy, bytes, true);
-        again = Written(copy);
-        return outcome;
-    });
+    dtm_fuzz::CheckRewriteIsStable(
+        dtm_fuzz::WrittenSection(vncs, 0), [](const std::string& bytes, std::string& again) {
+            const auto copyProject = dtm_fuzz::NewProject();
+            CVncs& copy = *copyProject->GetVncs();
+            const dtm_fuzz::ReadOutcome outcome = dtm_fuzz::ReadSection(copy, bytes, 0, true);
+            again = dtm_fuzz::WrittenSection(copy, 0);
+            return outcome;
+        });
     return 0;
 }

@@ -82,16 +82,6 @@ void AskColours(const CColorClassComputer& table) {
     }
 }
 
-dtm_fuzz::ReadOutcome Read(CColorClassComputer& table, const std::string& bytes, short version,
-                           bool apply) {
-    return dtm_fuzz::ReadFrom(bytes, version,
-                              [&](ifpstream& stream) { table.LeggeDaFile(stream, apply); });
-}
-
-std::string Written(const CColorClassComputer& table, short version) {
-    return dtm_fuzz::WrittenBy(version, [&](ofpstream& stream) { table.SalvaInFile(stream); });
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -106,9 +96,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const CColorClassComputer fresh;
 
     CColorClassComputer table;
-    const dtm_fuzz::ReadOutcome applied = Read(table, input.section, input.version, true);
+    const dtm_fuzz::ReadOutcome applied =
+        dtm_fuzz::ReadSection(table, input.section, input.version, true);
     CColorClassComputer skipped;
-    const dtm_fuzz::ReadOutcome stepped = Read(skipped, input.section, input.version, false);
+    const dtm_fuzz::ReadOutcome stepped =
+        dtm_fuzz::ReadSection(skipped, input.section, input.version, false);
     Check(skipped == fresh && skipped.IsCustom() == fresh.IsCustom(),
           "a read with apply false changes nothing");
     Check(stepped.failed == applied.failed && stepped.consumed == applied.consumed,
@@ -131,12 +123,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Check(Holds(table, expected), "the table holds exactly what the section stores");
     AskColours(table);
 
-    dtm_fuzz::CheckRewriteIsStable(
-        Written(table, input.version), [&](const std::string& bytes, std::string& again) {
-            CColorClassComputer copy;
-            const dtm_fuzz::ReadOutcome outcome = Read(copy, bytes, input.version, true);
-            again = Written(copy, input.version);
-            return outcome;
-        });
+    dtm_fuzz::CheckRewriteIsStable(dtm_fuzz::WrittenSection(table, input.version),
+                                   [&](const std::string& bytes, std::string& again) {
+                                       CColorClassComputer copy;
+                                       const dtm_fuzz::ReadOutcome outcome =
+                                           dtm_fuzz::ReadSection(copy, bytes, input.version, true);
+                                       again = dtm_fuzz::WrittenSection(copy, input.version);
+                                       return outcome;
+                                   });
     return 0;
 }

@@ -293,4 +293,17 @@ RandomNetwork MakeSmallTriangles(unsigned seed, int triangleCount, double x0, do
     return network;
 }
 
+void AppendSlivers(RandomNetwork& network, unsigned seed, int count) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    for (int i = 0; i < count; ++i) {
+        const int first = static_cast<int>(network.vertices.size());
+        const double y = 100.0 * unit(random);
+        network.vertices.emplace_back(10.0 + 30.0 * unit(random), y, 5.0);
+        network.vertices.emplace_back(60.0 + 30.0 * unit(random), y + 2.0 * unit(random), 6.0);
+        network.vertices.emplace_back(55.0 + unit(random), y + 1.0 + unit(random), 7.0);
+        network.triangles.push_back({first, first + 1, first + 2});
+    }
+}
+
 }  // namespace dtm_test

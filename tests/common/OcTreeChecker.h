@@ -76,4 +76,10 @@ RandomNetwork MakeGridNetwork(int n, double x0, double y0, double step);
 RandomNetwork MakeSmallTriangles(unsigned seed, int triangleCount, double x0, double y0,
                                  double size, double triangleSize, double zRange);
 
+/// Appends @p count long slivers to @p network, each with vertices of its own: one near x = 10
+/// and one near x = 90 (spread over 30 units each) at a random y in [0, 100), and a third near
+/// x = 55 lifted 1 to 2 units off their line, so that every sliver crosses the middle of the
+/// plan and covers many grid cells, some of them nearly flat. Fixed by @p seed.
+void AppendSlivers(RandomNetwork& network, unsigned seed, int count);
+
 }  // namespace dtm_test

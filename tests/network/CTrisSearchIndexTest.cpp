@@ -237,16 +237,7 @@ TEST(SearchIndex, LongSliversAmongSmallTrianglesAgreeWithTheScan) {
     // triangles.
     TestProject project;
     RandomNetwork network = dtm_test::MakeSmallTriangles(9, 400, 0.0, 0.0, 100.0, 2.0, 10.0);
-    std::mt19937 random(3);
-    std::uniform_real_distribution<double> unit(0.0, 1.0);
-    for (int i = 0; i < 600; ++i) {
-        const int first = static_cast<int>(network.vertices.size());
-        const double y = 100.0 * unit(random);
-        network.vertices.emplace_back(10.0 + 30.0 * unit(random), y, 5.0);
-        network.vertices.emplace_back(60.0 + 30.0 * unit(random), y + 2.0 * unit(random), 6.0);
-        network.vertices.emplace_back(55.0, y + 1.0 + unit(random), 7.0);
-        network.triangles.push_back({first, first + 1, first + 2});
-    }
+    dtm_test::AppendSlivers(network, 3, 600);
     project.Fill(network.vertices, network.triangles);
     ExpectBothOrdersAgree(project, 500, 6000);
 }

@@ -261,16 +261,7 @@ TEST(ProfileIndex, SmallTrianglesFarFromTheOriginGiveTheScansProfile) {
 TEST(ProfileIndex, LongRunsOfSliversGiveTheScansProfile) {
     TestProject project;
     RandomNetwork network = dtm_test::MakeSmallTriangles(6, 300, 0.0, 0.0, 100.0, 2.0, 10.0);
-    std::mt19937 random(8);
-    std::uniform_real_distribution<double> unit(0.0, 1.0);
-    for (int i = 0; i < 700; ++i) {
-        const int first = static_cast<int>(network.vertices.size());
-        const double y = 100.0 * unit(random);
-        network.vertices.emplace_back(5.0 + 40.0 * unit(random), y, 1.0);
-        network.vertices.emplace_back(55.0 + 40.0 * unit(random), y + unit(random), 2.0);
-        network.vertices.emplace_back(50.0 + unit(random), y + 0.5, 3.0);
-        network.triangles.push_back({first, first + 1, first + 2});
-    }
+    dtm_test::AppendSlivers(network, 8, 700);
     project.Fill(network.vertices, network.triangles);
     ExpectBothOrdersAgree(project, 50, 300);
 }
