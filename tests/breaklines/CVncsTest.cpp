@@ -21,10 +21,13 @@
 #include <string>
 #include <vector>
 
+#include "Bits.h"
 #include "ByteBuilder.h"
 #include "Probes.h"
 
 namespace {
+
+using dtm_test::Bits;
 // The largest single allocation since the last reset, to see that a reader never reserves in
 // proportion to a count the stream cannot back. Untouched pages of a huge reservation would go
 // unnoticed otherwise.
@@ -61,12 +64,6 @@ constexpr std::size_t kBreaklineBytes = 48;
 
 LINE_3D Segment(double seed) {
     return LINE_3D(PNT_3D(seed, seed + 0.5, seed * 3.0), PNT_3D(-seed, seed * 0.25, 100.0 + seed));
-}
-
-std::uint64_t Bits(double value) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof(bits));
-    return bits;
 }
 
 // The six coordinates of a segment as bit patterns, so that NaN, infinities and the sign of

@@ -293,6 +293,38 @@ RandomNetwork MakeSmallTriangles(unsigned seed, int triangleCount, double x0, do
     return network;
 }
 
+RandomNetwork MakeJitteredGrid(unsigned seed, int cells, double step) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> jitter(-0.3, 0.3);
+    RandomNetwork network;
+    for (int row = 0; row <= cells; ++row) {
+        for (int column = 0; column <= cells; ++column) {
+            const double x = (column + jitter(random)) * step;
+            const double y = (row + jitter(random)) * step;
+            network.vertices.emplace_back(x, y, 50.0 + std::sin(x / 7.0) * std::cos(y / 5.0));
+        }
+    }
+    const auto index = [cells](int row, int column) { return row * (cells + 1) + column; };
+    for (int row = 0; row < cells; ++row) {
+        for (int column = 0; column < cells; ++column) {
+            const int a = index(row, column);
+            const int b = index(row, column + 1);
+            const int c = index(row + 1, column + 1);
+            const int d = index(row + 1, column);
+            if (random() % 2 == 0) {
+                network.triangles.push_back({a, b, c});
+                network.triangles.push_back({a, c, d});
+            } else {
+                network.triangles.push_back({a, b, d});
+                network.triangles.push_back({b, c, d});
+            }
+        }
+    }
+    // Shuffled, so that the array order owes nothing to the plan position.
+    std::shuffle(network.triangles.begin(), network.triangles.end(), random);
+    return network;
+}
+
 void AppendSlivers(RandomNetwork& network, unsigned seed, int count) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> unit(0.0, 1.0);

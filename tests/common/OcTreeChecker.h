@@ -76,6 +76,11 @@ RandomNetwork MakeGridNetwork(int n, double x0, double y0, double step);
 RandomNetwork MakeSmallTriangles(unsigned seed, int triangleCount, double x0, double y0,
                                  double size, double triangleSize, double zRange);
 
+/// A grid of (cells + 1)² vertices spaced @p step and jittered by up to 0.3 of it, z from a
+/// smooth surface, each cell cut along a random diagonal, the triangles then shuffled so that
+/// the array order owes nothing to the plan position. Fixed by @p seed.
+RandomNetwork MakeJitteredGrid(unsigned seed, int cells, double step);
+
 /// Appends @p count long slivers to @p network, each with vertices of its own: one near x = 10
 /// and one near x = 90 (spread over 30 units each) at a random y in [0, 100), and a third near
 /// x = 55 lifted 1 to 2 units off their line, so that every sliver crosses the middle of the

@@ -16,6 +16,8 @@
 #include <cstring>
 #include <sstream>
 
+#include "Bits.h"
+
 namespace dtm_test {
 
 namespace {
@@ -24,9 +26,7 @@ namespace {
 class Fields {
 public:
     Fields& operator<<(double value) {
-        std::uint64_t bits = 0;
-        std::memcpy(&bits, &value, sizeof bits);
-        m_fields.push_back(bits);
+        m_fields.push_back(Bits(value));
         return *this;
     }
     Fields& operator<<(std::int64_t value) {

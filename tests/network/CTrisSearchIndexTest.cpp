@@ -13,6 +13,7 @@
 #include <dtm/support/Streams.h>
 #include <dtm/support/Tolerances.h>
 
+#include "Bits.h"
 #include "network/CTrisSearchIndex.h"
 
 #include <gtest/gtest.h>
@@ -41,6 +42,8 @@ struct CTrisSearchTestAccess {
 
 namespace {
 
+using dtm_test::Bits;
+
 using dtm_test::RandomNetwork;
 using dtm_test::TestProject;
 using dtm_test::TriIndices;
@@ -49,12 +52,6 @@ using kor::geom::PNT_3D;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-
-std::uint64_t Bits(double value) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof(bits));
-    return bits;
-}
 
 // Offsets around the vertex snap distance and the inside tolerance, on either side of each.
 const std::vector<double>& NearOffsets() {
@@ -159,39 +156,6 @@ std::vector<PNT_2D> QueryPoints(const CTris& tris, unsigned seed, int count) {
     return AgreesWithScan(tris, QueryPoints(tris, seed, count));
 }
 
-// A jittered grid of cells × cells squares, each cut along a random diagonal.
-RandomNetwork MakeJitteredGrid(unsigned seed, int cells, double step) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<double> jitter(-0.3, 0.3);
-    RandomNetwork network;
-    for (int row = 0; row <= cells; ++row) {
-        for (int column = 0; column <= cells; ++column) {
-            const double x = (column + jitter(random)) * step;
-            const double y = (row + jitter(random)) * step;
-            network.vertices.emplace_back(x, y, 50.0 + std::sin(x / 7.0) * std::cos(y / 5.0));
-        }
-    }
-    const auto index = [cells](int row, int column) { return row * (cells + 1) + column; };
-    for (int row = 0; row < cells; ++row) {
-        for (int column = 0; column < cells; ++column) {
-            const int a = index(row, column);
-            const int b = index(row, column + 1);
-            const int c = index(row + 1, column + 1);
-            const int d = index(row + 1, column);
-            if (random() % 2 == 0) {
-                network.triangles.push_back({a, b, c});
-                network.triangles.push_back({a, c, d});
-            } else {
-                network.triangles.push_back({a, b, d});
-                network.triangles.push_back({b, c, d});
-            }
-        }
-    }
-    // Shuffled, so that the array order owes nothing to the plan position.
-    std::shuffle(network.triangles.begin(), network.triangles.end(), random);
-    return network;
-}
-
 // Checks a network in two triangle orders: as filled (in the project's first event, which
 // builds no octree), then in the octree's order, where triangles that share a point often come
 // in another order.
@@ -204,7 +168,7 @@ void ExpectBothOrdersAgree(TestProject& project, unsigned seed, int pointsPerOrd
 
 TEST(SearchIndex, JitteredGridAgreesWithTheScanInBothOrders) {
     TestProject project;
-    const RandomNetwork network = MakeJitteredGrid(11, 24, 10.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(11, 24, 10.0);
     project.Fill(network.vertices, network.triangles);
     ExpectBothOrdersAgree(project, 100, 15000);
 }
@@ -244,7 +208,7 @@ TEST(SearchIndex, LongSliversAmongSmallTrianglesAgreeWithTheScan) {
 
 TEST(SearchIndex, DegenerateNonFiniteAndDanglingTrianglesAgreeWithTheScan) {
     TestProject project;
-    RandomNetwork network = MakeJitteredGrid(21, 8, 1.0);
+    RandomNetwork network = dtm_test::MakeJitteredGrid(21, 8, 1.0);
     const auto add = [&network](PNT_3D a, PNT_3D b, PNT_3D c) {
         const int first = static_cast<int>(network.vertices.size());
         network.vertices.push_back(a);
@@ -278,7 +242,7 @@ TEST(SearchIndex, TheLastTrianglesOwnUndefinedAnswerComesBackWhenNoneQualifies) 
     TestProject project;
     // The last triangle, far from the others, snaps to a vertex whose elevation is NaN or
     // undefined: that answer, not UNDEFINED_QUOTE, is the scan's when nothing else qualifies.
-    RandomNetwork network = MakeJitteredGrid(31, 4, 1.0);
+    RandomNetwork network = dtm_test::MakeJitteredGrid(31, 4, 1.0);
     const int first = static_cast<int>(network.vertices.size());
     network.vertices.emplace_back(100.0, 100.0, kNaN);
     network.vertices.emplace_back(101.0, 100.0, 2e200);
@@ -344,7 +308,7 @@ void ApplyRandomChange(CTris& tris, std::mt19937& random) {
 
 TEST(SearchIndex, InsideAnOpenEventEveryChangeIsSeenBeforeTheListenerRuns) {
     TestProject project;
-    const RandomNetwork network = MakeJitteredGrid(41, 12, 20.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(41, 12, 20.0);
     project.Fill(network.vertices, network.triangles);
     CTris& tris = project.Tris();
     tris.CalcOcTree();
@@ -358,7 +322,7 @@ TEST(SearchIndex, InsideAnOpenEventEveryChangeIsSeenBeforeTheListenerRuns) {
 
 TEST(SearchIndex, AcrossClosedEventsTheRebuiltOctreeGuidesTheQuery) {
     TestProject project;
-    const RandomNetwork network = MakeJitteredGrid(43, 12, 20.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(43, 12, 20.0);
     project.Fill(network.vertices, network.triangles);
     CTris& tris = project.Tris();
     std::mt19937 random(78);
@@ -380,7 +344,7 @@ TEST(SearchIndex, AcrossClosedEventsTheRebuiltOctreeGuidesTheQuery) {
 
 TEST(SearchIndex, AppendedTrianglesAreFoundBeforeAndAfterTheIndexIsRebuilt) {
     TestProject project;
-    const RandomNetwork grid = MakeJitteredGrid(51, 16, 5.0);
+    const RandomNetwork grid = dtm_test::MakeJitteredGrid(51, 16, 5.0);
     project.Fill(grid.vertices, grid.triangles);
     CTris& tris = project.Tris();
     tris.CalcOcTree();
@@ -404,7 +368,7 @@ TEST(SearchIndex, AppendedTrianglesAreFoundBeforeAndAfterTheIndexIsRebuilt) {
 TEST(SearchIndex, DeletedSelectionReplacedByAsManyTrianglesIsSeen) {
     // The count ends where it was, so only the positions tell the index that it is stale.
     TestProject project;
-    const RandomNetwork network = MakeJitteredGrid(57, 12, 20.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(57, 12, 20.0);
     project.Fill(network.vertices, network.triangles);
     CTris& tris = project.Tris();
     tris.CalcOcTree();
@@ -424,7 +388,7 @@ TEST(SearchIndex, DeletedSelectionReplacedByAsManyTrianglesIsSeen) {
 
 TEST(SearchIndex, RemoveAllInsideAndOutsideAnEventLeavesNothingToFind) {
     TestProject project;
-    const RandomNetwork network = MakeJitteredGrid(61, 6, 3.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(61, 6, 3.0);
     project.Fill(network.vertices, network.triangles);
     CTris& tris = project.Tris();
     tris.CalcOcTree();
@@ -434,7 +398,7 @@ TEST(SearchIndex, RemoveAllInsideAndOutsideAnEventLeavesNothingToFind) {
         tris.RemoveAll();
         EXPECT_EQ(tris.GetCoordZQ(5.0, 5.0), UNDEFINED_QUOTE);
         // Refilled in the same event with a different network.
-        const RandomNetwork other = MakeJitteredGrid(62, 5, 4.0);
+        const RandomNetwork other = dtm_test::MakeJitteredGrid(62, 5, 4.0);
         for (const PNT_3D& v : other.vertices) tris.AddTriVrt(v);
         for (const TriIndices& t : other.triangles) tris.AddNewTri(1, t[0], t[1], t[2]);
         EXPECT_TRUE(AgreesWithScan(tris, 4001, 2000));
@@ -447,7 +411,7 @@ TEST(SearchIndex, TrianglesRemovedBehindTheNetworksBackAndReplacedAreSeen) {
     // DelSelTris rewrites the triangle array itself; with as many triangles added afterwards the
     // count is the same as before, but the index must still notice.
     TestProject project;
-    const RandomNetwork network = MakeJitteredGrid(71, 10, 2.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(71, 10, 2.0);
     project.Fill(network.vertices, network.triangles);
     CTris& tris = project.Tris();
     tris.CalcOcTree();
@@ -483,7 +447,7 @@ void Load(CTris& tris, const std::string& bytes) {
 
 TEST(SearchIndex, ALoadedNetworkAgreesWithTheScan) {
     TestProject saved;
-    const RandomNetwork network = MakeJitteredGrid(81, 14, 7.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(81, 14, 7.0);
     saved.Fill(network.vertices, network.triangles);
     saved.Tris().CalcOcTree();
     TestProject loaded;

@@ -26,10 +26,13 @@
 #include <vector>
 
 #include "../network/CloudNetworkTestSupport.h"
+#include "Bits.h"
 #include "CCalcIntersectTestAccess.h"
 #include "OcTreeChecker.h"
 
 namespace {
+
+using dtm_test::Bits;
 
 using dtm_test::RandomNetwork;
 using dtm_test::TestProject;
@@ -42,12 +45,6 @@ using Profile = std::vector<TLineProgPnt>;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-
-std::uint64_t Bits(double value) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof(bits));
-    return bits;
-}
 
 bool BitIdentical(const Profile& a, const Profile& b) {
     if (a.size() != b.size()) return false;
@@ -194,33 +191,6 @@ std::string Describe(const LINE_2D& line) {
     return AgreesWithScan(*project.Prj(), Segments(project.Tris(), seed, count));
 }
 
-// A jittered grid cut along random diagonals, its triangles in random order.
-RandomNetwork MakeShuffledGrid(unsigned seed, int cells, double step) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<double> jitter(-0.3, 0.3);
-    RandomNetwork network;
-    for (int row = 0; row <= cells; ++row)
-        for (int column = 0; column <= cells; ++column)
-            network.vertices.emplace_back((column + jitter(random)) * step,
-                                          (row + jitter(random)) * step, row * 0.5 + column);
-    const auto index = [cells](int row, int column) { return row * (cells + 1) + column; };
-    for (int row = 0; row < cells; ++row) {
-        for (int column = 0; column < cells; ++column) {
-            const int a = index(row, column), b = index(row, column + 1);
-            const int c = index(row + 1, column + 1), d = index(row + 1, column);
-            if (random() % 2 == 0) {
-                network.triangles.push_back({a, b, c});
-                network.triangles.push_back({a, c, d});
-            } else {
-                network.triangles.push_back({a, b, d});
-                network.triangles.push_back({b, c, d});
-            }
-        }
-    }
-    std::shuffle(network.triangles.begin(), network.triangles.end(), random);
-    return network;
-}
-
 // The network in two triangle orders: as filled (in the project's first event, which builds no
 // octree), then in the octree's order.
 void ExpectBothOrdersAgree(TestProject& project, unsigned seed, int segmentsPerOrder) {
@@ -231,7 +201,7 @@ void ExpectBothOrdersAgree(TestProject& project, unsigned seed, int segmentsPerO
 
 TEST(ProfileIndex, ShuffledJitteredGridGivesTheScansProfile) {
     TestProject project;
-    const RandomNetwork network = MakeShuffledGrid(1, 30, 3.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(1, 30, 3.0);
     project.Fill(network.vertices, network.triangles);
     ExpectBothOrdersAgree(project, 10, 400);
 }
@@ -268,7 +238,7 @@ TEST(ProfileIndex, LongRunsOfSliversGiveTheScansProfile) {
 
 TEST(ProfileIndex, DegenerateNonFiniteAndDanglingTrianglesGiveTheScansProfile) {
     TestProject project;
-    RandomNetwork network = MakeShuffledGrid(9, 6, 1.0);
+    RandomNetwork network = dtm_test::MakeJitteredGrid(9, 6, 1.0);
     const auto add = [&network](PNT_3D a, PNT_3D b, PNT_3D c) {
         const int first = static_cast<int>(network.vertices.size());
         network.vertices.push_back(a);
@@ -293,7 +263,7 @@ TEST(ProfileIndex, DegenerateNonFiniteAndDanglingTrianglesGiveTheScansProfile) {
 
 TEST(ProfileIndex, InsideAnOpenEventAfterChangesGivesTheScansProfile) {
     TestProject project;
-    const RandomNetwork network = MakeShuffledGrid(11, 12, 5.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(11, 12, 5.0);
     project.Fill(network.vertices, network.triangles);
     CTris& tris = project.Tris();
     tris.CalcOcTree();
@@ -330,7 +300,7 @@ TEST(ProfileIndex, InsideAnOpenEventAfterChangesGivesTheScansProfile) {
 
 TEST(ProfileIndex, AfterRemoveAllAndRefillingGivesTheScansProfile) {
     TestProject project;
-    const RandomNetwork network = MakeShuffledGrid(13, 8, 2.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(13, 8, 2.0);
     project.Fill(network.vertices, network.triangles);
     CTris& tris = project.Tris();
     tris.CalcOcTree();
@@ -342,7 +312,7 @@ TEST(ProfileIndex, AfterRemoveAllAndRefillingGivesTheScansProfile) {
     CCalcIntersect(*project.Prj()).CalcQuotedPnts(line, profile);
     ASSERT_EQ(profile.size(), 2u);
     EXPECT_EQ(profile[0].pnt.z, UNDEFINED_QUOTE);
-    const RandomNetwork other = MakeShuffledGrid(14, 7, 2.5);
+    const RandomNetwork other = dtm_test::MakeJitteredGrid(14, 7, 2.5);
     for (const PNT_3D& v : other.vertices) tris.AddTriVrt(v);
     for (const TriIndices& t : other.triangles) tris.AddNewTri(1, t[0], t[1], t[2]);
     EXPECT_TRUE(AgreesWithScan(project, 201, 300));
@@ -350,7 +320,7 @@ TEST(ProfileIndex, AfterRemoveAllAndRefillingGivesTheScansProfile) {
 
 TEST(ProfileIndex, ALoadedNetworkGivesTheScansProfile) {
     TestProject saved;
-    const RandomNetwork network = MakeShuffledGrid(15, 16, 4.0);
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(15, 16, 4.0);
     saved.Fill(network.vertices, network.triangles);
     saved.Tris().CalcOcTree();
     std::stringbuf written;

@@ -19,11 +19,14 @@
 #include <string>
 #include <vector>
 
+#include "Bits.h"
 #include "TempDir.h"
 
 namespace fs = std::filesystem;
 
 namespace {
+
+using dtm_test::Bits;
 
 std::string ReadBytes(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -35,12 +38,6 @@ std::string ReadBytes(const std::string& path) {
 void WriteBytes(const std::string& path, const std::string& content) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file << content;
-}
-
-std::uint64_t BitsOf(double value) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof(bits));
-    return bits;
 }
 
 std::vector<std::string> FolderEntries(const std::string& folder) {
@@ -212,7 +209,7 @@ TEST_F(IniFileTest, DoublesRoundTripBitExactly) {
     CIniFile reader(m_path);
     for (std::size_t i = 0; i < values.size(); ++i) {
         const double read = reader.GetDouble("Doubles", ("v" + std::to_string(i)).c_str(), 42.0);
-        EXPECT_EQ(BitsOf(read), BitsOf(values[i]))
+        EXPECT_EQ(Bits(read), Bits(values[i]))
             << "seed " << seed << ", value " << i << " = " << values[i];
     }
 }
