@@ -281,16 +281,25 @@ RandomNetwork MakeSmallTriangles(unsigned seed, int triangleCount, double x0, do
         const double y = y0 + size * unit(random);
         const double z = zRange * unit(random);
         const double dz = zRange / 10;
-        const int first = static_cast<int>(network.vertices.size());
-        network.vertices.emplace_back(x, y, z);
-        network.vertices.emplace_back(x + triangleSize * unit(random),
-                                      y + triangleSize * (unit(random) - 0.5),
-                                      z + dz * unit(random));
-        network.vertices.emplace_back(x + triangleSize * (unit(random) - 0.5),
-                                      y + triangleSize * unit(random), z - dz * unit(random));
-        network.triangles.push_back({first, first + 1, first + 2});
+        // One draw per statement: the order of a call's arguments is not fixed, and the
+        // network must be the same whatever the compiler.
+        const double bx = x + triangleSize * unit(random);
+        const double by = y + triangleSize * (unit(random) - 0.5);
+        const double bz = z + dz * unit(random);
+        const double cx = x + triangleSize * (unit(random) - 0.5);
+        const double cy = y + triangleSize * unit(random);
+        const double cz = z - dz * unit(random);
+        AppendTriangle(network, PNT_3D(x, y, z), PNT_3D(bx, by, bz), PNT_3D(cx, cy, cz));
     }
     return network;
+}
+
+void AppendTriangle(RandomNetwork& network, const PNT_3D& a, const PNT_3D& b, const PNT_3D& c) {
+    const int first = static_cast<int>(network.vertices.size());
+    network.vertices.push_back(a);
+    network.vertices.push_back(b);
+    network.vertices.push_back(c);
+    network.triangles.push_back({first, first + 1, first + 2});
 }
 
 RandomNetwork MakeJitteredGrid(unsigned seed, int cells, double step) {
@@ -329,12 +338,13 @@ void AppendSlivers(RandomNetwork& network, unsigned seed, int count) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     for (int i = 0; i < count; ++i) {
-        const int first = static_cast<int>(network.vertices.size());
         const double y = 100.0 * unit(random);
-        network.vertices.emplace_back(10.0 + 30.0 * unit(random), y, 5.0);
-        network.vertices.emplace_back(60.0 + 30.0 * unit(random), y + 2.0 * unit(random), 6.0);
-        network.vertices.emplace_back(55.0 + unit(random), y + 1.0 + unit(random), 7.0);
-        network.triangles.push_back({first, first + 1, first + 2});
+        const double ax = 10.0 + 30.0 * unit(random);
+        const double bx = 60.0 + 30.0 * unit(random);
+        const double by = y + 2.0 * unit(random);
+        const double cx = 55.0 + unit(random);
+        const double cy = y + 1.0 + unit(random);
+        AppendTriangle(network, PNT_3D(ax, y, 5.0), PNT_3D(bx, by, 6.0), PNT_3D(cx, cy, 7.0));
     }
 }
 

@@ -76,6 +76,10 @@ RandomNetwork MakeGridNetwork(int n, double x0, double y0, double step);
 RandomNetwork MakeSmallTriangles(unsigned seed, int triangleCount, double x0, double y0,
                                  double size, double triangleSize, double zRange);
 
+/// Appends the triangle a, b, c to @p network with three vertices of its own.
+void AppendTriangle(RandomNetwork& network, const kor::geom::PNT_3D& a, const kor::geom::PNT_3D& b,
+                    const kor::geom::PNT_3D& c);
+
 /// A grid of (cells + 1)² vertices spaced @p step and jittered by up to 0.3 of it, z from a
 /// smooth surface, each cell cut along a random diagonal, the triangles then shuffled so that
 /// the array order owes nothing to the plan position. Fixed by @p seed.

@@ -210,11 +210,7 @@ TEST(SearchIndex, DegenerateNonFiniteAndDanglingTrianglesAgreeWithTheScan) {
     TestProject project;
     RandomNetwork network = dtm_test::MakeJitteredGrid(21, 8, 1.0);
     const auto add = [&network](PNT_3D a, PNT_3D b, PNT_3D c) {
-        const int first = static_cast<int>(network.vertices.size());
-        network.vertices.push_back(a);
-        network.vertices.push_back(b);
-        network.vertices.push_back(c);
-        network.triangles.push_back({first, first + 1, first + 2});
+        dtm_test::AppendTriangle(network, a, b, c);
     };
     add(PNT_3D(2, 2, 1), PNT_3D(4, 4, 2), PNT_3D(6, 6, 3));                  // collinear
     add(PNT_3D(3, 3, 1), PNT_3D(3, 3, 2), PNT_3D(3, 3, 3));                  // one point
@@ -243,11 +239,8 @@ TEST(SearchIndex, TheLastTrianglesOwnUndefinedAnswerComesBackWhenNoneQualifies) 
     // The last triangle, far from the others, snaps to a vertex whose elevation is NaN or
     // undefined: that answer, not UNDEFINED_QUOTE, is the scan's when nothing else qualifies.
     RandomNetwork network = dtm_test::MakeJitteredGrid(31, 4, 1.0);
-    const int first = static_cast<int>(network.vertices.size());
-    network.vertices.emplace_back(100.0, 100.0, kNaN);
-    network.vertices.emplace_back(101.0, 100.0, 2e200);
-    network.vertices.emplace_back(100.0, 101.0, 1.0);
-    network.triangles.push_back({first, first + 1, first + 2});
+    dtm_test::AppendTriangle(network, PNT_3D(100.0, 100.0, kNaN), PNT_3D(101.0, 100.0, 2e200),
+                             PNT_3D(100.0, 101.0, 1.0));
     project.Fill(network.vertices, network.triangles);
     const CTris& tris = project.Tris();
     for (int form = 0; form < 2; ++form) {

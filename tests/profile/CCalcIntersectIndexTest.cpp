@@ -240,11 +240,7 @@ TEST(ProfileIndex, DegenerateNonFiniteAndDanglingTrianglesGiveTheScansProfile) {
     TestProject project;
     RandomNetwork network = dtm_test::MakeJitteredGrid(9, 6, 1.0);
     const auto add = [&network](PNT_3D a, PNT_3D b, PNT_3D c) {
-        const int first = static_cast<int>(network.vertices.size());
-        network.vertices.push_back(a);
-        network.vertices.push_back(b);
-        network.vertices.push_back(c);
-        network.triangles.push_back({first, first + 1, first + 2});
+        dtm_test::AppendTriangle(network, a, b, c);
     };
     add(PNT_3D(1, 1, 1), PNT_3D(3, 3, 2), PNT_3D(5, 5, 3));
     add(PNT_3D(2, 2, 1), PNT_3D(2, 2, 2), PNT_3D(2, 2, 3));
