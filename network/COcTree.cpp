@@ -94,6 +94,47 @@ RECT_3D WholeSpace() {
     return RECT_3D(PNT_3D(-inf, -inf, -inf), PNT_3D(inf, inf, inf));
 }
 
+// The box of the vertices of runs of triangles, as a subtree's bound: a vertex that does not
+// exist, or a coordinate that is not finite, makes it unbounded, since no finite box can then
+// stand for the subtree. The box and the two findings stay in locals while the passes over
+// millions of triangles run, instead of going back to memory after every vertex, and whether
+// any coordinate was not finite is found without a branch: x − x is 0 for a finite x and NaN
+// for an infinite or NaN one, so a sum of them stays 0 exactly while every one was finite.
+class CRunBox {
+public:
+    CRunBox(const std::vector<PNT_3D>& vertices, const RECT_3D& start) noexcept
+        : m_vertices(vertices.data()), m_vertexCount(vertices.size()), m_box(start) {}
+
+    void IncludeTriangle(const std::int32_t (&indices)[3]) noexcept {
+        for (const std::int32_t index : indices) IncludeVertex(index);
+    }
+    void IncludeTriangle(const CTri& tri) noexcept {
+        for (int k = 0; k < 3; ++k) IncludeVertex(tri.GetVerIndex(k));
+    }
+    RECT_3D Box() const noexcept {
+        return m_everyVertexExists && m_nonFinite == 0.0 ? m_box : WholeSpace();
+    }
+
+private:
+    void IncludeVertex(std::int32_t index) noexcept {
+        // A negative index turns into one past any array.
+        const auto position = static_cast<std::size_t>(static_cast<std::uint32_t>(index));
+        if (position >= m_vertexCount) {
+            m_everyVertexExists = false;
+            return;
+        }
+        const PNT_3D& vertex = m_vertices[position];
+        m_nonFinite += (vertex.x - vertex.x) + (vertex.y - vertex.y) + (vertex.z - vertex.z);
+        m_box.updateRegion(vertex);
+    }
+
+    const PNT_3D* m_vertices;
+    std::size_t m_vertexCount;
+    RECT_3D m_box;
+    bool m_everyVertexExists = true;
+    double m_nonFinite = 0.0;
+};
+
 void Merge(RECT_3D& box, const RECT_3D& other) {
     if (other.IsEmpty()) return;
     box.updateRegion(other.min);
@@ -263,9 +304,12 @@ PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept {
 
 namespace {
 
+// The empty volatile statement keeps the hint: GCC finds a function that only prefetches free of
+// side effects and drops every call to it, and with them the hints of the passes below.
 void Prefetch(const void* address) noexcept {
 #if defined(__GNUC__) || defined(__clang__)
     __builtin_prefetch(address);
+    __asm__ __volatile__("");
 #else
     (void)address;
 #endif
@@ -441,7 +485,7 @@ void COcTree::Build() {
         WorkEntry entry{tris[i], {}};
         for (int k = 0; k < 3; ++k) {
             entry.vertex[k] = entry.tri->GetVerIndex(k);
-            box.updateRegion(NetworkVertex(*m_owner, entry.vertex[k]));
+            box.updateRegion(VertexAt(m_owner->m_vertices, entry.vertex[k]));
         }
         state.entries[0].push_back(entry);
     }
@@ -493,11 +537,11 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
     constexpr std::size_t kKeyCount = 1 + kOctantCount;
     std::array<std::size_t, kKeyCount> runSizes{};
     const std::size_t end = begin + count;
+    const std::vector<PNT_3D>& points = m_owner->m_vertices;
     for (std::size_t i = begin; i < end; ++i) {
         const WorkEntry& entry = source[i];
-        const PNT_3D v[3] = {NetworkVertex(*m_owner, entry.vertex[0]),
-                             NetworkVertex(*m_owner, entry.vertex[1]),
-                             NetworkVertex(*m_owner, entry.vertex[2])};
+        const PNT_3D v[3] = {VertexAt(points, entry.vertex[0]), VertexAt(points, entry.vertex[1]),
+                             VertexAt(points, entry.vertex[2])};
         const int key = Straddles(v, centre) ? 0 : 1 + OctantOf(v[0], centre);
         state.keys[i] = static_cast<std::uint8_t>(key);
         ++runSizes[static_cast<std::size_t>(key)];
@@ -515,13 +559,12 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
     box.initRegion();
     // A run whose triangles stay where they are now: the node's own, or a leaf's.
     const auto settle = [&](std::size_t first, std::size_t n) {
+        CRunBox runBox(m_owner->m_vertices, box);
         for (std::size_t i = first; i < first + n; ++i) {
             state.order[i] = sorted[i].tri;
-            const PNT_3D v[3] = {NetworkVertex(*m_owner, sorted[i].vertex[0]),
-                                 NetworkVertex(*m_owner, sorted[i].vertex[1]),
-                                 NetworkVertex(*m_owner, sorted[i].vertex[2])};
-            IncludeVertices(box, v);
+            runBox.IncludeTriangle(sorted[i].vertex);
         }
+        box = runBox.Box();
     };
     settle(begin, runSizes[0]);
 
@@ -634,26 +677,12 @@ void COcTree::IncludeRun(RECT_3D& box, std::int32_t first, std::int32_t count) c
     const std::vector<CTri*>& tris = m_owner->m_tris;
     const std::vector<PNT_3D>& points = m_owner->m_vertices;
     const auto [begin, end] = ClampRun(first, count, static_cast<std::int64_t>(tris.size()));
+    CRunBox runBox(points, box);
     for (std::int64_t i = begin; i < end; ++i) {
         PrefetchTriangle(tris, points, static_cast<std::size_t>(i));
-        const CTri& tri = *tris[static_cast<std::size_t>(i)];
-        const PNT_3D vertices[3] = {VertexAt(points, tri.GetVerIndex(0)),
-                                    VertexAt(points, tri.GetVerIndex(1)),
-                                    VertexAt(points, tri.GetVerIndex(2))};
-        IncludeVertices(box, vertices);
+        runBox.IncludeTriangle(*tris[static_cast<std::size_t>(i)]);
     }
-}
-
-// Widens @p box by a triangle's vertices; one that is not finite (or does not exist) makes it
-// unbounded, since no finite box can then stand for the subtree.
-void COcTree::IncludeVertices(RECT_3D& box, const PNT_3D (&vertices)[3]) {
-    for (const PNT_3D& vertex : vertices) {
-        if (!IsFinitePoint(vertex)) {
-            box = WholeSpace();
-            return;
-        }
-        box.updateRegion(vertex);
-    }
+    box = runBox.Box();
 }
 
 template <class Filter>

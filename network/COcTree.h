@@ -213,7 +213,6 @@ private:
     void ComputeBounds();
     kor::geom::RECT_3D BoundNode(COcTreeNode& node);
     void IncludeRun(kor::geom::RECT_3D& box, std::int32_t first, std::int32_t count) const;
-    static void IncludeVertices(kor::geom::RECT_3D& box, const kor::geom::PNT_3D (&vertices)[3]);
     template <class Filter>
     void Walk(const COcTreeNode& node, int depth, Filter& filter,
               ITriOcTreeListener& listener) const;

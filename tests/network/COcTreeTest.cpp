@@ -865,6 +865,10 @@ TEST(OcTreeBounds, BoxesFoundWhileBuildingHoldTheVerticesBelowAndMatchAssignedOn
     withMissing.triangles.push_back({0, 1, -3});
     withMissing.vertices.emplace_back(std::numeric_limits<double>::infinity(), 3.0, 1.0);
     withMissing.triangles.push_back({2, 3, static_cast<int>(withMissing.vertices.size()) - 1});
+    withMissing.vertices.emplace_back(4.0, 5.0, std::numeric_limits<double>::quiet_NaN());
+    withMissing.triangles.push_back({static_cast<int>(withMissing.vertices.size()) - 1, 5, 6});
+    withMissing.vertices.emplace_back(4.0, -std::numeric_limits<double>::infinity(), 2.0);
+    withMissing.triangles.push_back({7, static_cast<int>(withMissing.vertices.size()) - 1, 8});
     for (const RandomNetwork& network :
          {MakeGridNetwork(30, 100.3, -200.7, 1.3),
           MakeSmallTriangles(72, 2000, 5e5, 5e6, 300, 2, 9), withMissing}) {
