@@ -302,38 +302,6 @@ PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept {
     return NetworkVertex(tris, tri.GetVerIndex(k));
 }
 
-namespace {
-
-// The empty volatile statement keeps the hint: GCC finds a function that only prefetches free of
-// side effects and drops every call to it, and with them the hints of the passes below.
-void Prefetch(const void* address) noexcept {
-#if defined(__GNUC__) || defined(__clang__)
-    __builtin_prefetch(address);
-    __asm__ __volatile__("");
-#else
-    (void)address;
-#endif
-}
-
-}  // namespace
-
-void PrefetchTriangle(const std::vector<CTri*>& triangles, const std::vector<PNT_3D>& vertices,
-                      std::size_t position, bool withVertices) noexcept {
-    // Two stages: the triangle object far ahead, and the vertices of one nearer, whose object
-    // has arrived by then and tells where they are.
-    constexpr std::size_t kObjectAhead = 32;
-    constexpr std::size_t kVerticesAhead = 16;
-    const std::size_t count = triangles.size();
-    if (position + kObjectAhead < count) Prefetch(triangles[position + kObjectAhead]);
-    if (withVertices && position + kVerticesAhead < count) {
-        const CTri& ahead = *triangles[position + kVerticesAhead];
-        for (int k = 0; k < 3; ++k) {
-            const auto index = static_cast<std::size_t>(ahead.GetVerIndex(k));
-            if (index < vertices.size()) Prefetch(&vertices[index]);
-        }
-    }
-}
-
 // ---- COcTreeNode ---------------------------------------------------------------------------
 
 // Sub-nodes are placed in the block right after leaf entries; both sizes must keep the next

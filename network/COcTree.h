@@ -6,6 +6,8 @@
 
 #include "network/ITriOcTreeListener.h"
 
+#include <dtm/network/CTri.h>
+
 #include <dtm/support/Geom.h>
 
 #include <cstddef>
@@ -14,7 +16,6 @@
 #include <memory>
 #include <vector>
 
-class CTri;
 class CTris;
 
 /// Vertex @p vertexIndex of @p tris, or a point whose coordinates are all NaN when the index
@@ -37,14 +38,40 @@ inline kor::geom::PNT_3D VertexAt(const std::vector<kor::geom::PNT_3D>& vertices
 /// Vertex @p k (0..2) of triangle @p tri of @p tris, as NetworkVertex.
 kor::geom::PNT_3D NetworkVertex(const CTris& tris, const CTri& tri, int k) noexcept;
 
+/// Asks the processor for the line holding @p address, without waiting for it.
+inline void Prefetch(const void* address) noexcept {
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(address);
+    // GCC finds a function that only prefetches free of side effects and may drop every call
+    // to it, and with them the hints; the empty volatile statement keeps them.
+    __asm__ __volatile__("");
+#else
+    (void)address;
+#endif
+}
+
 /// Asks the processor for the triangles of @p triangles some positions after @p position, and (with
 /// @p withVertices) their vertices, ahead of a pass that reads them in array order: the triangle
 /// objects lie where they were created and their vertices where the host put them, so a pass
 /// that waited for each in turn would spend its time waiting for memory. Only a hint; reads
-/// nothing it must not.
-void PrefetchTriangle(const std::vector<CTri*>& triangles,
-                      const std::vector<kor::geom::PNT_3D>& vertices, std::size_t position,
-                      bool withVertices = true) noexcept;
+/// nothing it must not. Inline, as it runs once per triangle of such a pass.
+inline void PrefetchTriangle(const std::vector<CTri*>& triangles,
+                             const std::vector<kor::geom::PNT_3D>& vertices, std::size_t position,
+                             bool withVertices = true) noexcept {
+    // Two stages: the triangle object far ahead, and the vertices of one nearer, whose object
+    // has arrived by then and tells where they are.
+    constexpr std::size_t kObjectAhead = 32;
+    constexpr std::size_t kVerticesAhead = 16;
+    const std::size_t count = triangles.size();
+    if (position + kObjectAhead < count) Prefetch(triangles[position + kObjectAhead]);
+    if (withVertices && position + kVerticesAhead < count) {
+        const CTri& ahead = *triangles[position + kVerticesAhead];
+        for (int k = 0; k < 3; ++k) {
+            const auto index = static_cast<std::size_t>(ahead.GetVerIndex(k));
+            if (index < vertices.size()) Prefetch(&vertices[index]);
+        }
+    }
+}
 
 /// A leaf entry of a node's child block: @p count triangles from position @p first of the
 /// network's triangle array.
