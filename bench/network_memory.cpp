@@ -1,6 +1,7 @@
 // The memory a loaded network of about 10^6 triangles takes: the growth of the process's peak
 // resident memory while a fresh process reads the network's section from a file, then after the
-// first elevation query and the first profile (which build the network's search index).
+// first elevation query and the first profile (which build the network's search index) and
+// after the first edge search (whose octree traversal finds the boxes of the tree's nodes).
 //
 // Each figure comes from a child process started for the purpose (this program, run again with
 // --dtm-memory-child), so that nothing the measuring process did before (building the network,
@@ -44,8 +45,9 @@ long long StatusBytes(const char* key) {
     return kib < 0 ? -1 : kib * 1024;
 }
 
-// The child: reads the section from @p path into a fresh project and prints three figures, the
-// peak growth after the load, after a query and after a profile, in bytes per triangle.
+// The child: reads the section from @p path into a fresh project and prints four figures, the
+// peak growth after the load, after a query, after a profile and after an edge search, in bytes
+// per triangle.
 int RunChild(const char* path) {
     auto prj = dtm_bench::ProjectPtr::Adopt(new CDtmPrj(nullptr, "Memory", true, false));
     { kor::CEventGuard arm(prj->GetContext()); }
@@ -69,7 +71,12 @@ int RunChild(const char* path) {
         kor::geom::LINE_2D(kor::geom::PNT_2D(1503.7, 2011.3), kor::geom::PNT_2D(5396.7, 4404.5)),
         profile);
     const double profiled = static_cast<double>(StatusBytes("VmHWM:") - before) / triangles;
-    std::printf("%.0f %.3f %.3f %.3f\n", triangles, loaded, queried, profiled);
+    int tri1 = 0, tri2 = 0, edgeStart = 0, edgeEnd = 0, opposite1 = 0, opposite2 = 0;
+    volatile bool found = tris.FindTri(kor::geom::PNT_2D(3003.0, 2007.0), 0.5, tri1, tri2,
+                                       edgeStart, edgeEnd, opposite1, opposite2);
+    (void)found;
+    const double searched = static_cast<double>(StatusBytes("VmHWM:") - before) / triangles;
+    std::printf("%.0f %.3f %.3f %.3f %.3f\n", triangles, loaded, queried, profiled, searched);
     return 0;
 }
 
@@ -94,7 +101,7 @@ const std::string& SectionFile() {
 }
 
 struct TFigures {
-    double triangles = 0, loaded = 0, queried = 0, profiled = 0;
+    double triangles = 0, loaded = 0, queried = 0, profiled = 0, searched = 0;
 };
 
 // Runs this program as a child on the section file and reads its figures.
@@ -123,8 +130,8 @@ bool MeasureInChild(TFigures& figures) {
     int status = 0;
     waitpid(child, &status, 0);
     return WIFEXITED(status) && WEXITSTATUS(status) == 0 &&
-           std::sscanf(text, "%lf %lf %lf %lf", &figures.triangles, &figures.loaded,
-                       &figures.queried, &figures.profiled) == 4;
+           std::sscanf(text, "%lf %lf %lf %lf %lf", &figures.triangles, &figures.loaded,
+                       &figures.queried, &figures.profiled, &figures.searched) == 5;
 }
 
 TFigures g_figures;
@@ -140,6 +147,7 @@ void LoadedNetworkMemory(benchmark::State& state) {
     state.counters["B_per_tri_loaded"] = g_figures.loaded;
     state.counters["B_per_tri_queried"] = g_figures.queried;
     state.counters["B_per_tri_profiled"] = g_figures.profiled;
+    state.counters["B_per_tri_searched"] = g_figures.searched;
 }
 BENCHMARK(LoadedNetworkMemory)->Iterations(1)->Unit(benchmark::kMillisecond);
 
@@ -158,6 +166,7 @@ int main(int argc, char** argv) {
                     g_figures.loaded);
         std::printf("  after the first elevation query (index)     %8.1f\n", g_figures.queried);
         std::printf("  after the first profile                     %8.1f\n", g_figures.profiled);
+        std::printf("  after the first edge search (octree boxes)  %8.1f\n", g_figures.searched);
     }
     benchmark::Shutdown();
     if (!SectionFile().empty()) std::remove(SectionFile().c_str());

@@ -426,6 +426,7 @@ const COcTree& COcTree::Of(const CTris& tris) noexcept {
 void COcTree::Clear() noexcept {
     m_root.reset();
     m_bounds.clear();
+    m_boundsStamp.reset();
     m_geometry = {UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE,
                   UNDEFINED_QUOTE, UNDEFINED_QUOTE, UNDEFINED_QUOTE};
 }
@@ -435,7 +436,6 @@ void COcTree::Assign(const TOcTreeGeometry& geometry, std::unique_ptr<COcTreeNod
     if (!root) return;
     m_geometry = geometry;
     m_root = std::move(root);
-    ComputeBounds();
 }
 
 void COcTree::Build() {
@@ -484,6 +484,8 @@ void COcTree::Build() {
     m_geometry = {centre.x, centre.y, centre.z, side, extent.x, extent.y, extent.z};
     m_root = std::move(root);
     m_bounds.swap(bounds);
+    // Taken after the reorder was noted: the boxes answer for the array as it is now.
+    m_boundsStamp = TShapeStamp::Of(*m_owner);
 }
 
 // Builds @p node over the run [begin, begin + count) of state.entries[from] and returns the box
@@ -612,7 +614,22 @@ RECT_3D COcTree::TBound::ToRect() const noexcept {
     return RECT_3D(PNT_3D(minX, minY, minZ), PNT_3D(maxX, maxY, maxZ));
 }
 
-void COcTree::ComputeBounds() {
+RECT_3D COcTree::GetNodeBound(const COcTreeNode& node) const {
+    EnsureBounds();
+    return m_bounds.at(static_cast<std::size_t>(node.m_boundIndex)).ToRect();
+}
+
+void COcTree::EnsureBounds() const {
+    if (!m_root) return;
+    const TShapeStamp now = TShapeStamp::Of(*m_owner);
+    if (m_boundsStamp && *m_boundsStamp == now) return;
+    ComputeBounds();
+    m_boundsStamp = now;
+}
+
+void COcTree::ComputeBounds() const {
+    // Forgotten first, so that boxes left half found by a failed allocation are found again.
+    m_boundsStamp.reset();
     m_bounds.clear();
     if (!m_root) return;
     // Sized once: a tree of millions of triangles has tens of thousands of nodes, and growing
@@ -621,7 +638,9 @@ void COcTree::ComputeBounds() {
     BoundNode(*m_root);
 }
 
-RECT_3D COcTree::BoundNode(COcTreeNode& node) {
+// Numbers the nodes in pre-order, as Build does, so that finding the boxes again gives every
+// node the index it had.
+RECT_3D COcTree::BoundNode(COcTreeNode& node) const {
     const std::size_t index = m_bounds.size();
     node.m_boundIndex = static_cast<std::int32_t>(index);
     m_bounds.emplace_back();
@@ -684,6 +703,7 @@ void COcTree::Walk(const COcTreeNode& node, int depth, Filter& filter,
 
 template <class Filter>
 void COcTree::Traverse(Filter& filter, ITriOcTreeListener& listener) const {
+    EnsureBounds();
     if (m_root) Walk(*m_root, 0, filter, listener);
     listener.Flush();
 }

@@ -5,6 +5,7 @@
 /// contiguous runs of the network's triangle array.
 
 #include "network/ITriOcTreeListener.h"
+#include "network/TShapeStamp.h"
 
 #include <dtm/network/CTri.h>
 
@@ -14,6 +15,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class CTris;
@@ -168,7 +170,12 @@ struct TOcTreeGeometry {
 /// Besides the persistent structure, the tree keeps for each node the box of the vertices of
 /// all triangles below it. The traversals prune with these boxes rather than with the cubes:
 /// a triangle whose vertex 0 lies exactly on a centre plane is filed on the high side but may
-/// reach across the plane, out of its cube, so a cube does not bound what lies below it.
+/// reach across the plane, out of its cube, so a cube does not bound what lies below it. The
+/// boxes are derived data: a traversal finds them again first when the network's triangles
+/// changed shape since they were found (a vertex moved inside an open change event, before
+/// the listener rebuilds the tree; a triangle given other vertices without notification), so
+/// that what it hands over always answers for the vertices as they are. A tree read from a
+/// file gets its boxes at its first traversal.
 class COcTree {
 public:
     /// An empty tree over @p owner's triangles (borrowed: the network owns the tree).
@@ -189,7 +196,8 @@ public:
     void Clear() noexcept;
     /// Replaces the tree by @p root (may be null: an empty tree) placed by @p geometry, as the
     /// network's file section reads it. The runs are taken as they are; a run reaching past the
-    /// end of the triangle array is cut there by the traversals.
+    /// end of the triangle array is cut there by the traversals. The node boxes are left to the
+    /// first traversal.
     void Assign(const TOcTreeGeometry& geometry, std::unique_ptr<COcTreeNode> root);
 
     /// True when the tree has a root.
@@ -208,9 +216,7 @@ public:
     /// traversals prune with it: empty for a subtree without triangles, unbounded when one of
     /// them has a coordinate that is not finite or a vertex that does not exist, and otherwise
     /// the vertices' box rounded outwards to single precision.
-    kor::geom::RECT_3D GetNodeBound(const COcTreeNode& node) const {
-        return m_bounds.at(static_cast<std::size_t>(node.m_boundIndex)).ToRect();
-    }
+    kor::geom::RECT_3D GetNodeBound(const COcTreeNode& node) const;
 
     /// Hands over to @p listener every triangle that has an edge passing at plan distance less
     /// than @p tol from @p p, possibly with other triangles of the same neighbourhood (the
@@ -237,8 +243,9 @@ private:
     kor::geom::RECT_3D BuildNode(COcTreeNode& node, int from, std::size_t begin, std::size_t count,
                                  const kor::geom::PNT_3D& centre, double side, int depth,
                                  BuildState& state);
-    void ComputeBounds();
-    kor::geom::RECT_3D BoundNode(COcTreeNode& node);
+    void EnsureBounds() const;
+    void ComputeBounds() const;
+    kor::geom::RECT_3D BoundNode(COcTreeNode& node) const;
     void IncludeRun(kor::geom::RECT_3D& box, std::int32_t first, std::int32_t count) const;
     template <class Filter>
     void Walk(const COcTreeNode& node, int depth, Filter& filter,
@@ -254,8 +261,11 @@ private:
     TOcTreeGeometry m_geometry;
     std::int32_t m_leafRecordSize;
     std::int32_t m_nodeRecordSize;
-    // Box of each node's subtree, indexed by COcTreeNode::m_boundIndex; rebuilt whenever the
-    // structure is (Build, Assign). Kept in single precision, rounded outwards, which halves
+    // Box of each node's subtree, indexed by COcTreeNode::m_boundIndex: found by Build with
+    // the structure, else by the first traversal after Assign or after the network's triangles
+    // changed shape (m_boundsStamp is then empty or differs from the network's stamp); hence
+    // mutable, as the search index of the network's const queries is. Kept in single precision,
+    // rounded outwards, which halves
     // what the boxes of a large tree take: a traversal prunes with them but tests every
     // triangle it hands over on its own, and a box that holds the true box never prunes a
     // subtree that the true box would keep (the plane test is monotone in each coordinate, so a
@@ -265,5 +275,7 @@ private:
         static TBound Of(const kor::geom::RECT_3D& box) noexcept;
         kor::geom::RECT_3D ToRect() const noexcept;
     };
-    std::vector<TBound> m_bounds;
+    mutable std::vector<TBound> m_bounds;
+    // The network's stamp when m_bounds was found; false has_value while there are none.
+    mutable std::optional<TShapeStamp> m_boundsStamp;
 };

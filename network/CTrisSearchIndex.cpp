@@ -5,7 +5,6 @@
 #include <dtm/support/Tolerances.h>
 
 #include "network/COcTree.h"
-#include "network/CTriShapeEpoch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -79,17 +78,6 @@ std::size_t TailLimit(std::size_t covered) {
 
 }  // namespace
 
-TShapeStamp CTrisSearchIndex::StampOf(const CTris& tris) noexcept {
-    TShapeStamp stamp;
-    stamp.version = tris.m_geometryVersion;
-    stamp.epoch = dtm::detail::TriangleShapeEpoch();
-    stamp.vertexBase = static_cast<std::int64_t>(tris.m_vertices.size()) -
-                       static_cast<std::int64_t>(tris.m_appendedVertices);
-    stamp.triBase = static_cast<std::int64_t>(tris.m_tris.size()) -
-                    static_cast<std::int64_t>(tris.m_appendedTris);
-    return stamp;
-}
-
 const CTrisSearchIndex& CTrisSearchIndex::Of(const CTris& tris) {
     std::unique_ptr<CTrisSearchIndex>& index = tris.m_searchIndex;
     if (!index || !index->IsCurrentFor(tris)) {
@@ -101,7 +89,7 @@ const CTrisSearchIndex& CTrisSearchIndex::Of(const CTris& tris) {
 }
 
 CTrisSearchIndex::CTrisSearchIndex(const CTris& tris)
-    : m_tris(&tris), m_stamp(StampOf(tris)), m_covered(tris.m_tris.size()) {
+    : m_tris(&tris), m_stamp(TShapeStamp::Of(tris)), m_covered(tris.m_tris.size()) {
     const std::vector<CTri*>& triangles = tris.m_tris;
     m_grid.Build(
         m_covered,
@@ -114,7 +102,7 @@ CTrisSearchIndex::CTrisSearchIndex(const CTris& tris)
 
 bool CTrisSearchIndex::IsCurrentFor(const CTris& tris) const noexcept {
     const std::size_t count = tris.m_tris.size();
-    return StampOf(tris) == m_stamp && count >= m_covered &&
+    return TShapeStamp::Of(tris) == m_stamp && count >= m_covered &&
            count - m_covered <= TailLimit(m_covered);
 }
 

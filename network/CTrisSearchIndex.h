@@ -6,30 +6,13 @@
 #include <dtm/support/Geom.h>
 
 #include "network/CPlanGrid.h"
+#include "network/TShapeStamp.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 class CTris;
-
-/// What a network's search index was built from. Two equal stamps mean that since the first
-/// one was taken, triangles and vertices were at most appended through the network's own
-/// operations: no triangle changed shape or place in the array.
-struct TShapeStamp {
-    std::uint64_t version = 0;  ///< CTris::m_geometryVersion
-    std::uint64_t epoch = 0;    ///< TriangleShapeEpoch()
-    /// Counts less the appends the network made itself: they move only when an array changed
-    /// size behind the network's back (a friend that erased or inserted).
-    std::int64_t vertexBase = 0;
-    std::int64_t triBase = 0;
-
-    bool operator==(const TShapeStamp& other) const noexcept {
-        return version == other.version && epoch == other.epoch && vertexBase == other.vertexBase &&
-               triBase == other.triBase;
-    }
-    bool operator!=(const TShapeStamp& other) const noexcept { return !(*this == other); }
-};
 
 /// A spatial index over a network's triangles that yields, for a plan point or a plan segment,
 /// a superset of the triangles that can take part in the answer, in ascending array order.
@@ -70,8 +53,6 @@ public:
     /// The index of @p tris, first built or rebuilt when the network changed since. The
     /// reference stays valid until the next change of the network.
     static const CTrisSearchIndex& Of(const CTris& tris);
-    /// The stamp of @p tris now.
-    static TShapeStamp StampOf(const CTris& tris) noexcept;
 
     CTrisSearchIndex(const CTrisSearchIndex&) = delete;
     CTrisSearchIndex& operator=(const CTrisSearchIndex&) = delete;

@@ -1,6 +1,7 @@
 #include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmPrj.h>
+#include <dtm/support/Events.h>
 #include <dtm/support/Tolerances.h>
 
 #include "network/COcTree.h"
@@ -632,6 +633,101 @@ TEST(OcTreeTraversal, PlanPointWithoutPositiveToleranceHandsOverNothing) {
         indexed.Tree().TraversePlanPoint(PNT_2D(1, 1), tol, listener);
         EXPECT_TRUE(listener.handed.empty());
         EXPECT_EQ(listener.flushes, 1);
+    }
+}
+
+// ---- Traversals after the vertices changed ---------------------------------------------------
+
+namespace {
+
+// Every traversal answers for the vertices the network holds now, whatever they were when the
+// tree was built: the slice at each of @p levels, random clip planes, and plan points at
+// @p points.
+void ExpectTraversalsFollowTheCurrentVertices(const IndexedNetwork& indexed, const NetworkCase& c,
+                                              const std::vector<double>& levels,
+                                              const std::vector<PNT_2D>& points) {
+    const CTris& tris = indexed.Tris();
+    for (const double z : levels) {
+        SCOPED_TRACE(c.name + ", slice at " + std::to_string(z));
+        RecordingListener listener(tris);
+        indexed.Tree().TraverseSlice(z, listener);
+        EXPECT_EQ(listener.handed, ExpectedSlice(tris, z));
+    }
+    std::mt19937 random(61);
+    for (int round = 0; round < 20; ++round) {
+        SCOPED_TRACE(c.name + ", planes " + std::to_string(round));
+        const std::vector<PLANE_3D> planes =
+            RandomPlanes(random, 1 + round % 3, c.x0, c.y0, 4 * c.size, 20 * c.zRange);
+        RecordingListener listener(tris);
+        indexed.Tree().TraversePlanes(planes, listener);
+        EXPECT_EQ(listener.handed, ExpectedUnculled(tris, planes));
+    }
+    for (const PNT_2D& p : points) {
+        SCOPED_TRACE(c.name + " at (" + std::to_string(p.x) + ", " + std::to_string(p.y) + ")");
+        RecordingListener listener(tris);
+        indexed.Tree().TraversePlanPoint(p, 0.5, listener);
+        for (int tri = 0; tri < tris.GetNoTris(); ++tri) {
+            if (HasMatchingEdge(tris, tri, p, 0.5)) {
+                EXPECT_TRUE(std::binary_search(listener.handed.begin(), listener.handed.end(), tri))
+                    << "triangle " << tri << " was not handed over";
+            }
+        }
+    }
+}
+
+}  // namespace
+
+TEST(OcTreeTraversal, TraversalsInsideAnEventFollowVerticesMovedSinceTheBuild) {
+    for (const NetworkCase& c : TraversalCases()) {
+        IndexedNetwork indexed(c.network);
+        CTris& tris = indexed.Tris();
+        // Still inside the event: the listener has not rebuilt the tree.
+        kor::CEventGuard event(tris.GetContext());
+        std::vector<double> levels;
+        std::vector<PNT_2D> points;
+        for (int i = 0; i < 12; ++i) {
+            const int vertex = (i * 53) % tris.GetNoTriVrts();
+            const PNT_3D before = tris.GetTriVrtAt(vertex);
+            const PNT_3D after(before.x + 3 * c.size, before.y - 2 * c.size,
+                               before.z + (i % 2 ? 10 : -10) * c.zRange);
+            tris.SetTriVrtAt(vertex, after);
+            levels.push_back(after.z);
+            levels.push_back((before.z + after.z) / 2);
+            points.emplace_back((before.x + after.x) / 2, (before.y + after.y) / 2);
+            points.emplace_back(after.x, after.y);
+        }
+        ExpectTraversalsFollowTheCurrentVertices(indexed, c, levels, points);
+    }
+}
+
+TEST(OcTreeTraversal, TraversalsFollowTrianglesGivenOtherVerticesWithoutNotification) {
+    for (const NetworkCase& c : TraversalCases()) {
+        IndexedNetwork indexed(c.network);
+        CTris& tris = indexed.Tris();
+        // A far vertex, added before the tree was built, that the triangles are pointed at.
+        std::vector<double> levels;
+        std::vector<PNT_2D> points;
+        for (int i = 0; i < 12; ++i) {
+            CTri& tri = *tris.GetTriAt((i * 97) % tris.GetNoTris());
+            const Vertices before = TriangleVertices(tris, (i * 97) % tris.GetNoTris());
+            int farthest = 0;
+            double distance = -1.0;
+            for (int v = 0; v < tris.GetNoTriVrts(); ++v) {
+                const PNT_3D& q = tris.GetTriVrtAt(v);
+                const double d =
+                    std::hypot(q.x - before[0].x, q.y - before[0].y) + std::fabs(q.z - before[0].z);
+                if (d > distance) {
+                    distance = d;
+                    farthest = v;
+                }
+            }
+            tri.SetVerIndex(i % 3, farthest);
+            const PNT_3D& far = tris.GetTriVrtAt(farthest);
+            levels.push_back((before[(i + 1) % 3].z + far.z) / 2);
+            points.emplace_back((before[(i + 1) % 3].x + far.x) / 2,
+                                (before[(i + 1) % 3].y + far.y) / 2);
+        }
+        ExpectTraversalsFollowTheCurrentVertices(indexed, c, levels, points);
     }
 }
 

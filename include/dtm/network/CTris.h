@@ -308,12 +308,13 @@ private:
     // NoteGeometryChanged; appends are only counted, so that the index can take them in without
     // a rebuild and can tell a count that changed behind the network's back.
     friend class CTrisSearchIndex;
+    friend struct TShapeStamp;
     friend struct CTrisSearchTestAccess;
     /// The elevation query as a literal scan of every triangle in array order: the reference
     /// that the indexed GetCoordZQ reproduces bit for bit.
     double GetCoordZQByScan(double x, double y) const;
-    /// Marks the triangles' shapes or their order as changed: the search index is out of date
-    /// from now on.
+    /// Marks the triangles' shapes or their order as changed: the search index and the
+    /// octree's node boxes are out of date from now on.
     void NoteGeometryChanged() noexcept { ++m_geometryVersion; }
     mutable std::unique_ptr<CTrisSearchIndex> m_searchIndex;
     std::uint64_t m_geometryVersion = 0;
