@@ -23,6 +23,85 @@ namespace {
 
 constexpr std::size_t kMaxReported = 40;
 
+// Vertex k of @p tri in @p tris; a vertex that does not exist is a point with no position.
+PNT_3D TriVertex(const CTris& tris, const CTri& tri, int k) {
+    const int index = tri.GetVerIndex(k);
+    const std::vector<PNT_3D>& vertices = tris.GetPnts();
+    if (index < 0 || index >= static_cast<int>(vertices.size())) {
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        return PNT_3D(nan, nan, nan);
+    }
+    return vertices[static_cast<std::size_t>(index)];
+}
+
+// Straddling, as the rule states it: on some axis P1 or P2 lies strictly on the other side of
+// the centre plane than P0.
+bool StraddlesCentre(const CTris& tris, const CTri& tri, const PNT_3D& c) {
+    const PNT_3D p0 = TriVertex(tris, tri, 0);
+    const PNT_3D p1 = TriVertex(tris, tri, 1);
+    const PNT_3D p2 = TriVertex(tris, tri, 2);
+    const double o0[3] = {p0.x - c.x, p0.y - c.y, p0.z - c.z};
+    const double o1[3] = {p1.x - c.x, p1.y - c.y, p1.z - c.z};
+    const double o2[3] = {p2.x - c.x, p2.y - c.y, p2.z - c.z};
+    for (int axis = 0; axis < 3; ++axis) {
+        if (o1[axis] * o0[axis] < 0 || o2[axis] * o0[axis] < 0) return true;
+    }
+    return false;
+}
+
+// Octant of vertex 0; the high side is taken when the coordinate is >= the centre's.
+int OctantOfVertex0(const CTris& tris, const CTri& tri, const PNT_3D& c) {
+    const PNT_3D p0 = TriVertex(tris, tri, 0);
+    const bool highX = !(c.x > p0.x);
+    const bool highY = !(c.y > p0.y);
+    const bool highZ = !(c.z > p0.z);
+    return (highX ? 4 : 0) + (highY ? 2 : 0) + (highZ ? 1 : 0);
+}
+
+// Whether an octant run of n triangles below a node at depth becomes a sub-node.
+bool BecomesSubNode(int depth, std::size_t n, double childSide) {
+    return depth != 20 && n >= 11 && (n >= 1000 || childSide > 0.1);
+}
+
+PNT_3D ChildCentreOf(const PNT_3D& c, double side, int octant) {
+    const double quarter = side / 4;
+    return PNT_3D((octant & 4) ? c.x + quarter : c.x - quarter,
+                  (octant & 2) ? c.y + quarter : c.y - quarter,
+                  (octant & 1) ? c.z + quarter : c.z - quarter);
+}
+
+// The box of every vertex of every triangle, as the build extends it.
+RECT_3D TrianglesBox(const CTris& tris) {
+    RECT_3D box;
+    box.initRegion();
+    for (int i = 0; i < tris.GetNoTris(); ++i) {
+        for (int k = 0; k < 3; ++k) box.updateRegion(TriVertex(tris, *tris.GetTriAt(i), k));
+    }
+    return box;
+}
+
+// Appends @p run to @p out in the order a node centred on @p c makes of it: the straddling
+// triangles, then each octant's, in the order they came, either as a leaf or ordered in turn
+// by the sub-node.
+void AppendInTreeOrder(const CTris& tris, const std::vector<CTri*>& run, const PNT_3D& c,
+                       double side, int depth, std::vector<CTri*>& out) {
+    std::array<std::vector<CTri*>, 8> octants;
+    for (CTri* tri : run) {
+        if (StraddlesCentre(tris, *tri, c))
+            out.push_back(tri);
+        else
+            octants[static_cast<std::size_t>(OctantOfVertex0(tris, *tri, c))].push_back(tri);
+    }
+    for (int octant = 0; octant < 8; ++octant) {
+        const std::vector<CTri*>& part = octants[static_cast<std::size_t>(octant)];
+        if (BecomesSubNode(depth, part.size(), side / 2)) {
+            AppendInTreeOrder(tris, part, ChildCentreOf(c, side, octant), side / 2, depth + 1, out);
+        } else {
+            out.insert(out.end(), part.begin(), part.end());
+        }
+    }
+}
+
 class Checker {
 public:
     explicit Checker(const CTris& tris) : m_tris(tris), m_tree(COcTree::Of(tris)) {}
@@ -33,11 +112,7 @@ public:
         if (sizeof(void*) == 8 && m_tree.GetNodeRecordSize() != 24) {
             Report("tree", "node record size is not 24");
         }
-        RECT_3D box;
-        box.initRegion();
-        for (int i = 0; i < n; ++i) {
-            for (int k = 0; k < 3; ++k) box.updateRegion(Vertex(i, k));
-        }
+        const RECT_3D box = TrianglesBox(m_tris);
         const bool expectRoot = n > 0 && !(box.max.x < box.min.x);
         const COcTreeNode* root = m_tree.GetRoot();
         if (!expectRoot) {
@@ -63,16 +138,6 @@ public:
     }
 
 private:
-    PNT_3D Vertex(int tri, int k) const {
-        const int index = m_tris.GetTriAt(tri)->GetVerIndex(k);
-        const std::vector<PNT_3D>& vertices = m_tris.GetPnts();
-        if (index < 0 || index >= static_cast<int>(vertices.size())) {
-            const double nan = std::numeric_limits<double>::quiet_NaN();
-            return PNT_3D(nan, nan, nan);
-        }
-        return vertices[static_cast<std::size_t>(index)];
-    }
-
     void Report(const std::string& where, const std::string& what) {
         if (m_violations.size() < kMaxReported) m_violations.push_back(where + ": " + what);
     }
@@ -98,28 +163,12 @@ private:
         }
     }
 
-    // Straddling, as the rule states it: on some axis P1 or P2 lies strictly on the other side
-    // of the centre plane than P0.
     bool Straddles(int tri, const PNT_3D& c) const {
-        const PNT_3D p0 = Vertex(tri, 0);
-        const PNT_3D p1 = Vertex(tri, 1);
-        const PNT_3D p2 = Vertex(tri, 2);
-        const double o0[3] = {p0.x - c.x, p0.y - c.y, p0.z - c.z};
-        const double o1[3] = {p1.x - c.x, p1.y - c.y, p1.z - c.z};
-        const double o2[3] = {p2.x - c.x, p2.y - c.y, p2.z - c.z};
-        for (int axis = 0; axis < 3; ++axis) {
-            if (o1[axis] * o0[axis] < 0 || o2[axis] * o0[axis] < 0) return true;
-        }
-        return false;
+        return StraddlesCentre(m_tris, *m_tris.GetTriAt(tri), c);
     }
 
-    // Octant of vertex 0; the high side is taken when the coordinate is >= the centre's.
     int Octant(int tri, const PNT_3D& c) const {
-        const PNT_3D p0 = Vertex(tri, 0);
-        const bool highX = !(c.x > p0.x);
-        const bool highY = !(c.y > p0.y);
-        const bool highZ = !(c.z > p0.z);
-        return (highX ? 4 : 0) + (highY ? 2 : 0) + (highZ ? 1 : 0);
+        return OctantOfVertex0(m_tris, *m_tris.GetTriAt(tri), c);
     }
 
     void Cover(const std::string& where, int first, int count) {
@@ -160,7 +209,6 @@ private:
             Report(where, "leaf mask names an absent child");
         }
         const double childSide = side / 2;
-        const double quarter = side / 4;
         for (int octant = 0; octant < 8; ++octant) {
             const std::string childWhere = where + "/" + std::to_string(octant);
             const int n = runSize[static_cast<std::size_t>(octant)];
@@ -171,7 +219,7 @@ private:
                 continue;
             }
             if (n == 0) continue;
-            const bool expectNode = depth != 20 && n >= 11 && (n >= 1000 || childSide > 0.1);
+            const bool expectNode = BecomesSubNode(depth, static_cast<std::size_t>(n), childSide);
             const bool isLeaf = ((node.GetLeafMask() >> octant) & 1) != 0;
             if (isLeaf == expectNode) {
                 Report(childWhere, expectNode ? "is a leaf but must be split"
@@ -185,11 +233,8 @@ private:
                 }
                 Cover(childWhere, leaf.first, leaf.count);
             } else {
-                const PNT_3D childCentre((octant & 4) ? c.x + quarter : c.x - quarter,
-                                         (octant & 2) ? c.y + quarter : c.y - quarter,
-                                         (octant & 1) ? c.z + quarter : c.z - quarter);
-                CheckNode(node.GetNode(octant), childWhere, childCentre, childSide, depth + 1,
-                          first, first + n);
+                CheckNode(node.GetNode(octant), childWhere, ChildCentreOf(c, side, octant),
+                          childSide, depth + 1, first, first + n);
             }
         }
     }
@@ -204,6 +249,21 @@ private:
 
 std::vector<std::string> OcTreeViolations(const CTris& tris) {
     return Checker(tris).Run();
+}
+
+std::vector<CTri*> OcTreeOrder(const CTris& tris) {
+    std::vector<CTri*> array;
+    for (int i = 0; i < tris.GetNoTris(); ++i) array.push_back(tris.GetTriAt(i));
+    const RECT_3D box = TrianglesBox(tris);
+    if (array.empty() || box.max.x < box.min.x) return array;
+    const PNT_3D centre((box.min.x + box.max.x) / 2, (box.min.y + box.max.y) / 2,
+                        (box.min.z + box.max.z) / 2);
+    const double side =
+        std::max({box.max.x - box.min.x, box.max.y - box.min.y, box.max.z - box.min.z});
+    std::vector<CTri*> order;
+    order.reserve(array.size());
+    AppendInTreeOrder(tris, array, centre, side, 0, order);
+    return order;
 }
 
 ::testing::AssertionResult OcTreeIsValid(const CTris& tris) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 class CDtmPrj;
+class CTri;
 class CTris;
 
 namespace dtm_test {
@@ -28,6 +29,11 @@ namespace dtm_test {
 /// cube centred at c ± s/4 with side s/2, and otherwise a leaf holding the run; the node's own
 /// run and the leaf runs cover the triangle array exactly once; record sizes are 8 and 24.
 std::vector<std::string> OcTreeViolations(const CTris& tris);
+
+/// The triangle array that building the tree over @p tris's current array must leave: at
+/// every node, the straddling triangles first, then each octant's, each group in the order the
+/// triangles had, restated as a plain recursion over lists.
+std::vector<CTri*> OcTreeOrder(const CTris& tris);
 
 /// OcTreeViolations as a GoogleTest assertion: EXPECT_TRUE(OcTreeIsValid(tris)).
 ::testing::AssertionResult OcTreeIsValid(const CTris& tris);

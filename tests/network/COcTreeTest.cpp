@@ -24,6 +24,7 @@
 namespace {
 
 using dtm_test::MakeGridNetwork;
+using dtm_test::MakeJitteredGrid;
 using dtm_test::MakeSmallTriangles;
 using dtm_test::MakeTriangleSoup;
 using dtm_test::OcTreeIsValid;
@@ -411,6 +412,38 @@ TEST(OcTreeBuild, RebuildingAnUnchangedNetworkKeepsItsOrder) {
     indexed.Tris().CalcOcTree();
     EXPECT_EQ(TriangleArray(indexed.Tris()), first);
     EXPECT_TRUE(OcTreeIsValid(indexed.Tris()));
+}
+
+TEST(OcTreeBuild, OrderIsEveryNodesStablePartitionOfTheArray) {
+    // From a few thousand triangles to a few hundred thousand. The dyadic grid's vertices lie
+    // on many centre planes, the soup's triangles overlap and degenerate, and the far cluster
+    // of eight triangles becomes a leaf of the root next to runs of a hundred thousand; they
+    // alternate between the sides of their octant's centre planes, so that sorting them any
+    // further would change their order.
+    RandomNetwork withCluster = MakeJitteredGrid(25, 200, 1.0);
+    for (int i = 0; i < 8; ++i) {
+        // The root's centre lies near (500, 500), its high child's near (750, 750).
+        const double x = i % 2 ? 1000.0 : 600.0;
+        const double y = i % 4 < 2 ? 600.0 : 1000.0;
+        dtm_test::AppendTriangle(withCluster, PNT_3D(x, y, 500.0), PNT_3D(x + 1, y, 500.0),
+                                 PNT_3D(x, y + 1, 500.5));
+    }
+    const std::vector<std::pair<std::string, RandomNetwork>> cases = {
+        {"soup", MakeTriangleSoup(23, 2000, 20000, 0, 0, 100, 40)},
+        {"dyadic grid", MakeGridNetwork(256, 0, 0, 1.0)},
+        {"jittered grid", MakeJitteredGrid(24, 400, 3.0)},
+        {"grid and far cluster", withCluster},
+    };
+    for (const auto& [name, network] : cases) {
+        SCOPED_TRACE(name);
+        TestProject project;
+        project.Fill(network.vertices, network.triangles);
+        const std::vector<CTri*> expected = dtm_test::OcTreeOrder(project.Tris());
+        ASSERT_NE(expected, TriangleArray(project.Tris()));
+        project.Tris().CalcOcTree();
+        EXPECT_EQ(TriangleArray(project.Tris()), expected);
+        EXPECT_TRUE(OcTreeIsValid(project.Tris()));
+    }
 }
 
 TEST(OcTreeBuild, ReorderingSendsNoNotification) {
