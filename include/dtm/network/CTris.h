@@ -33,6 +33,10 @@ class CRefObjIdRemapper;
 /// touched triangles or vertices, the network recomputes its derived data (broken check, vertex
 /// colours, normals, octree, selection). A network may be computed on a point cloud; its
 /// vertices are then copies of cloud points and it remembers each vertex's cloud index.
+///
+/// Not safe to use from several threads at once, const operations included: the elevation
+/// query, the profile and the octree's traversals build or refresh spatial indexes on first
+/// use after a change.
 class DTM_API CTris : public ITris {
 public:
     /// An empty network of @p project (borrowed: the project owns the network), reporting to
