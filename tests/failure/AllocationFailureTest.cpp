@@ -6,7 +6,8 @@
 // allocated in the meantime.
 //
 // The operations: adding entities of every kind (and a project) in one event, reading each
-// file section, and undoing and redoing a step.
+// file section, undoing and redoing a step, and an edge search that must first find the
+// octree's boxes again.
 
 #include <dtm/dtm.h>
 
@@ -353,6 +354,49 @@ void UndoAndRedo(Fixture& fixture) {
     kor::CChangeTransactionManager& undo = fixture.Undo();
     ASSERT_TRUE(undo.Undo());
     ASSERT_TRUE(undo.Redo());
+}
+
+namespace {
+
+// The edge search on the diagonal that the fixture's two triangles share: true when it finds
+// the edge between them.
+bool FindsTheSharedEdge(const CTris& tris) {
+    int tri1 = -1, tri2 = -1, edgeStart = 0, edgeEnd = 0, opposite1 = 0, opposite2 = 0;
+    const bool found = tris.FindTri(kor::geom::PNT_2D(5.0, 5.0), 0.5, tri1, tri2, edgeStart,
+                                    edgeEnd, opposite1, opposite2);
+    return found && tri1 != tri2 && tri1 >= 0 && tri2 >= 0;
+}
+
+// A second project whose network is read from the section of the fixture's, octree block
+// included: the tree it takes over has no node boxes yet, the first traversal finds them.
+CTris& CopyWithStoredTree(Fixture& fixture) {
+    CTris& source = *fixture.Project().GetTris();
+    source.CalcOcTree();
+    std::stringbuf buffer;
+    ofpstream out(&buffer, 1502);
+    kor::CPtr64Mapper mapper;
+    source.SalvaInFile(out, &mapper);
+    CDtmPrj* copy = fixture.Library().AddPrj("Copia", true, false);
+    std::stringbuf bytes(buffer.str(), std::ios::in);
+    ifpstream in(&bytes, 1502);
+    copy->GetTris()->LeggeDaFile(in, kor::CRefObjIdRemapper(), true);
+    return *copy->GetTris();
+}
+
+}  // namespace
+
+TEST(AllocationFailure, AnEdgeSearchThatCannotFindTheOctreeBoxesLeavesTheNextOneWhole) {
+    {
+        Fixture warmUp;
+        ASSERT_TRUE(FindsTheSharedEdge(CopyWithStoredTree(warmUp)));
+    }
+    ForEachFailingAllocation([](std::int64_t failing) {
+        Fixture fixture;
+        const CTris& copy = CopyWithStoredTree(fixture);
+        RunFailingAt(failing, [&] { FindsTheSharedEdge(copy); });
+        EXPECT_TRUE(FindsTheSharedEdge(copy));
+        ExpectConsistentAndUsable(fixture);
+    });
 }
 
 TEST(AllocationFailure, UndoingAndRedoingAStepThatAddedEntities) {
