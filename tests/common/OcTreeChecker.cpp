@@ -293,6 +293,12 @@ void TestProject::Fill(const std::vector<PNT_3D>& vertices,
     for (const TriIndices& t : triangles) tris.AddNewTri(1, t[0], t[1], t[2]);
 }
 
+CTris& TestProject::FillIndexed(const RandomNetwork& network) {
+    Fill(network.vertices, network.triangles);
+    Tris().CalcOcTree();
+    return Tris();
+}
+
 RandomNetwork MakeTriangleSoup(unsigned seed, int vertexCount, int triangleCount, double x0,
                                double y0, double size, double zRange) {
     std::mt19937 random(seed);

@@ -56,6 +56,9 @@ public:
     /// inside one change event.
     void Fill(const std::vector<kor::geom::PNT_3D>& vertices,
               const std::vector<TriIndices>& triangles);
+    /// Fills the network with @p network as Fill does, then builds the octree over it, as the
+    /// network's listener does after a host's later events; returns the network.
+    CTris& FillIndexed(const struct RandomNetwork& network);
 
 private:
     CDtmPrj* m_prj;

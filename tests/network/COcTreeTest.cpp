@@ -185,10 +185,7 @@ std::vector<PLANE_3D> RandomPlanes(std::mt19937& random, int count, double x0, d
 // A network filled through the store and indexed.
 class IndexedNetwork {
 public:
-    explicit IndexedNetwork(const RandomNetwork& network) {
-        m_project.Fill(network.vertices, network.triangles);
-        Tris().CalcOcTree();
-    }
+    explicit IndexedNetwork(const RandomNetwork& network) { m_project.FillIndexed(network); }
     CTris& Tris() const { return m_project.Tris(); }
     const COcTree& Tree() const { return COcTree::Of(Tris()); }
 
@@ -463,8 +460,7 @@ TEST(OcTreeBuild, ReorderingSendsNoNotification) {
 TEST(OcTreeBuild, RebuildOnAnEmptiedNetworkEmptiesTheTree) {
     TestProject project;
     const RandomNetwork network = MakeTriangleSoup(23, 10, 20, 0, 0, 5, 5);
-    project.Fill(network.vertices, network.triangles);
-    project.Tris().CalcOcTree();
+    project.FillIndexed(network);
     ASSERT_TRUE(COcTree::Of(project.Tris()).HasRoot());
     project.Tris().DoRemoveAll();
     project.Tris().CalcOcTree();

@@ -302,9 +302,7 @@ void ApplyRandomChange(CTris& tris, std::mt19937& random) {
 TEST(SearchIndex, InsideAnOpenEventEveryChangeIsSeenBeforeTheListenerRuns) {
     TestProject project;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(41, 12, 20.0);
-    project.Fill(network.vertices, network.triangles);
-    CTris& tris = project.Tris();
-    tris.CalcOcTree();
+    CTris& tris = project.FillIndexed(network);
     std::mt19937 random(77);
     kor::CEventGuard event(project.Prj()->GetContext());
     for (int step = 0; step < 120; ++step) {
@@ -338,9 +336,7 @@ TEST(SearchIndex, AcrossClosedEventsTheRebuiltOctreeGuidesTheQuery) {
 TEST(SearchIndex, AppendedTrianglesAreFoundBeforeAndAfterTheIndexIsRebuilt) {
     TestProject project;
     const RandomNetwork grid = dtm_test::MakeJitteredGrid(51, 16, 5.0);
-    project.Fill(grid.vertices, grid.triangles);
-    CTris& tris = project.Tris();
-    tris.CalcOcTree();
+    CTris& tris = project.FillIndexed(grid);
     EXPECT_TRUE(AgreesWithScan(tris, 2998, 200));
     // Overlapping triangles appended one by one inside an event: the first ones are scanned as
     // the index's tail, later ones force a rebuild.
@@ -362,9 +358,7 @@ TEST(SearchIndex, DeletedSelectionReplacedByAsManyTrianglesIsSeen) {
     // The count ends where it was, so only the positions tell the index that it is stale.
     TestProject project;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(57, 12, 20.0);
-    project.Fill(network.vertices, network.triangles);
-    CTris& tris = project.Tris();
-    tris.CalcOcTree();
+    CTris& tris = project.FillIndexed(network);
     ASSERT_TRUE(AgreesWithScan(tris, 3500, 200));
     kor::CEventGuard event(project.Prj()->GetContext());
     const int before = tris.GetNoTris();
@@ -382,9 +376,7 @@ TEST(SearchIndex, DeletedSelectionReplacedByAsManyTrianglesIsSeen) {
 TEST(SearchIndex, RemoveAllInsideAndOutsideAnEventLeavesNothingToFind) {
     TestProject project;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(61, 6, 3.0);
-    project.Fill(network.vertices, network.triangles);
-    CTris& tris = project.Tris();
-    tris.CalcOcTree();
+    CTris& tris = project.FillIndexed(network);
     EXPECT_TRUE(AgreesWithScan(tris, 4000, 500));
     {
         kor::CEventGuard event(project.Prj()->GetContext());
@@ -405,9 +397,7 @@ TEST(SearchIndex, TrianglesRemovedBehindTheNetworksBackAndReplacedAreSeen) {
     // count is the same as before, but the index must still notice.
     TestProject project;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(71, 10, 2.0);
-    project.Fill(network.vertices, network.triangles);
-    CTris& tris = project.Tris();
-    tris.CalcOcTree();
+    CTris& tris = project.FillIndexed(network);
     tris.InitSelTris();
     EXPECT_TRUE(AgreesWithScan(tris, 5000, 300));
     kor::CEventGuard event(project.Prj()->GetContext());
@@ -441,8 +431,7 @@ void Load(CTris& tris, const std::string& bytes) {
 TEST(SearchIndex, ALoadedNetworkAgreesWithTheScan) {
     TestProject saved;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(81, 14, 7.0);
-    saved.Fill(network.vertices, network.triangles);
-    saved.Tris().CalcOcTree();
+    saved.FillIndexed(network);
     TestProject loaded;
     Load(loaded.Tris(), SectionOf(saved.Tris()));
     EXPECT_TRUE(AgreesWithScan(loaded.Tris(), 6000, 10000));

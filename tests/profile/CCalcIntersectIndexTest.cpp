@@ -260,9 +260,7 @@ TEST(ProfileIndex, DegenerateNonFiniteAndDanglingTrianglesGiveTheScansProfile) {
 TEST(ProfileIndex, InsideAnOpenEventAfterChangesGivesTheScansProfile) {
     TestProject project;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(11, 12, 5.0);
-    project.Fill(network.vertices, network.triangles);
-    CTris& tris = project.Tris();
-    tris.CalcOcTree();
+    CTris& tris = project.FillIndexed(network);
     std::mt19937 random(12);
     std::uniform_real_distribution<double> unit(0.0, 60.0);
     kor::CEventGuard event(project.Prj()->GetContext());
@@ -297,9 +295,7 @@ TEST(ProfileIndex, InsideAnOpenEventAfterChangesGivesTheScansProfile) {
 TEST(ProfileIndex, AfterRemoveAllAndRefillingGivesTheScansProfile) {
     TestProject project;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(13, 8, 2.0);
-    project.Fill(network.vertices, network.triangles);
-    CTris& tris = project.Tris();
-    tris.CalcOcTree();
+    CTris& tris = project.FillIndexed(network);
     ASSERT_TRUE(AgreesWithScan(project, 200, 100));
     kor::CEventGuard event(project.Prj()->GetContext());
     tris.RemoveAll();
@@ -317,8 +313,7 @@ TEST(ProfileIndex, AfterRemoveAllAndRefillingGivesTheScansProfile) {
 TEST(ProfileIndex, ALoadedNetworkGivesTheScansProfile) {
     TestProject saved;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(15, 16, 4.0);
-    saved.Fill(network.vertices, network.triangles);
-    saved.Tris().CalcOcTree();
+    saved.FillIndexed(network);
     std::stringbuf written;
     ofpstream out(&written, 1502);
     saved.Tris().SalvaInFile(out, nullptr);
