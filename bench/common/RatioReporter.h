@@ -20,7 +20,19 @@ public:
 
     void ReportRuns(const std::vector<Run>& runs) override {
         benchmark::ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
+        for (const Run& run : runs) {
+            if (run.run_type != Run::RT_Aggregate) {
+                m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
+                continue;
+            }
+            // Of a repeated benchmark only the median stands for it, under the name the
+            // benchmark has without repetitions: the mean and the spread are no times to
+            // compare with.
+            if (run.aggregate_name != "median") continue;
+            std::string name = run.run_name.function_name;
+            if (!run.run_name.args.empty()) name += "/" + run.run_name.args;
+            m_times[name] = run.GetAdjustedRealTime();
+        }
     }
 
     void Finalize() override {
