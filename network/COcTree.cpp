@@ -507,14 +507,28 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
     constexpr std::size_t kKeyCount = 1 + kOctantCount;
     std::array<std::size_t, kKeyCount> runSizes{};
     const std::size_t end = begin + count;
-    const std::vector<PNT_3D>& points = m_owner->m_vertices;
-    for (std::size_t i = begin; i < end; ++i) {
-        const WorkEntry& entry = source[i];
-        const PNT_3D v[3] = {VertexAt(points, entry.vertex[0]), VertexAt(points, entry.vertex[1]),
-                             VertexAt(points, entry.vertex[2])};
-        const int key = Straddles(v, centre) ? 0 : 1 + OctantOf(v[0], centre);
-        state.keys[i] = static_cast<std::uint8_t>(key);
-        ++runSizes[static_cast<std::size_t>(key)];
+    {
+        // Plain pointers: the byte-sized key stores could otherwise alias the arrays' own
+        // fields, and the compiler would reload them for every vertex.
+        const PNT_3D* const points = m_owner->m_vertices.data();
+        const std::size_t pointCount = m_owner->m_vertices.size();
+        const WorkEntry* const entries = source.data();
+        std::uint8_t* const keys = state.keys.data();
+        const auto vertex = [points, pointCount](std::int32_t index) {
+            if (static_cast<std::size_t>(static_cast<std::uint32_t>(index)) >= pointCount) {
+                const double nan = std::numeric_limits<double>::quiet_NaN();
+                return PNT_3D(nan, nan, nan);
+            }
+            return points[index];
+        };
+        for (std::size_t i = begin; i < end; ++i) {
+            const WorkEntry& entry = entries[i];
+            const PNT_3D v[3] = {vertex(entry.vertex[0]), vertex(entry.vertex[1]),
+                                 vertex(entry.vertex[2])};
+            const int key = Straddles(v, centre) ? 0 : 1 + OctantOf(v[0], centre);
+            keys[i] = static_cast<std::uint8_t>(key);
+            ++runSizes[static_cast<std::size_t>(key)];
+        }
     }
     std::array<std::size_t, kKeyCount> runStarts{};
     runStarts[0] = begin;
