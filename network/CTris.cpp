@@ -44,6 +44,11 @@ void CTris::AppendVertex(const kor::geom::PNT_3D& p) {
     m_context->Notify_Tri_Vrt_Added();
 }
 
+void CTris::ReserveTriAppends(std::size_t count) {
+    m_tris.reserve(m_tris.size() + count);
+    m_context->ReserveTriAdded(count);
+}
+
 bool CTris::AddTriVrt(const kor::geom::PNT_3D& p) {
     AppendVertex(p);
     return true;

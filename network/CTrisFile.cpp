@@ -622,7 +622,7 @@ bool CTrisFileSection::ReadDirect(CTris& tris, std::istream& stream, short versi
     std::int32_t storedTris = 0;
     read = read && io::ReadRaw(stream, storedTris);
     if (!read) return true;
-    tris.m_tris.reserve(tris.m_tris.size() + static_cast<std::size_t>(storedTris));
+    tris.ReserveTriAppends(static_cast<std::size_t>(storedTris));
     // Checked also on a broken network, where AddNewTri would not: a triangle taken in from a
     // file never refers outside the vertex array.
     const int vertexCount = tris.GetNoTriVrts();
@@ -727,6 +727,7 @@ std::int32_t CTrisFileSection::AppendTris(CTris& tris, const TSectionData& data)
     // Checked also on a broken network, where AddNewTri would not: a triangle taken in from a
     // file never refers outside the vertex array.
     const int vertexCount = tris.GetNoTriVrts();
+    tris.ReserveTriAppends(data.tris.size());
     std::int32_t accepted = 0;
     for (const TSectionTri& tri : data.tris) {
         if (!RefersToVertices(tri, vertexCount)) continue;  // dropped without a word

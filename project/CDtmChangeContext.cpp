@@ -281,6 +281,11 @@ void CDtmChangeContext::Notify_Tri_Added(CTri* triangle) {
     });
 }
 
+void CDtmChangeContext::ReserveTriAdded(std::size_t count) {
+    if (GetEventDepth() == 0 || m_state->triRemovedAll) return;
+    m_state->triAdded.reserve(m_state->triAdded.size() + count);
+}
+
 void CDtmChangeContext::Notify_Tri_Modifying(CTri* triangle, enumTriChangeType type) {
     if (m_state->triRemovedAll) return;
     InEvent(this, [this, triangle, type] {

@@ -27,6 +27,7 @@
 
 #include "ByteBuilder.h"
 #include "OcTreeChecker.h"
+#include "Probes.h"
 
 namespace {
 
@@ -196,6 +197,51 @@ TEST(NetworkFileBlocks, SeekableAndForwardOnlyStreamsReadTheSameNetworkAndNotifi
     // Both kept the stored tree: written back, they give the source's bytes.
     EXPECT_EQ(Write(*direct->GetTris()), Write(*source->GetTris()));
     EXPECT_EQ(Write(*staged->GetTris()), Write(*source->GetTris()));
+}
+
+// A host reading the lists when the load's event closes finds every triangle the network took
+// in, in the array's order, whichever way the section was read (the reader makes room in the
+// list for the section's count up front).
+TEST(NetworkFileBlocks, HostSeesEveryLoadedTriangleAddedInArrayOrderThroughEitherStream) {
+    const CRefPtr<CDtmPrj> source = GridProject(60);
+    const std::string bytes = Write(*source->GetTris());
+    for (const bool seekable : {true, false}) {
+        SCOPED_TRACE(seekable ? "seekable" : "forward-only");
+        const CRefPtr<CDtmPrj> prj = NewProject();
+        dtm_test::ProjectEventRecorder recorder;
+        prj->GetContext()->Register(&recorder);
+        EXPECT_FALSE(Read(*prj, bytes, seekable).failed);
+        prj->GetContext()->Unregister(&recorder);
+        ASSERT_EQ(recorder.events.size(), 1u);
+        const CTris& tris = *prj->GetTris();
+        ASSERT_EQ(tris.GetNoTris(), source->GetTris()->GetNoTris());
+        std::vector<CTri*> inArray;
+        for (int i = 0; i < tris.GetNoTris(); ++i) inArray.push_back(tris.GetTriAt(i));
+        EXPECT_EQ(recorder.events[0].triAdded, inArray);
+    }
+}
+
+// After a remove-all earlier in the same event, additions are not listed: a load then leaves the
+// list empty, however many triangles it announces.
+TEST(NetworkFileBlocks, LoadAfterARemoveAllInTheSameEventListsNoAddedTriangle) {
+    const CRefPtr<CDtmPrj> source = GridProject(20);
+    const std::string bytes = Write(*source->GetTris());
+    for (const bool seekable : {true, false}) {
+        SCOPED_TRACE(seekable ? "seekable" : "forward-only");
+        const CRefPtr<CDtmPrj> prj = GridProject(3);
+        dtm_test::ProjectEventRecorder recorder;
+        prj->GetContext()->Register(&recorder);
+        {
+            kor::CEventGuard event(prj->GetContext());
+            prj->GetTris()->RemoveAll();
+            EXPECT_FALSE(Read(*prj, bytes, seekable).failed);
+        }
+        prj->GetContext()->Unregister(&recorder);
+        ASSERT_EQ(recorder.events.size(), 1u);
+        EXPECT_TRUE(recorder.events[0].triRemovedAll);
+        EXPECT_TRUE(recorder.events[0].triAdded.empty());
+        EXPECT_EQ(prj->GetTris()->GetNoTris(), source->GetTris()->GetNoTris());
+    }
 }
 
 TEST(NetworkFileBlocks, ShortSectionsChangeNothingThroughEitherStream) {

@@ -271,6 +271,9 @@ private:
 
     void UpdateMinMaxQuota(double z);
     void AppendVertex(const kor::geom::PNT_3D& p);
+    /// Room for @p count more triangles in the array and in the open event's list of added
+    /// ones, ahead of a long run of AddNewTri.
+    void ReserveTriAppends(std::size_t count);
     void UpdateTriColors();
     /// Keeps the index and values of the vertex overwrite or erasure about to be reported:
     /// Notify_Tri_Vrt_Moved and Notify_Tri_Vrt_Removed carry no index, and undo needs it.

@@ -7,6 +7,7 @@
 #include <dtm/support/Events.h>
 #include <dtm/support/Export.h>
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -109,6 +110,10 @@ private:
     void Notify_Cnt_Modifying(CCnt* boundary);
     void Notify_Cnt_Removed(CCnt* boundary);
     void Notify_Tri_Added(CTri* triangle);
+    /// Room in the open event's triangles-added list for @p count more, so that a network that
+    /// is about to announce millions of triangles (a file section) does not grow the list step
+    /// by step. Nothing outside an event, where the list is emptied at the close anyway.
+    void ReserveTriAdded(std::size_t count);
     void Notify_Tri_Modifying(CTri* triangle, enumTriChangeType type);
     void Notify_Tri_Removed(CTri* triangle);
     void Notify_Tri_RemoveAll();
