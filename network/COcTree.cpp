@@ -59,11 +59,16 @@ bool StraddlesPlane(double a0, double a1, double a2, double c) {
     return (a1 - c) * offset0 < 0.0 || (a2 - c) * offset0 < 0.0;
 }
 
-bool Straddles(const PNT_3D (&v)[3], const PNT_3D& c) {
-    return StraddlesPlane(v[0].x, v[1].x, v[2].x, c.x) ||
-           StraddlesPlane(v[0].y, v[1].y, v[2].y, c.y) ||
-           StraddlesPlane(v[0].z, v[1].z, v[2].z, c.z);
+bool Straddles(const PNT_3D& v0, const PNT_3D& v1, const PNT_3D& v2, const PNT_3D& c) {
+    return StraddlesPlane(v0.x, v1.x, v2.x, c.x) || StraddlesPlane(v0.y, v1.y, v2.y, c.y) ||
+           StraddlesPlane(v0.z, v1.z, v2.z, c.z);
 }
+
+// Where a vertex index outside the array points: a point with no position, which straddles no
+// plane and falls in the high octant on every axis, as its comparisons all come out false.
+const PNT_3D kNoPosition(std::numeric_limits<double>::quiet_NaN(),
+                         std::numeric_limits<double>::quiet_NaN(),
+                         std::numeric_limits<double>::quiet_NaN());
 
 // Whether a run of n triangles in a child cube of side childSide, below a node at depth,
 // becomes a sub-node rather than a leaf.
@@ -514,18 +519,18 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
         const std::size_t pointCount = m_owner->m_vertices.size();
         const WorkEntry* const entries = source.data();
         std::uint8_t* const keys = state.keys.data();
-        const auto vertex = [points, pointCount](std::int32_t index) {
-            if (static_cast<std::size_t>(static_cast<std::uint32_t>(index)) >= pointCount) {
-                const double nan = std::numeric_limits<double>::quiet_NaN();
-                return PNT_3D(nan, nan, nan);
-            }
-            return points[index];
+        // A reference chosen without a branch: copying the point, or branching around an index
+        // that is almost never out of range, costs more than the comparisons themselves.
+        const auto vertex = [points, pointCount](std::int32_t index) -> const PNT_3D& {
+            const auto position = static_cast<std::size_t>(static_cast<std::uint32_t>(index));
+            return position < pointCount ? points[position] : kNoPosition;
         };
         for (std::size_t i = begin; i < end; ++i) {
             const WorkEntry& entry = entries[i];
-            const PNT_3D v[3] = {vertex(entry.vertex[0]), vertex(entry.vertex[1]),
-                                 vertex(entry.vertex[2])};
-            const int key = Straddles(v, centre) ? 0 : 1 + OctantOf(v[0], centre);
+            const PNT_3D& v0 = vertex(entry.vertex[0]);
+            const int key = Straddles(v0, vertex(entry.vertex[1]), vertex(entry.vertex[2]), centre)
+                                ? 0
+                                : 1 + OctantOf(v0, centre);
             keys[i] = static_cast<std::uint8_t>(key);
             ++runSizes[static_cast<std::size_t>(key)];
         }
