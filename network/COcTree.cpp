@@ -398,11 +398,12 @@ void COcTreeNode::DestroyChildren() noexcept {
 
 // ---- COcTree -------------------------------------------------------------------------------
 
-/// A triangle of the run being sorted: the triangle and its vertex indices, small enough that
-/// moving it from level to level costs little; its vertices are read from the network's array
-/// when needed (an index outside the array stands for a point with no position).
+/// A triangle of the run being sorted: its position in the network's array (which stays as it
+/// is until the build has succeeded) and its vertex indices, 16 bytes, so that moving it from
+/// level to level costs little; its vertices are read from the network's array when needed (an
+/// index outside the array stands for a point with no position).
 struct COcTree::WorkEntry {
-    CTri* tri;
+    std::uint32_t position;
     std::int32_t vertex[3];
 };
 
@@ -444,6 +445,7 @@ void COcTree::Assign(const TOcTreeGeometry& geometry, std::unique_ptr<COcTreeNod
 }
 
 void COcTree::Build() {
+    static_assert(sizeof(WorkEntry) == 16, "a work entry is 16 bytes");
     Clear();
     std::vector<CTri*>& tris = m_owner->m_tris;
     if (tris.empty()) return;
@@ -455,9 +457,9 @@ void COcTree::Build() {
     const std::size_t count = tris.size();
     for (std::size_t i = 0; i < count; ++i) {
         PrefetchTriangle(m_owner->m_tris, m_owner->m_vertices, i);
-        WorkEntry entry{tris[i], {}};
+        WorkEntry entry{static_cast<std::uint32_t>(i), {}};
         for (int k = 0; k < 3; ++k) {
-            entry.vertex[k] = entry.tri->GetVerIndex(k);
+            entry.vertex[k] = tris[i]->GetVerIndex(k);
             box.updateRegion(VertexAt(m_owner->m_vertices, entry.vertex[k]));
         }
         state.entries[0].push_back(entry);
@@ -550,7 +552,7 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
     const auto settle = [&](std::size_t first, std::size_t n) {
         CRunBox runBox(m_owner->m_vertices, box);
         for (std::size_t i = first; i < first + n; ++i) {
-            state.order[i] = sorted[i].tri;
+            state.order[i] = m_owner->m_tris[sorted[i].position];
             runBox.IncludeTriangle(sorted[i].vertex);
         }
         box = runBox.Box();
