@@ -64,12 +64,6 @@ bool Straddles(const PNT_3D& v0, const PNT_3D& v1, const PNT_3D& v2, const PNT_3
            StraddlesPlane(v0.z, v1.z, v2.z, c.z);
 }
 
-// Where a vertex index outside the array points: a point with no position, which straddles no
-// plane and falls in the high octant on every axis, as its comparisons all come out false.
-const PNT_3D kNoPosition(std::numeric_limits<double>::quiet_NaN(),
-                         std::numeric_limits<double>::quiet_NaN(),
-                         std::numeric_limits<double>::quiet_NaN());
-
 // Whether a run of n triangles in a child cube of side childSide, below a node at depth,
 // becomes a sub-node rather than a leaf.
 bool SplitsFurther(std::size_t n, int depth, double childSide) {
@@ -521,11 +515,10 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
         const std::size_t pointCount = m_owner->m_vertices.size();
         const WorkEntry* const entries = source.data();
         std::uint8_t* const keys = state.keys.data();
-        // A reference chosen without a branch: copying the point, or branching around an index
-        // that is almost never out of range, costs more than the comparisons themselves.
+        // A vertex with no position straddles no plane and falls in the high octant on every
+        // axis, as its comparisons all come out false.
         const auto vertex = [points, pointCount](std::int32_t index) -> const PNT_3D& {
-            const auto position = static_cast<std::size_t>(static_cast<std::uint32_t>(index));
-            return position < pointCount ? points[position] : kNoPosition;
+            return VertexAt(points, pointCount, index);
         };
         for (std::size_t i = begin; i < end; ++i) {
             const WorkEntry& entry = entries[i];

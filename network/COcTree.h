@@ -27,14 +27,25 @@ class CTris;
 /// failing: it never straddles, never snaps and lies inside no triangle.
 kor::geom::PNT_3D NetworkVertex(const CTris& tris, int vertexIndex) noexcept;
 
-/// NetworkVertex on the vertex array itself, inline for the passes over every triangle.
-inline kor::geom::PNT_3D VertexAt(const std::vector<kor::geom::PNT_3D>& vertices,
-                                  int vertexIndex) noexcept {
-    if (vertexIndex < 0 || static_cast<std::size_t>(vertexIndex) >= vertices.size()) {
-        const double nan = std::numeric_limits<double>::quiet_NaN();
-        return kor::geom::PNT_3D(nan, nan, nan);
-    }
-    return vertices[static_cast<std::size_t>(vertexIndex)];
+/// The point with no position that stands for a vertex index outside the array.
+inline const kor::geom::PNT_3D kNoPosition(std::numeric_limits<double>::quiet_NaN(),
+                                           std::numeric_limits<double>::quiet_NaN(),
+                                           std::numeric_limits<double>::quiet_NaN());
+
+/// NetworkVertex on the first @p count points at @p points, inline for the passes over every
+/// triangle. The reference is chosen without a branch: a branch around an index that is almost
+/// never out of range, or a copy of the point, costs more than the comparisons that follow.
+inline const kor::geom::PNT_3D& VertexAt(const kor::geom::PNT_3D* points, std::size_t count,
+                                         int vertexIndex) noexcept {
+    // A negative index turns into one past any array.
+    const auto position = static_cast<std::size_t>(static_cast<std::uint32_t>(vertexIndex));
+    return position < count ? points[position] : kNoPosition;
+}
+
+/// NetworkVertex on the vertex array itself.
+inline const kor::geom::PNT_3D& VertexAt(const std::vector<kor::geom::PNT_3D>& vertices,
+                                         int vertexIndex) noexcept {
+    return VertexAt(vertices.data(), vertices.size(), vertexIndex);
 }
 
 /// Vertex @p k (0..2) of triangle @p tri of @p tris, as NetworkVertex.
