@@ -35,7 +35,8 @@ std::size_t RoundUp(std::size_t value, std::size_t multiple) {
 CTriPool::CTriPool(std::size_t slotSize)
     : m_slotSize(RoundUp(slotSize < sizeof(FreeSlot) ? sizeof(FreeSlot) : slotSize,
                          alignof(std::max_align_t))),
-      m_slotsPerSlab((kSlabBytes - RoundUp(sizeof(Slab), m_slotSize)) / m_slotSize) {
+      m_firstSlot(RoundUp(sizeof(Slab), m_slotSize)),
+      m_slotsPerSlab((kSlabBytes - m_firstSlot) / m_slotSize) {
     assert(m_slotsPerSlab > 0);
 }
 
@@ -83,8 +84,7 @@ void* CTriPool::Allocate() {
     } else {
         // Slots are handed out from the front of a fresh slab, so objects made one after the
         // other lie one after the other.
-        const std::size_t firstSlot = RoundUp(sizeof(Slab), m_slotSize);
-        slot = reinterpret_cast<unsigned char*>(slab) + firstSlot + slab->untouched * m_slotSize;
+        slot = reinterpret_cast<unsigned char*>(slab) + m_firstSlot + slab->untouched * m_slotSize;
         ++slab->untouched;
     }
     ++slab->used;

@@ -79,6 +79,8 @@ private:
     void LinkFront(Slab* slab) noexcept;
 
     std::size_t m_slotSize;
+    // Where a slab's first slot starts: after the header, rounded up to a whole slot.
+    std::size_t m_firstSlot;
     std::size_t m_slotsPerSlab;
     // Slabs that have a free slot, most recently used first. Full slabs are in no list: a slot
     // released from one brings it back.
