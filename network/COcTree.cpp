@@ -46,6 +46,14 @@ bool IsOctant(int octant) {
     return octant >= 0 && octant < kOctantCount;
 }
 
+// Set bits among the low eight of @p bits.
+std::size_t BitCount(unsigned bits) {
+    bits &= 0xFFu;
+    bits = (bits & 0x55u) + ((bits >> 1) & 0x55u);
+    bits = (bits & 0x33u) + ((bits >> 2) & 0x33u);
+    return (bits & 0x0Fu) + (bits >> 4);
+}
+
 // The octant of p against centre c: on each axis the low side when c is greater than p's
 // coordinate, the high side otherwise, so that a coordinate exactly on a plane goes high.
 int OctantOf(const PNT_3D& p, const PNT_3D& c) {
@@ -327,12 +335,12 @@ bool COcTreeNode::HasNodeChild(int octant) const noexcept {
 }
 
 std::size_t COcTreeNode::OffsetOf(int octant) const noexcept {
-    std::size_t offset = 0;
-    for (int before = 0; before < octant; ++before) {
-        if (HasLeafChild(before)) offset += sizeof(COcTreeLeaf);
-        if (HasNodeChild(before)) offset += sizeof(COcTreeNode);
-    }
-    return offset;
+    // The entries of the octants before this one lie ahead of it, leaves and sub-nodes each at
+    // their own size. Counted from the masks, so that walking a node's children costs the same
+    // for the last octant as for the first.
+    const unsigned before = m_childMask & (OctantBit(octant) - 1u);
+    return BitCount(before & m_leafMask) * sizeof(COcTreeLeaf) +
+           BitCount(before & ~unsigned{m_leafMask}) * sizeof(COcTreeNode);
 }
 
 COcTreeNode* COcTreeNode::NodeAt(int octant) const noexcept {
