@@ -423,53 +423,90 @@ bool ReadGeometry(std::istream& stream, TOcTreeGeometry& geometry) {
     });
 }
 
-// Reads @p node, at @p depth below the root, and everything under it. Children are allocated
-// only as their node's masks arrive, so memory follows the bytes actually read. False, with the
-// stream failed, when the stream ends or the block goes deeper than a built tree.
-// A node's own fields take 10 bytes, a leaf entry 8. Consecutive leaf entries are read in one
-// call; a block never reads past the node it belongs to, so the stream ends exactly where the
-// block does.
+// A node's own fields take 10 bytes, a leaf entry 8.
 constexpr std::size_t kNodeBytes = 2 * sizeof(std::int32_t) + 2 * sizeof(std::uint8_t);
 constexpr std::size_t kLeafBytes = 2 * sizeof(std::int32_t);
 
-bool ReadNode(std::istream& stream, COcTreeNode& node, int depth) {
-    std::int32_t count = 0;
-    std::int32_t first = 0;
-    std::uint8_t childMask = 0;
-    std::uint8_t leafMask = 0;
-    if (!ReadItems(stream, 1, kNodeBytes, [&](const unsigned char*& bytes) {
-            count = Take<std::int32_t>(bytes);
-            first = Take<std::int32_t>(bytes);
-            childMask = Take<std::uint8_t>(bytes);
-            leafMask = Take<std::uint8_t>(bytes);
-        }))
-        return false;
+// Hands the octree block's nodes and leaf entries to the parser, taking the bytes from the
+// stream many entries at a time but never past the block's end, so that the stream is left
+// exactly where the block ends (the host reads its next section from there).
+//
+// A block has no length field; what is known is a lower bound: every node header says how many
+// leaf entries and sub-nodes follow it, and each of those takes at least its own fields. The
+// source keeps the sum of those announced sizes not yet handed out (its debt) and reads ahead up
+// to that sum: bytes the block holds in any case. A tree of thousands of nodes then costs a few
+// hundred reads instead of one or two per node.
+class COcTreeBlockSource {
+public:
+    // The root's header is owed from the start.
+    explicit COcTreeBlockSource(std::istream& stream) : m_stream(stream), m_owed(kNodeBytes) {}
+
+    // The next @p size bytes of the block (at most kNodeBytes), or null, with the stream failed,
+    // when the stream ends first.
+    const unsigned char* Next(std::size_t size) {
+        if (m_end - m_next < size && !Refill(size)) return nullptr;
+        const unsigned char* bytes = m_buffer + m_next;
+        m_next += size;
+        m_owed -= size;
+        return bytes;
+    }
+    // A node header just taken announced @p bytes of children.
+    void Announce(std::size_t bytes) { m_owed += bytes; }
+    // Fails the stream, for a block found inconsistent; answers false.
+    bool Reject() { return Fail(m_stream); }
+
+private:
+    // Keeps what is buffered and reads up to the debt (or the buffer's size) behind it.
+    bool Refill(std::size_t size) {
+        const std::size_t kept = m_end - m_next;
+        std::memmove(m_buffer, m_buffer + m_next, kept);
+        m_next = 0;
+        m_end = kept;
+        // The debt covers every buffered byte and the one asked for: both are part of it.
+        const std::size_t wanted = std::min(m_owed, sizeof(m_buffer)) - kept;
+        m_stream.read(reinterpret_cast<char*>(m_buffer + kept),
+                      static_cast<std::streamsize>(wanted));
+        m_end += static_cast<std::size_t>(m_stream.gcount());
+        if (m_end < size) return Reject();
+        return true;
+    }
+
+    std::istream& m_stream;
+    std::size_t m_owed;
+    std::size_t m_next = 0;
+    std::size_t m_end = 0;
+    unsigned char m_buffer[4096];
+};
+
+// Reads @p node, at @p depth below the root, and everything under it. Children are allocated
+// only as their node's masks arrive, so memory follows the bytes actually read. False, with the
+// stream failed, when the stream ends or the block goes deeper than a built tree.
+bool ReadNode(COcTreeBlockSource& source, COcTreeNode& node, int depth) {
+    const unsigned char* bytes = source.Next(kNodeBytes);
+    if (!bytes) return false;
+    const std::int32_t count = Take<std::int32_t>(bytes);
+    const std::int32_t first = Take<std::int32_t>(bytes);
+    const std::uint8_t childMask = Take<std::uint8_t>(bytes);
+    const std::uint8_t leafMask = Take<std::uint8_t>(bytes);
     node.SetRun(count, first);
     node.SetChildren(childMask, leafMask);
-    for (int octant = 0; octant < kOctantCount;) {
-        if (node.HasNodeChild(octant)) {
-            if (depth + 1 > kMaxNodeDepth) return Fail(stream);
-            if (!ReadNode(stream, node.GetNode(octant), depth + 1)) return false;
-            ++octant;
-            continue;
+    std::size_t childBytes = 0;
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        if (node.HasLeafChild(octant)) childBytes += kLeafBytes;
+        if (node.HasNodeChild(octant)) childBytes += kNodeBytes;
+    }
+    source.Announce(childBytes);
+    for (int octant = 0; octant < kOctantCount; ++octant) {
+        if (node.HasLeafChild(octant)) {
+            const unsigned char* entry = source.Next(kLeafBytes);
+            if (!entry) return false;
+            COcTreeLeaf& leaf = node.GetLeaf(octant);
+            leaf.count = Take<std::int32_t>(entry);
+            leaf.first = Take<std::int32_t>(entry);
+        } else if (node.HasNodeChild(octant)) {
+            if (depth + 1 > kMaxNodeDepth) return source.Reject();
+            if (!ReadNode(source, node.GetNode(octant), depth + 1)) return false;
         }
-        // The run of leaf entries from here up to the next sub-node (octants without a child
-        // take no bytes).
-        int end = octant;
-        int leaves = 0;
-        while (end < kOctantCount && !node.HasNodeChild(end)) {
-            if (node.HasLeafChild(end)) ++leaves;
-            ++end;
-        }
-        int next = octant;
-        const bool read = ReadItems(stream, leaves, kLeafBytes, [&](const unsigned char*& bytes) {
-            while (!node.HasLeafChild(next)) ++next;
-            COcTreeLeaf& leaf = node.GetLeaf(next++);
-            leaf.count = Take<std::int32_t>(bytes);
-            leaf.first = Take<std::int32_t>(bytes);
-        });
-        if (!read) return false;
-        octant = end;
     }
     return true;
 }
@@ -746,7 +783,8 @@ void CTrisFileSection::ReadOcTreeBlock(CTris& tris, std::istream& stream, std::i
                                        bool fitsNetwork, bool load) {
     TOcTreeGeometry geometry{};
     auto root = std::make_unique<COcTreeNode>();
-    const bool complete = ReadGeometry(stream, geometry) && ReadNode(stream, *root, 0);
+    COcTreeBlockSource source(stream);
+    const bool complete = ReadGeometry(stream, geometry) && ReadNode(source, *root, 0);
     const bool emptyTree = complete && IsEmptyTreeRoot(*root);
     const bool validTree = complete && !emptyTree && CoversEachTriangleOnce(*root, sectionTris);
     if (!emptyTree && !validTree) Fail(stream);

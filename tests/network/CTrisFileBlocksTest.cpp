@@ -266,6 +266,37 @@ TEST(NetworkFileBlocks, ShortSectionsChangeNothingThroughEitherStream) {
     }
 }
 
+// The octree block has no length of its own, and the reader takes it from the stream many entries
+// at a time: a block cut anywhere must still fail the stream with every byte taken (as reading
+// entry by entry would leave it), keep the section's points and triangles, and give them a tree
+// built anew, which is what a complete section would have brought.
+TEST(NetworkFileBlocks, OctreeBlockCutAnywhereFailsAtTheStreamsEndThroughEitherStream) {
+    const CRefPtr<CDtmPrj> source = GridProject(16);
+    const std::string bytes = Write(*source->GetTris());
+    const CTris& whole = *source->GetTris();
+    const std::size_t blockStart = 4 + 8 + static_cast<std::size_t>(whole.GetNoTriVrts()) * 24 + 4 +
+                                   static_cast<std::size_t>(whole.GetNoTris()) * 16 + 16;
+    const COcTreeNode* root = COcTree::Of(whole).GetRoot();
+    ASSERT_NE(root, nullptr);
+    ASSERT_NE(root->GetChildMask() & ~root->GetLeafMask(), 0) << "the tree should have sub-nodes";
+    ASSERT_GT(bytes.size(), blockStart + 500) << "the block should hold many entries";
+    for (const bool seekable : {true, false}) {
+        for (std::size_t length = blockStart; length < bytes.size(); ++length) {
+            SCOPED_TRACE(std::string(seekable ? "seekable" : "forward-only") + ", prefix of " +
+                         std::to_string(length) + " bytes");
+            const CRefPtr<CDtmPrj> prj = NewProject();
+            const TRead read = Read(*prj, bytes.substr(0, length), seekable);
+            EXPECT_TRUE(read.failed);
+            EXPECT_EQ(read.consumed, length);
+            const CTris& tris = *prj->GetTris();
+            EXPECT_EQ(Content(tris), Content(whole));
+            EXPECT_NE(COcTree::Of(tris).GetRoot(), nullptr);
+            EXPECT_TRUE(dtm_test::OcTreeIsValid(tris));
+            if (::testing::Test::HasFailure()) return;
+        }
+    }
+}
+
 TEST(NetworkFileBlocks, NegativeTriangleCountFailsThroughEitherStreamWithNothingRead) {
     ByteBuilder bytes;
     bytes.Int32(2).Int64(0);
