@@ -4,6 +4,7 @@
 // floor; the ratios say what putting the values together and the network's own work (triangle
 // objects, a notification for every vertex and triangle, checks, the tree) cost on top of it.
 
+#include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CDtmPrj.h>
@@ -14,8 +15,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <random>
 #include <sstream>
@@ -162,6 +165,66 @@ void SkipNetwork(benchmark::State& state) {
     ReadSection(state, false);
 }
 
+// The floor under any reader that builds the network's objects: the same bytes from the same
+// kind of stream in blocks of the reader's size, the points copied into an array, and for each
+// triangle one triangle object made and listed twice, as the network's array and the event's
+// list of added triangles list it. Nothing else: no checks, no announcements, no tree. What the
+// reader takes beyond this is the network's own work; what this takes beyond a plain read is
+// the price of a triangle being an object of its own.
+void ObjectsOnly(benchmark::State& state) {
+    const std::string& bytes = FixtureFor(static_cast<int>(state.range(0))).section;
+    constexpr std::size_t kBlockBytes = std::size_t{1} << 16;
+    std::vector<unsigned char> block(kBlockBytes);
+    const auto readBlocks = [&block](std::istream& in, std::int64_t count, std::size_t itemBytes,
+                                     auto&& take) {
+        const std::int64_t perBlock = static_cast<std::int64_t>(kBlockBytes / itemBytes);
+        while (count > 0) {
+            const std::int64_t items = std::min(count, perBlock);
+            in.read(reinterpret_cast<char*>(block.data()),
+                    static_cast<std::streamsize>(static_cast<std::size_t>(items) * itemBytes));
+            for (std::int64_t i = 0; i < items; ++i)
+                take(block.data() + static_cast<std::size_t>(i) * itemBytes);
+            count -= items;
+        }
+    };
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::stringbuf buffer(bytes, std::ios::in);
+        ifpstream in(&buffer, kVersion);
+        std::vector<PNT_3D> points;
+        std::vector<CTri*> triangles;
+        std::vector<CTri*> listed;
+        state.ResumeTiming();
+        std::int32_t pointCount = 0;
+        std::int64_t cloudId = 0;
+        in.read(reinterpret_cast<char*>(&pointCount), sizeof(pointCount));
+        in.read(reinterpret_cast<char*>(&cloudId), sizeof(cloudId));
+        points.reserve(static_cast<std::size_t>(pointCount));
+        readBlocks(in, pointCount, sizeof(PNT_3D), [&points](const unsigned char* item) {
+            PNT_3D p;
+            std::memcpy(&p, item, sizeof(p));
+            points.push_back(p);
+        });
+        std::int32_t triCount = 0;
+        in.read(reinterpret_cast<char*>(&triCount), sizeof(triCount));
+        triangles.reserve(static_cast<std::size_t>(triCount));
+        listed.reserve(static_cast<std::size_t>(triCount));
+        readBlocks(in, triCount, 4 * sizeof(std::int32_t), [&](const unsigned char* item) {
+            std::int32_t values[4];
+            std::memcpy(values, item, sizeof(values));
+            CTri* tri = new CTri(values[3], values[0], values[1], values[2]);
+            triangles.push_back(tri);
+            listed.push_back(tri);
+        });
+        state.PauseTiming();
+        if (!in || triangles.size() != static_cast<std::size_t>(triCount))
+            state.SkipWithError("the section's points and triangles did not read back");
+        for (CTri* tri : triangles) tri->SubReference();
+        state.ResumeTiming();
+    }
+    SetBytes(state, bytes.size());
+}
+
 void Sizes(benchmark::internal::Benchmark* benchmark) {
     benchmark->Arg(kSmallCells)->Arg(kLargeCells)->Unit(benchmark::kMillisecond);
 }
@@ -171,6 +234,7 @@ BENCHMARK(WriteNetwork)->Apply(Sizes);
 BENCHMARK(PlainRead)->Apply(Sizes);
 BENCHMARK(ReadNetwork)->Apply(Sizes);
 BENCHMARK(SkipNetwork)->Apply(Sizes);
+BENCHMARK(ObjectsOnly)->Apply(Sizes);
 
 // Prints, after the usual table, each writer's and reader's time as a multiple of the plain
 // write or read of the same bytes.
@@ -189,6 +253,7 @@ public:
             Print("WriteNetwork" + size, "PlainWrite" + size);
             Print("ReadNetwork" + size, "PlainRead" + size);
             Print("SkipNetwork" + size, "PlainRead" + size);
+            Print("ObjectsOnly" + size, "PlainRead" + size);
         }
     }
 
