@@ -244,17 +244,26 @@ TEST(NetworkFileBlocks, LoadAfterARemoveAllInTheSameEventListsNoAddedTriangle) {
     }
 }
 
+// Where the octree block of @p tris's section starts: after n, the cloud identifier, the points,
+// m, the triangles with their colours and the elevation range.
+std::size_t OcTreeBlockStart(const CTris& tris) {
+    return 4 + 8 + static_cast<std::size_t>(tris.GetNoTriVrts()) * 24 + 4 +
+           static_cast<std::size_t>(tris.GetNoTris()) * 16 + 16;
+}
+
+std::string PrefixRead(bool seekable, std::size_t length) {
+    return std::string(seekable ? "seekable" : "forward-only") + ", prefix of " +
+           std::to_string(length) + " bytes";
+}
+
 TEST(NetworkFileBlocks, ShortSectionsChangeNothingThroughEitherStream) {
     const CRefPtr<CDtmPrj> source = GridProject(12);
     const std::string bytes = Write(*source->GetTris());
     const CTris& whole = *source->GetTris();
-    // Everything before the octree block: n, identifier, points, m, triangles, range.
-    const std::size_t blockStart = 4 + 8 + static_cast<std::size_t>(whole.GetNoTriVrts()) * 24 + 4 +
-                                   static_cast<std::size_t>(whole.GetNoTris()) * 16 + 16;
+    const std::size_t blockStart = OcTreeBlockStart(whole);
     for (const bool seekable : {true, false}) {
         for (std::size_t length = 0; length < blockStart; length += 7) {
-            SCOPED_TRACE(std::string(seekable ? "seekable" : "forward-only") + ", prefix of " +
-                         std::to_string(length) + " bytes");
+            SCOPED_TRACE(PrefixRead(seekable, length));
             const CRefPtr<CDtmPrj> prj = NewProject();
             const TRead read = Read(*prj, bytes.substr(0, length), seekable);
             EXPECT_TRUE(read.failed);
@@ -274,16 +283,14 @@ TEST(NetworkFileBlocks, OctreeBlockCutAnywhereFailsAtTheStreamsEndThroughEitherS
     const CRefPtr<CDtmPrj> source = GridProject(16);
     const std::string bytes = Write(*source->GetTris());
     const CTris& whole = *source->GetTris();
-    const std::size_t blockStart = 4 + 8 + static_cast<std::size_t>(whole.GetNoTriVrts()) * 24 + 4 +
-                                   static_cast<std::size_t>(whole.GetNoTris()) * 16 + 16;
+    const std::size_t blockStart = OcTreeBlockStart(whole);
     const COcTreeNode* root = COcTree::Of(whole).GetRoot();
     ASSERT_NE(root, nullptr);
     ASSERT_NE(root->GetChildMask() & ~root->GetLeafMask(), 0) << "the tree should have sub-nodes";
     ASSERT_GT(bytes.size(), blockStart + 500) << "the block should hold many entries";
     for (const bool seekable : {true, false}) {
         for (std::size_t length = blockStart; length < bytes.size(); ++length) {
-            SCOPED_TRACE(std::string(seekable ? "seekable" : "forward-only") + ", prefix of " +
-                         std::to_string(length) + " bytes");
+            SCOPED_TRACE(PrefixRead(seekable, length));
             const CRefPtr<CDtmPrj> prj = NewProject();
             const TRead read = Read(*prj, bytes.substr(0, length), seekable);
             EXPECT_TRUE(read.failed);
