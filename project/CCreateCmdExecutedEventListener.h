@@ -83,6 +83,10 @@ public:
     /// The project's name or flags are about to change (Notify_Prj_Modified, which has no
     /// operation of IEventListener; the project's change context tells it).
     void OnPrjModified();
+    /// Whether the current event is being recorded (the project is complete and its context has
+    /// a transaction manager). Decided when the event opens; until it closes, a listener that
+    /// does not record acts on no notification of an addition.
+    bool IsRecording() const noexcept { return m_manager != nullptr; }
 
 private:
     /// What the next event starts from, of the options and the elevation ranges.
@@ -92,7 +96,6 @@ private:
         double cvLvMin = 0.0, cvLvMax = 0.0;
     };
 
-    bool IsRecording() const noexcept { return m_manager != nullptr; }
     bool IsProjectComplete() const noexcept;
     void BeginRecording();
     std::unique_ptr<TBaseline> NewBaseline() const;

@@ -10,6 +10,7 @@
 #include "project/CCreateCmdExecutedEventListener.h"
 #include "support/ScopeExit.h"
 
+#include <typeinfo>
 #include <utility>
 
 namespace {
@@ -36,6 +37,15 @@ void MergeChangeType(Kind& stored, Kind notified) {
 /// record.
 CCreateCmdExecutedEventListener* UndoBuilder(IEventListener* listener) {
     return dynamic_cast<CCreateCmdExecutedEventListener*>(listener);
+}
+
+/// Whether @p listener does nothing when told of an added vertex or triangle: the quiet
+/// listener (@p quiet), or the project's own undo builder while it does not record the event.
+/// Any other listener, a subclass of the builder included, may act on each one.
+bool HearsNoAdditions(const IEventListener& listener, const IEventListener& quiet) {
+    if (&listener == &quiet) return true;
+    if (typeid(listener) != typeid(CCreateCmdExecutedEventListener)) return false;
+    return !static_cast<const CCreateCmdExecutedEventListener&>(listener).IsRecording();
 }
 
 /// Lists up to this many entries keep their storage from event to event; a longer one (a load,
@@ -72,6 +82,9 @@ struct CDtmChangeContext::State {
     std::unique_ptr<IEventListener> undoListener;
     CDtmPrj* project;
     IEventListener* current;
+    /// The current listener acts on no addition of a vertex or a triangle (see
+    /// HearsNoAdditions); decided when the outermost event opens, false outside events.
+    bool additionsUnheard = false;
 
     bool prjModified = false;
     bool vncLayersModified = false;
@@ -128,7 +141,10 @@ CDtmPrj* CDtmChangeContext::GetDtmPrj() const noexcept {
 
 void CDtmChangeContext::SetUndoListener(std::unique_ptr<IEventListener> listener) {
     if (!listener) listener = std::make_unique<IEventListener>();
-    if (m_state->current == m_state->undoListener.get()) m_state->current = listener.get();
+    if (m_state->current == m_state->undoListener.get()) {
+        m_state->current = listener.get();
+        m_state->additionsUnheard = false;  // whatever it is, it hears every one from now on
+    }
     m_state->undoListener = std::move(listener);
 }
 
@@ -143,13 +159,17 @@ void CDtmChangeContext::OnBeforeBeginEvent() {
     const bool onCloud = tris != nullptr && tris->IsCld();
     m_state->current =
         (!onCloud && !IsRecordingSuspended()) ? m_state->undoListener.get() : &m_state->quiet;
+    m_state->additionsUnheard = false;
     m_state->current->OnBeginEvent();
+    // The undo builder knows only now whether it records this event.
+    m_state->additionsUnheard = HearsNoAdditions(*m_state->current, m_state->quiet);
 }
 
 void CDtmChangeContext::OnAfterEndEvent() {
     const auto clear = dtm::detail::OnScopeExit([this] {
         m_state->Clear();
         m_state->current = &m_state->quiet;
+        m_state->additionsUnheard = false;
     });
     // Removed lines keep their mark until the next time they are recorded; only the lines that
     // stay in the collection go back to untouched.
@@ -167,11 +187,9 @@ void CDtmChangeContext::OnAfterEndEvent() {
 
 namespace {
 
-/// Runs @p record inside an event of @p context: a notification outside any event is an event
-/// of its own, one inside an event only adds to it.
+/// Runs @p record, which records a notification in @p context's open event.
 template <class Record>
-void InEvent(CDtmChangeContext* context, Record record) {
-    kor::CEventGuard event(context);
+void Recorded(CDtmChangeContext* context, Record record) {
     try {
         record();
     } catch (...) {
@@ -180,6 +198,14 @@ void InEvent(CDtmChangeContext* context, Record record) {
             undo->OnRecordingFailed();
         throw;
     }
+}
+
+/// Runs @p record inside an event of @p context: a notification outside any event is an event
+/// of its own, one inside an event only adds to it.
+template <class Record>
+void InEvent(CDtmChangeContext* context, Record record) {
+    kor::CEventGuard event(context);
+    Recorded(context, record);
 }
 
 }  // namespace
@@ -212,7 +238,9 @@ void CDtmChangeContext::Notify_Tri_InnerDrawModified() {
     InEvent(this, [this] { m_state->triInnerDrawModified = true; });
 }
 
+// An added vertex is recorded nowhere but by the listener.
 void CDtmChangeContext::Notify_Tri_Vrt_Added() {
+    if (AdditionsUnheard()) return;
     InEvent(this, [this] { m_state->current->OnTriVrtAdded(); });
 }
 
@@ -275,10 +303,23 @@ void CDtmChangeContext::Notify_Cnt_Removed(CCnt* boundary) {
 // network's fate; later triangle notifications of the same event are dropped unseen.
 void CDtmChangeContext::Notify_Tri_Added(CTri* triangle) {
     if (m_state->triRemovedAll) return;
+    if (AdditionsUnheard()) {
+        Recorded(this, [this, triangle] { m_state->triAdded.push_back(triangle); });
+        return;
+    }
     InEvent(this, [this, triangle] {
         m_state->triAdded.push_back(triangle);
         m_state->current->OnTriAdded(triangle);
     });
+}
+
+// Inside an open event whose listener ignores additions, an added vertex or triangle has no one
+// to tell: the nested event that would bracket its notification only counts up and down, and no
+// listener runs while it is open to see that depth. A file section or a fill announces millions
+// of them, so that bracket and the listener call are left out; what the event records is the
+// same.
+bool CDtmChangeContext::AdditionsUnheard() const noexcept {
+    return m_state->additionsUnheard && GetEventDepth() > 0;
 }
 
 void CDtmChangeContext::ReserveTriAdded(std::size_t count) {

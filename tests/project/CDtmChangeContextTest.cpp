@@ -14,6 +14,7 @@
 
 #include "ContextAccess.h"
 #include "Probes.h"
+#include "project/CCreateCmdExecutedEventListener.h"
 
 namespace {
 
@@ -337,6 +338,86 @@ TEST_F(ChangeContextTest, DetachedContextRecordsForUndoAsUsual) {
     context->Detach();
     Notify().TriVrtAdded();
     EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriVrtAdded", "EndEvent"}));
+}
+
+// Additions that no listener acts on are still listed for the host, in order and with
+// repeats, and still dropped after a remove-all of the same event.
+TEST_F(ChangeContextTest, AdditionsUnheardByTheQuietListenerAreListedInOrder) {
+    auto* t = new ProbeRecord<CTri>(alive);
+    auto* u = new ProbeRecord<CTri>(alive);
+    tm.SetRecordingSuspended(true);
+    {
+        kor::CEventGuard event(context);
+        Notify().TriVrtAdded();
+        Notify().TriAdded(t);
+        Notify().TriAdded(u);
+        Notify().TriAdded(t);
+        EXPECT_EQ(context->GetEventDepth(), 1);
+        Notify().TriRemoveAll();
+        Notify().TriAdded(u);
+    }
+    EXPECT_TRUE(listener->log.empty());
+    const auto& event = recorder.events.at(0);
+    EXPECT_EQ(event.triAdded, (std::vector<CTri*>{t, u, t}));
+    EXPECT_TRUE(event.triRemovedAll);
+    for (kor::IRefCounter* e : std::vector<kor::IRefCounter*>{t, u}) e->SubReference();
+    EXPECT_EQ(alive, 0);
+}
+
+// The project's own undo builder that does not record (no manager) ignores additions; one put
+// in its place while the event is open hears every addition that follows.
+TEST_F(ChangeContextTest, ListenerInstalledInAnOpenEventHearsTheAdditionsThatFollow) {
+    context->Detach();
+    context->SetUndoListener(std::make_unique<CCreateCmdExecutedEventListener>(prj));
+    auto* t = new ProbeRecord<CTri>(alive);
+    auto logging = std::make_unique<LoggingEventListener>();
+    const LoggingEventListener& late = *logging;
+    {
+        kor::CEventGuard event(context);
+        Notify().TriVrtAdded();
+        Notify().TriAdded(t);
+        context->SetUndoListener(std::move(logging));
+        Notify().TriVrtAdded();
+        Notify().TriAdded(t);
+    }
+    EXPECT_EQ(late.log, (Log{"TriVrtAdded", "TriAdded", "EndEvent"}));
+    EXPECT_EQ(recorder.events.at(0).triAdded, (std::vector<CTri*>{t, t}));
+    t->SubReference();
+}
+
+// A host's listener derived from the undo builder may act on additions even when the builder
+// itself would not: it hears each one, inside the notification's own nested event.
+class CountingUndoBuilder : public CCreateCmdExecutedEventListener {
+public:
+    CountingUndoBuilder(CDtmPrj* project, CDtmChangeContext& context, std::vector<int>& depths)
+        : CCreateCmdExecutedEventListener(project), m_context(context), m_depths(depths) {}
+    void OnTriVrtAdded() override {
+        m_depths.push_back(m_context.GetEventDepth());
+        CCreateCmdExecutedEventListener::OnTriVrtAdded();
+    }
+    void OnTriAdded(CTri* triangle) override {
+        m_depths.push_back(m_context.GetEventDepth());
+        CCreateCmdExecutedEventListener::OnTriAdded(triangle);
+    }
+
+private:
+    CDtmChangeContext& m_context;
+    std::vector<int>& m_depths;
+};
+
+TEST_F(ChangeContextTest, ADerivedUndoBuilderHearsEveryAdditionInItsNestedEvent) {
+    context->Detach();
+    std::vector<int> depths;
+    context->SetUndoListener(std::make_unique<CountingUndoBuilder>(prj, *context, depths));
+    auto* t = new ProbeRecord<CTri>(alive);
+    {
+        kor::CEventGuard event(context);
+        Notify().TriVrtAdded();
+        Notify().TriAdded(t);
+    }
+    Notify().TriAdded(t);
+    EXPECT_EQ(depths, (std::vector<int>{2, 2, 1}));
+    t->SubReference();
 }
 
 // A listener that fails in the middle of an event, as an allocation failure would.

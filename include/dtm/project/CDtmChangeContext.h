@@ -124,6 +124,8 @@ private:
     /// The project has built its components: the undo builder takes the state it starts from,
     /// so that even a change made before any event of the project can be undone.
     void OnPrjBuilt();
+    /// True while an open event's listener ignores added vertices and triangles.
+    bool AdditionsUnheard() const noexcept;
 
     struct State;
     std::unique_ptr<State> m_state;
