@@ -44,6 +44,18 @@ void CTris::AppendVertex(const kor::geom::PNT_3D& p) {
     m_context->Notify_Tri_Vrt_Added();
 }
 
+void CTris::AppendVertices(const kor::geom::PNT_3D* points, std::size_t count) {
+    if (!m_context->AdditionsUnheard()) {
+        for (std::size_t i = 0; i < count; ++i) AppendVertex(points[i]);
+        return;
+    }
+    // Nothing to announce, so the points go in as a block; the array gains all or none of them
+    // should it fail to grow, where one by one it would keep those before the failure.
+    m_vertices.insert(m_vertices.end(), points, points + count);
+    m_appendedVertices += count;
+    for (std::size_t i = 0; i < count; ++i) UpdateMinMaxQuota(points[i].z);
+}
+
 void CTris::ReserveTriAppends(std::size_t count) {
     m_tris.reserve(m_tris.size() + count);
     m_context->ReserveTriAdded(count);

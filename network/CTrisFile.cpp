@@ -134,11 +134,13 @@ private:
     std::size_t m_used = 0;
 };
 
-// Reads @p count items of @p itemBytes bytes each in blocks and hands each to @p take(bytes),
-// which must take exactly itemBytes. False, with the stream failed, when the stream ends first:
-// the stream is then left where reading the items one by one would have left it, at its end.
-template <class Take>
-bool ReadItems(std::istream& stream, std::int64_t count, std::size_t itemBytes, Take&& take) {
+// Reads @p count items of @p itemBytes bytes each in blocks and hands each block to
+// @p takeBlock(bytes, items). False, with the stream failed, when the stream ends first: the
+// stream is then left where reading the items one by one would have left it, at its end, and
+// the items of the short block are not handed out.
+template <class TakeBlock>
+bool ReadBlocks(std::istream& stream, std::int64_t count, std::size_t itemBytes,
+                TakeBlock&& takeBlock) {
     const std::int64_t perBlock = static_cast<std::int64_t>(kBlockBytes / itemBytes);
     // Small reads (an octree node, a few leaves) use the stack; large ones one block, allocated
     // for the items the stream is about to deliver.
@@ -159,11 +161,19 @@ bool ReadItems(std::istream& stream, std::int64_t count, std::size_t itemBytes, 
             stream.setstate(std::ios::failbit);
             return false;
         }
-        const unsigned char* next = block;
-        for (std::int64_t i = 0; i < items; ++i) take(next);
+        takeBlock(static_cast<const unsigned char*>(block), items);
         count -= items;
     }
     return true;
+}
+
+// As ReadBlocks, handing out each item to @p take(bytes), which must take exactly itemBytes.
+template <class Take>
+bool ReadItems(std::istream& stream, std::int64_t count, std::size_t itemBytes, Take&& take) {
+    return ReadBlocks(stream, count, itemBytes,
+                      [&take](const unsigned char* next, std::int64_t items) {
+                          for (std::int64_t i = 0; i < items; ++i) take(next);
+                      });
 }
 
 // The bytes the stream still holds, or -1 when it cannot tell (a stream that cannot seek).
@@ -653,9 +663,16 @@ bool CTrisFileSection::ReadDirect(CTris& tris, std::istream& stream, short versi
     const int trisBefore = tris.GetNoTris();
     // The counts are backed by bytes the stream holds, so reserving for them is safe.
     tris.m_vertices.reserve(tris.m_vertices.size() + static_cast<std::size_t>(count));
-    bool read = ReadItems(stream, count, kPointBytes, [&tris](const unsigned char*& bytes) {
-        tris.AppendVertex(TakePoint(bytes));
-    });
+    std::vector<PNT_3D> points;
+    points.reserve(
+        static_cast<std::size_t>(std::min<std::int64_t>(count, kBlockBytes / kPointBytes)));
+    bool read = ReadBlocks(stream, count, kPointBytes,
+                           [&tris, &points](const unsigned char* bytes, std::int64_t items) {
+                               points.clear();
+                               for (std::int64_t i = 0; i < items; ++i)
+                                   points.push_back(TakePoint(bytes));
+                               tris.AppendVertices(points.data(), points.size());
+                           });
     std::int32_t storedTris = 0;
     read = read && io::ReadRaw(stream, storedTris);
     if (!read) return true;

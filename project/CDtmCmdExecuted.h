@@ -276,8 +276,11 @@ private:
 
     static std::vector<kor::CRefPtr<Entity>> InOrder(
         std::vector<std::pair<std::uint64_t, Entity*>>& ordered) {
-        std::sort(ordered.begin(), ordered.end(),
-                  [](const auto& a, const auto& b) { return a.first < b.first; });
+        // Usually already in order (entities met in the order they were added), which one pass
+        // tells; sorting a million additions again would cost more than listing them.
+        const auto earlier = [](const auto& a, const auto& b) { return a.first < b.first; };
+        if (!std::is_sorted(ordered.begin(), ordered.end(), earlier))
+            std::sort(ordered.begin(), ordered.end(), earlier);
         std::vector<kor::CRefPtr<Entity>> entities;
         entities.reserve(ordered.size());
         for (const auto& item : ordered)

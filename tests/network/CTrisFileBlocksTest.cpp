@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -317,6 +318,78 @@ TEST(NetworkFileBlocks, NegativeTriangleCountFailsThroughEitherStreamWithNothing
         EXPECT_EQ(prj->GetTris()->GetNoTriVrts(), 0);
         // Stopped right after the count, as a reader value by value does.
         EXPECT_EQ(read.consumed, 4u + 8u + 48u + 4u);
+    }
+}
+
+// Points in one of the reader's blocks of 64 KiB.
+constexpr std::size_t kBlockPoints = 65536 / 24;
+
+// A seekable stream buffer over @p bytes whose device gives out once it has delivered @p limit
+// bytes: the reader has seen that the section is whole and still meets a read that fails part
+// way.
+class CFailingDeviceBuffer : public std::stringbuf {
+public:
+    CFailingDeviceBuffer(const std::string& bytes, std::streamsize limit)
+        : std::stringbuf(bytes, std::ios::in), m_left(limit) {}
+
+protected:
+    std::streamsize xsgetn(char* target, std::streamsize count) override {
+        const std::streamsize delivered = std::stringbuf::xsgetn(target, std::min(count, m_left));
+        m_left -= delivered;
+        return delivered;
+    }
+
+private:
+    std::streamsize m_left;
+};
+
+// Reads @p bytes through a device that fails after @p limit bytes, with the network's additions
+// heard by a listener (each one announced) or by none (the quiet listener of a project without
+// undo recording).
+std::vector<Record> ReadFromFailingDevice(const std::string& bytes, std::streamsize limit,
+                                          bool heard, bool& failed) {
+    const CRefPtr<CDtmPrj> prj = NewProject();
+    std::string log;
+    if (heard) prj->GetContext()->SetUndoListener(std::make_unique<CRecordingListener>(log));
+    CFailingDeviceBuffer buffer(bytes, limit);
+    ifpstream in(&buffer, kVersion);
+    prj->GetTris()->LeggeDaFile(in, kor::CRefObjIdRemapper(), true);
+    failed = in.fail();
+    prj->GetContext()->SetUndoListener(nullptr);
+    if (heard) {
+        const CTris& tris = *prj->GetTris();
+        EXPECT_EQ(log, std::string(static_cast<std::size_t>(tris.GetNoTriVrts()), 'v') +
+                           std::string(static_cast<std::size_t>(tris.GetNoTris()), 't'));
+    }
+    return Content(*prj->GetTris());
+}
+
+// Points that nobody hears being added are appended a block at a time, the others one by one:
+// the network must end up the same either way, also when the device fails part way (the points
+// and triangles of the blocks read before stay, and the elevation range covers those points).
+TEST(NetworkFileBlocks, HeardAndUnheardAdditionsLeaveTheSameNetworkWhereverTheDeviceFails) {
+    const CRefPtr<CDtmPrj> source = GridProject(60);
+    const std::string bytes = Write(*source->GetTris());
+    const std::size_t points =
+        12 + 24 * static_cast<std::size_t>(source->GetTris()->GetNoTriVrts());
+    const std::size_t never = bytes.size() * 2;
+    for (const std::size_t limit :
+         {std::size_t{40}, std::size_t{70000}, points - 5, points + 30000,
+          OcTreeBlockStart(*source->GetTris()) - 8, bytes.size() - 3, never}) {
+        SCOPED_TRACE("device fails after " + std::to_string(limit) + " bytes");
+        const auto cut = static_cast<std::streamsize>(limit);
+        bool unheardFailed = false;
+        bool heardFailed = false;
+        const std::vector<Record> unheard = ReadFromFailingDevice(bytes, cut, false, unheardFailed);
+        EXPECT_EQ(unheard, ReadFromFailingDevice(bytes, cut, true, heardFailed));
+        EXPECT_EQ(unheardFailed, limit != never);
+        EXPECT_EQ(heardFailed, limit != never);
+        if (limit == never) {
+            EXPECT_EQ(unheard, Content(*source->GetTris()));
+        } else if (limit == 70000) {
+            // The first block of points came in, and the range is theirs.
+            EXPECT_EQ(unheard.size(), kBlockPoints + 1);
+        }
     }
 }
 

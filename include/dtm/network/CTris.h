@@ -271,6 +271,9 @@ private:
 
     void UpdateMinMaxQuota(double z);
     void AppendVertex(const kor::geom::PNT_3D& p);
+    /// As AppendVertex for each of @p count points in turn, in one step when no listener hears
+    /// the additions (a file section appends hundreds of thousands).
+    void AppendVertices(const kor::geom::PNT_3D* points, std::size_t count);
     /// Room for @p count more triangles in the array and in the open event's list of added
     /// ones, ahead of a long run of AddNewTri.
     void ReserveTriAppends(std::size_t count);
