@@ -127,6 +127,13 @@ private:
     std::string& m_log;
 };
 
+// What CRecordingListener logs for a network whose every vertex and triangle was announced once,
+// vertices first.
+std::string EachAnnouncedOnce(const CTris& tris) {
+    return std::string(static_cast<std::size_t>(tris.GetNoTriVrts()), 'v') +
+           std::string(static_cast<std::size_t>(tris.GetNoTris()), 't');
+}
+
 struct TRead {
     bool failed = false;
     std::size_t consumed = 0;
@@ -190,9 +197,7 @@ TEST(NetworkFileBlocks, SeekableAndForwardOnlyStreamsReadTheSameNetworkAndNotifi
     EXPECT_EQ(fromSeekable.consumed, bytes.size() - 4);
     EXPECT_EQ(fromForwardOnly.consumed, bytes.size() - 4);
     EXPECT_EQ(fromSeekable.notifications, fromForwardOnly.notifications);
-    EXPECT_EQ(fromSeekable.notifications,
-              std::string(static_cast<std::size_t>(source->GetTris()->GetNoTriVrts()), 'v') +
-                  std::string(static_cast<std::size_t>(source->GetTris()->GetNoTris()), 't'));
+    EXPECT_EQ(fromSeekable.notifications, EachAnnouncedOnce(*source->GetTris()));
     EXPECT_EQ(Content(*direct->GetTris()), Content(*source->GetTris()));
     EXPECT_EQ(Content(*staged->GetTris()), Content(*source->GetTris()));
     // Both kept the stored tree: written back, they give the source's bytes.
@@ -357,9 +362,7 @@ std::vector<Record> ReadFromFailingDevice(const std::string& bytes, std::streams
     failed = in.fail();
     prj->GetContext()->SetUndoListener(nullptr);
     if (heard) {
-        const CTris& tris = *prj->GetTris();
-        EXPECT_EQ(log, std::string(static_cast<std::size_t>(tris.GetNoTriVrts()), 'v') +
-                           std::string(static_cast<std::size_t>(tris.GetNoTris()), 't'));
+        EXPECT_EQ(log, EachAnnouncedOnce(*prj->GetTris()));
     }
     return Content(*prj->GetTris());
 }
@@ -387,7 +390,7 @@ TEST(NetworkFileBlocks, HeardAndUnheardAdditionsLeaveTheSameNetworkWhereverTheDe
         if (limit == never) {
             EXPECT_EQ(unheard, Content(*source->GetTris()));
         } else if (limit == 70000) {
-            // The first block of points came in, and the range is theirs.
+            // Exactly the first block of points came in (their range is compared above).
             EXPECT_EQ(unheard.size(), kBlockPoints + 1);
         }
     }
