@@ -38,43 +38,46 @@ struct TPlanBox {
 class CPlanGrid {
 public:
     /// Builds the grid over items 0 .. count − 1; @p boxOf(i, box) gives item i's box and
-    /// answers false for an item without a finite box. Items are visited twice, in ascending
-    /// order. About @p itemsPerCell items per cell (counted once each), at most @p maxCells
-    /// cells; an item whose box covers more than @p maxCellsPerItem cells is listed as wide.
-    /// Item numbers must fit 32 bits.
+    /// answers false for an item without a finite box. About @p itemsPerCell items per cell
+    /// (counted once each), at most @p maxCells cells; an item whose box covers more than
+    /// @p maxCellsPerItem cells is listed as wide. Item numbers must fit 32 bits.
+    ///
+    /// @p extentGuess, when it is finite, is taken for the extent of the items' boxes, which
+    /// saves a pass over the items (the caller can often find it from far less data than the
+    /// items themselves); otherwise a first pass finds the extent. Any extent gives a correct
+    /// grid, since points and boxes beyond it fall into the border cells; a poor one only makes
+    /// cells crowded. So the items are counted under the guess, which also yields the true
+    /// extent, and the guess is kept unless the true extent is much smaller or many items have
+    /// no box: then they are counted again under the true extent. Items are visited two to four
+    /// times, in ascending order.
     template <class BoxOf>
-    void Build(std::size_t count, BoxOf&& boxOf, double itemsPerCell, std::size_t maxCells,
-               std::size_t maxCellsPerItem) {
+    void Build(std::size_t count, BoxOf&& boxOf, const TPlanBox& extentGuess, double itemsPerCell,
+               std::size_t maxCells, std::size_t maxCellsPerItem) {
         *this = CPlanGrid();
-        const double infinity = std::numeric_limits<double>::infinity();
-        TPlanBox extent{infinity, infinity, -infinity, -infinity};
-        std::size_t finiteCount = 0;
-        TPlanBox box{};
-        for (std::size_t i = 0; i < count; ++i) {
-            if (!boxOf(i, box) || !box.IsFinite()) continue;
-            extent.x0 = std::min(extent.x0, box.x0);
-            extent.y0 = std::min(extent.y0, box.y0);
-            extent.x1 = std::max(extent.x1, box.x1);
-            extent.y1 = std::max(extent.y1, box.y1);
-            ++finiteCount;
-        }
-        if (finiteCount == 0) {
-            // Every item is wide; one empty cell keeps the lookups simple.
-            m_cellStart.assign(2, 0);
-            for (std::size_t i = 0; i < count; ++i) m_wide.push_back(static_cast<std::uint32_t>(i));
+        TPlanBox guess = extentGuess;
+        if (!IsUsableExtent(guess)) guess = ExtentOf(count, boxOf);
+        if (!IsUsableExtent(guess)) {
+            ListAllAsWide(count);
             return;
         }
-        Shape(extent, finiteCount, itemsPerCell, maxCells);
-
-        // Counting pass: the size of every cell goes into the slot of the cell after it.
-        m_cellStart.assign(CellCount() + 1, 0);
-        std::size_t wideCount = 0;
-        ForEachRegistration(
-            count, boxOf, maxCellsPerItem,
-            [this](std::size_t, std::size_t cell, std::uint16_t) { ++m_cellStart[cell + 1]; },
-            [&wideCount](std::size_t) { ++wideCount; });
-        for (std::size_t cell = 1; cell < m_cellStart.size(); ++cell)
-            m_cellStart[cell] += m_cellStart[cell - 1];
+        TPlanBox extent = Nothing();
+        std::size_t finiteCount = 0;
+        const auto boxAndExtentOf = [&boxOf, &extent, &finiteCount](std::size_t i, TPlanBox& box) {
+            if (!boxOf(i, box) || !box.IsFinite()) return false;
+            Include(extent, box);
+            ++finiteCount;
+            return true;
+        };
+        Shape(guess, count, itemsPerCell, maxCells);
+        std::size_t wideCount = CountPerCell(count, boxAndExtentOf, maxCellsPerItem);
+        if (finiteCount == 0) {
+            ListAllAsWide(count);
+            return;
+        }
+        if (!Fits(guess, extent, count, finiteCount)) {
+            Shape(extent, finiteCount, itemsPerCell, maxCells);
+            wideCount = CountPerCell(count, boxOf, maxCellsPerItem);
+        }
 
         // Filling pass, in ascending item order: each cell's slot serves as its write cursor and
         // ends at the start of the next cell, so one shift restores the starts afterwards.
@@ -193,6 +196,67 @@ private:
         }
     };
 
+    // The box that includes nothing, and growing a box to include another.
+    static TPlanBox Nothing() noexcept {
+        const double infinity = std::numeric_limits<double>::infinity();
+        return {infinity, infinity, -infinity, -infinity};
+    }
+    static void Include(TPlanBox& extent, const TPlanBox& box) noexcept {
+        extent.x0 = std::min(extent.x0, box.x0);
+        extent.y0 = std::min(extent.y0, box.y0);
+        extent.x1 = std::max(extent.x1, box.x1);
+        extent.y1 = std::max(extent.y1, box.y1);
+    }
+    template <class BoxOf>
+    static TPlanBox ExtentOf(std::size_t count, BoxOf& boxOf) {
+        TPlanBox extent = Nothing();
+        TPlanBox box{};
+        for (std::size_t i = 0; i < count; ++i) {
+            if (boxOf(i, box) && box.IsFinite()) Include(extent, box);
+        }
+        return extent;
+    }
+    static bool IsUsableExtent(const TPlanBox& extent) noexcept {
+        return extent.IsFinite() && extent.x0 <= extent.x1 && extent.y0 <= extent.y1;
+    }
+
+    // Whether a grid shaped for @p guess and @p count items serves items whose boxes span
+    // @p actual, @p finiteCount of them with a box, about as well as one shaped for those: the
+    // true extent covers at least half the guess on each axis and at least half the items have
+    // a box, so that cells hold at most about four times the items wanted.
+    static bool Fits(const TPlanBox& guess, const TPlanBox& actual, std::size_t count,
+                     std::size_t finiteCount) noexcept {
+        const auto covers = [](double guessLow, double guessHigh, double low, double high) {
+            const double span = std::min(high, guessHigh) - std::max(low, guessLow);
+            return !(guessHigh - guessLow > 2.0 * span);
+        };
+        return 2 * finiteCount >= count && covers(guess.x0, guess.x1, actual.x0, actual.x1) &&
+               covers(guess.y0, guess.y1, actual.y0, actual.y1);
+    }
+
+    // No item has a finite box: every item is wide, and one empty cell keeps the lookups simple.
+    void ListAllAsWide(std::size_t count) {
+        *this = CPlanGrid();
+        m_cellStart.assign(2, 0);
+        m_wide.reserve(count);
+        for (std::size_t i = 0; i < count; ++i) m_wide.push_back(static_cast<std::uint32_t>(i));
+    }
+
+    // Counting pass: the size of every cell goes into the slot of the cell after it, and the
+    // slots then add up to the cells' starts. Returns the number of wide items.
+    template <class BoxOf>
+    std::size_t CountPerCell(std::size_t count, BoxOf& boxOf, std::size_t maxCellsPerItem) {
+        m_cellStart.assign(CellCount() + 1, 0);
+        std::size_t wideCount = 0;
+        ForEachRegistration(
+            count, boxOf, maxCellsPerItem,
+            [this](std::size_t, std::size_t cell, std::uint16_t) { ++m_cellStart[cell + 1]; },
+            [&wideCount](std::size_t) { ++wideCount; });
+        for (std::size_t cell = 1; cell < m_cellStart.size(); ++cell)
+            m_cellStart[cell] += m_cellStart[cell - 1];
+        return wideCount;
+    }
+
     std::size_t CellCount() const noexcept { return m_nx * m_ny; }
 
     // The sub-cell of v on an axis of @p cells cells: floor((v − origin) · scale) clamped to the
@@ -299,6 +363,16 @@ private:
             const std::size_t y0 = Fine(box.y0, m_originY, m_scaleY, m_ny);
             const std::size_t y1 = Fine(box.y1, m_originY, m_scaleY, m_ny);
             const std::size_t c0 = x0 >> 4, c1 = x1 >> 4, r0 = y0 >> 4, r1 = y1 >> 4;
+            const auto cover = [](std::size_t from, std::size_t to, std::size_t rowFrom,
+                                  std::size_t rowTo) {
+                return static_cast<std::uint16_t>(from | (to << 4) | (rowFrom << 8) |
+                                                  (rowTo << 12));
+            };
+            if (c0 == c1 && r0 == r1) {
+                // Most items lie in one cell; they skip the loops and their hard-to-predict exits.
+                onCell(i, r0 * m_nx + c0, cover(x0 & 15, x1 & 15, y0 & 15, y1 & 15));
+                continue;
+            }
             if ((c1 - c0 + 1) * (r1 - r0 + 1) > maxCellsPerItem) {
                 onWide(i);
                 continue;
@@ -309,9 +383,7 @@ private:
                 for (std::size_t column = c0; column <= c1; ++column) {
                     const unsigned xFrom = column == c0 ? static_cast<unsigned>(x0 & 15) : 0u;
                     const unsigned xTo = column == c1 ? static_cast<unsigned>(x1 & 15) : 15u;
-                    onCell(i, row * m_nx + column,
-                           static_cast<std::uint16_t>(xFrom | (xTo << 4) | (yFrom << 8) |
-                                                      (yTo << 12)));
+                    onCell(i, row * m_nx + column, cover(xFrom, xTo, yFrom, yTo));
                 }
             }
         }

@@ -35,17 +35,37 @@ double Above(double v) {
 }
 
 // The plan box of triangle @p tri widened by the reach; false when a vertex does not exist or
-// has a plan coordinate that is not finite (such a triangle belongs in no cell).
-bool ReachBox(const CTris& tris, const CTri& tri, TPlanBox& box) {
-    const PNT_3D a = NetworkVertex(tris, tri, 0);
-    const PNT_3D b = NetworkVertex(tris, tri, 1);
-    const PNT_3D c = NetworkVertex(tris, tri, 2);
+// has a plan coordinate that is not finite (such a triangle belongs in no cell). It runs for
+// every triangle in every pass of a build, so it reads the vertices in place, as the octree's
+// passes do (a missing vertex reads as a point with no position).
+bool ReachBox(const PNT_3D* points, std::size_t pointCount, const CTri& tri, TPlanBox& box) {
+    const PNT_3D& a = VertexAt(points, pointCount, tri.GetVerIndex(0));
+    const PNT_3D& b = VertexAt(points, pointCount, tri.GetVerIndex(1));
+    const PNT_3D& c = VertexAt(points, pointCount, tri.GetVerIndex(2));
     if (!(std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(b.x) && std::isfinite(b.y) &&
           std::isfinite(c.x) && std::isfinite(c.y)))
         return false;
     box = {Below(std::min({a.x, b.x, c.x})), Below(std::min({a.y, b.y, c.y})),
            Above(std::max({a.x, b.x, c.x})), Above(std::max({a.y, b.y, c.y}))};
     return box.IsFinite();
+}
+
+// The reach box of the network's vertices with finite plan coordinates: the extent of the
+// triangles' boxes whenever every such vertex belongs to a triangle, which is the rule, found
+// from an array that is read in order and holds half as many points as there are triangles.
+TPlanBox VertexReachExtent(const std::vector<PNT_3D>& vertices) {
+    double x0 = std::numeric_limits<double>::infinity();
+    double y0 = x0;
+    double x1 = -x0;
+    double y1 = -x0;
+    for (const PNT_3D& v : vertices) {
+        if (!(std::isfinite(v.x) && std::isfinite(v.y))) continue;
+        x0 = std::min(x0, v.x);
+        y0 = std::min(y0, v.y);
+        x1 = std::max(x1, v.x);
+        y1 = std::max(y1, v.y);
+    }
+    return {Below(x0), Below(y0), Above(x1), Above(y1)};
 }
 
 bool IsFinitePoint(const PNT_2D& p) {
@@ -91,13 +111,15 @@ const CTrisSearchIndex& CTrisSearchIndex::Of(const CTris& tris) {
 CTrisSearchIndex::CTrisSearchIndex(const CTris& tris)
     : m_tris(&tris), m_stamp(TShapeStamp::Of(tris)), m_covered(tris.m_tris.size()) {
     const std::vector<CTri*>& triangles = tris.m_tris;
+    const PNT_3D* const points = tris.m_vertices.data();
+    const std::size_t pointCount = tris.m_vertices.size();
     m_grid.Build(
         m_covered,
-        [&tris, &triangles](std::size_t tri, TPlanBox& box) {
+        [&tris, &triangles, points, pointCount](std::size_t tri, TPlanBox& box) {
             PrefetchTriangle(triangles, tris.m_vertices, tri);
-            return ReachBox(tris, *triangles[tri], box);
+            return ReachBox(points, pointCount, *triangles[tri], box);
         },
-        kTrisPerCell, kMaxCells, CellsPerTriLimit(m_covered));
+        VertexReachExtent(tris.m_vertices), kTrisPerCell, kMaxCells, CellsPerTriLimit(m_covered));
 }
 
 bool CTrisSearchIndex::IsCurrentFor(const CTris& tris) const noexcept {

@@ -234,6 +234,85 @@ TEST(SearchIndex, DegenerateNonFiniteAndDanglingTrianglesAgreeWithTheScan) {
     EXPECT_TRUE(AgreesWithScan(tris, 602, 5000));
 }
 
+// Counts the candidates the index hands over for one point, without stopping it.
+class CandidateCounter : public CTrisSearchIndex::IVisitor {
+public:
+    bool OnCandidate(int) override {
+        ++m_count;
+        return false;
+    }
+    std::size_t Count() const { return m_count; }
+
+private:
+    std::size_t m_count = 0;
+};
+
+// The mean number of candidates the index of @p tris hands over for points inside the triangles.
+double MeanCandidates(const CTris& tris, unsigned seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    const CTrisSearchIndex& index = CTrisSearchTestAccess::Index(tris);
+    std::size_t total = 0;
+    constexpr int kPoints = 500;
+    for (int i = 0; i < kPoints; ++i) {
+        const CTri& tri = *tris.GetTriAt(static_cast<int>(random() % tris.GetNoTris()));
+        const PNT_3D a = tris.GetTriVrtAt(tri.GetVerIndex(0));
+        const PNT_3D b = tris.GetTriVrtAt(tri.GetVerIndex(1));
+        const PNT_3D c = tris.GetTriVrtAt(tri.GetVerIndex(2));
+        const double u = unit(random) / 2.0;
+        const double v = unit(random) / 2.0;
+        CandidateCounter counter;
+        index.VisitPoint(PNT_2D(a.x + u * (b.x - a.x) + v * (c.x - a.x),
+                                a.y + u * (b.y - a.y) + v * (c.y - a.y)),
+                         counter);
+        total += counter.Count();
+    }
+    return static_cast<double>(total) / kPoints;
+}
+
+TEST(SearchIndex, FarVerticesThatNoTriangleUsesNeitherChangeAnswersNorCrowdTheCells) {
+    // The index takes its extent from the vertices, which is the triangles' extent when every
+    // vertex is used. Vertices far away that no triangle uses make that extent far too large;
+    // the index must notice and spread the triangles over cells of their own extent.
+    TestProject plain;
+    const RandomNetwork network = dtm_test::MakeJitteredGrid(41, 40, 10.0);
+    plain.Fill(network.vertices, network.triangles);
+    const double usual = MeanCandidates(plain.Tris(), 1);
+
+    RandomNetwork strayed = network;
+    strayed.vertices.push_back(PNT_3D(1e7, 1e7, 0.0));
+    strayed.vertices.push_back(PNT_3D(-3e6, 2e5, 0.0));
+    strayed.vertices.push_back(PNT_3D(kNaN, 5.0, 0.0));
+    TestProject project;
+    project.Fill(strayed.vertices, strayed.triangles);
+    const CTris& tris = project.Tris();
+    EXPECT_TRUE(AgreesWithScan(tris, 650, 6000));
+    EXPECT_EQ(CTrisSearchTestAccess::Index(tris).GetMemoryBytes(),
+              CTrisSearchTestAccess::Index(plain.Tris()).GetMemoryBytes());
+    EXPECT_DOUBLE_EQ(MeanCandidates(tris, 1), usual);
+    EXPECT_LT(usual, 40.0);
+}
+
+TEST(SearchIndex, TrianglesMostlyWithoutPlanPositionsAgreeWithTheScan) {
+    // Two thirds of the triangles have a vertex with no plan position and belong in no cell:
+    // the cells are sized for the third that remain, and every answer is the scan's.
+    RandomNetwork network = dtm_test::MakeJitteredGrid(43, 30, 10.0);
+    const int lost = static_cast<int>(network.vertices.size());
+    network.vertices.push_back(PNT_3D(kNaN, kNaN, 0.0));
+    const std::size_t kept = network.triangles.size();
+    for (std::size_t i = 0; i < 2 * kept; ++i) {
+        TriIndices tri = network.triangles[i % kept];
+        tri[i % 3] = lost;
+        network.triangles.push_back(tri);
+    }
+    TestProject project;
+    project.Fill(network.vertices, network.triangles);
+    const CTris& tris = project.Tris();
+    EXPECT_TRUE(AgreesWithScan(tris, 660, 6000));
+    project.Tris().CalcOcTree();
+    EXPECT_TRUE(AgreesWithScan(tris, 661, 6000));
+}
+
 TEST(SearchIndex, TheLastTrianglesOwnUndefinedAnswerComesBackWhenNoneQualifies) {
     TestProject project;
     // The last triangle, far from the others, snaps to a vertex whose elevation is NaN or
