@@ -497,6 +497,22 @@ void COcTree::Build() {
     m_boundsStamp = TShapeStamp::Of(*m_owner);
 }
 
+namespace {
+
+// How far ahead of the entry being sorted its vertices are asked for: a run in array order can
+// name vertices anywhere in the array, and the top levels of a large network miss the cache on
+// nearly every one.
+constexpr std::size_t kEntryVerticesAhead = 16;
+
+template <class Entry>
+void PrefetchVertices(const PNT_3D* points, std::size_t pointCount, const Entry& entry) noexcept {
+    for (const std::int32_t index : entry.vertex) {
+        if (static_cast<std::size_t>(index) < pointCount) Prefetch(&points[index]);
+    }
+}
+
+}  // namespace
+
 // Builds @p node over the run [begin, begin + count) of state.entries[from] and returns the box
 // of its triangles. The run is sorted into the other entry array, and the children are built
 // from there, so that no level copies its run back; every triangle's final position is written
@@ -529,6 +545,8 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
             return VertexAt(points, pointCount, index);
         };
         for (std::size_t i = begin; i < end; ++i) {
+            if (i + kEntryVerticesAhead < end)
+                PrefetchVertices(points, pointCount, entries[i + kEntryVerticesAhead]);
             const WorkEntry& entry = entries[i];
             const PNT_3D& v0 = vertex(entry.vertex[0]);
             const int key = Straddles(v0, vertex(entry.vertex[1]), vertex(entry.vertex[2]), centre)
