@@ -62,13 +62,16 @@ int OctantOf(const PNT_3D& p, const PNT_3D& c) {
 
 // True when the triangle with coordinates a0, a1, a2 on one axis crosses the plane at c of that
 // axis. A vertex exactly on the plane gives a zero product and does not make it straddle.
+// The tests are combined with | rather than ||: all six are cheap, and for the triangles near a
+// plane, the many whose keys a build computes at every level, the short-circuit branches went
+// either way at random.
 bool StraddlesPlane(double a0, double a1, double a2, double c) {
     const double offset0 = a0 - c;
-    return (a1 - c) * offset0 < 0.0 || (a2 - c) * offset0 < 0.0;
+    return ((a1 - c) * offset0 < 0.0) | ((a2 - c) * offset0 < 0.0);
 }
 
 bool Straddles(const PNT_3D& v0, const PNT_3D& v1, const PNT_3D& v2, const PNT_3D& c) {
-    return StraddlesPlane(v0.x, v1.x, v2.x, c.x) || StraddlesPlane(v0.y, v1.y, v2.y, c.y) ||
+    return StraddlesPlane(v0.x, v1.x, v2.x, c.x) | StraddlesPlane(v0.y, v1.y, v2.y, c.y) |
            StraddlesPlane(v0.z, v1.z, v2.z, c.z);
 }
 
