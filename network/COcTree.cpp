@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -20,6 +21,8 @@ using kor::geom::RECT_3D;
 namespace {
 
 constexpr int kOctantCount = 8;
+// Sort keys of a build: 0 for the triangles a node keeps, 1 + octant for the others.
+constexpr std::size_t kKeyCount = 1 + kOctantCount;
 
 // Below a sub-node at this depth only leaves are made: at most 20 levels under the root.
 constexpr int kMaxSplitDepth = 20;
@@ -75,11 +78,27 @@ bool Straddles(const PNT_3D& v0, const PNT_3D& v1, const PNT_3D& v2, const PNT_3
            StraddlesPlane(v0.z, v1.z, v2.z, c.z);
 }
 
+// A triangle's sort key at a node with centre c: 0 when it straddles one of the node's planes
+// (it stays in the node), else 1 + the octant of its first vertex.
+int KeyOf(const PNT_3D& v0, const PNT_3D& v1, const PNT_3D& v2, const PNT_3D& c) {
+    return Straddles(v0, v1, v2, c) ? 0 : 1 + OctantOf(v0, c);
+}
+
 // Whether a run of n triangles in a child cube of side childSide, below a node at depth,
 // becomes a sub-node rather than a leaf.
 bool SplitsFurther(std::size_t n, int depth, double childSide) {
     return depth != kMaxSplitDepth && n >= kMinSplitCount &&
            (n >= kAlwaysSplitCount || childSide > kMinSplitSide);
+}
+
+bool SameBits(const RECT_3D& a, const RECT_3D& b) noexcept {
+    static_assert(sizeof(RECT_3D) == 6 * sizeof(double), "a box is six doubles");
+    return std::memcmp(&a, &b, sizeof(RECT_3D)) == 0;
+}
+
+PNT_3D CentreOf(const RECT_3D& box) {
+    return PNT_3D((box.min.x + box.max.x) / 2.0, (box.min.y + box.max.y) / 2.0,
+                  (box.min.z + box.max.z) / 2.0);
 }
 
 PNT_3D ChildCentre(const PNT_3D& c, double side, int octant) {
@@ -417,6 +436,9 @@ struct COcTree::WorkEntry {
 struct COcTree::BuildState {
     std::vector<WorkEntry> entries[2];
     std::vector<std::uint8_t> keys;
+    /// Set when the root's keys are already in keys, with their counts in rootKeyCounts.
+    bool rootKeysKnown = false;
+    std::array<std::size_t, kKeyCount> rootKeyCounts{};
     std::vector<CTri*> order;
     std::vector<TBound> bounds;
 };
@@ -456,29 +478,48 @@ void COcTree::Build() {
     if (tris.empty()) return;
 
     BuildState state;
-    state.entries[0].reserve(tris.size());
+    const std::size_t count = tris.size();
+    state.entries[0].reserve(count);
+    state.keys.resize(count);
+    // The root's centre is that of the box of the triangles' vertices. The box of the whole
+    // vertex array, read in order, is almost always the same box (every vertex belongs to a
+    // triangle), so the pass that collects the triangles finds their root keys under its centre
+    // at the same time; when the two boxes turn out to differ in any bit, the root finds them
+    // again. This saves the root a second read of every triangle's vertices, which in a network
+    // listed in no spatial order is a read all over memory. A vertex array much longer than the
+    // triangles need is not read for a guess (an empty guess matches no box).
+    RECT_3D guess;
+    guess.initRegion();
+    if (m_owner->m_vertices.size() <= count) {
+        for (const PNT_3D& vertex : m_owner->m_vertices) guess.updateRegion(vertex);
+    }
+    const PNT_3D guessCentre = CentreOf(guess);
     RECT_3D box;
     box.initRegion();
-    const std::size_t count = tris.size();
     for (std::size_t i = 0; i < count; ++i) {
         PrefetchTriangle(m_owner->m_tris, m_owner->m_vertices, i);
         WorkEntry entry{static_cast<std::uint32_t>(i), {}};
-        for (int k = 0; k < 3; ++k) {
-            entry.vertex[k] = tris[i]->GetVerIndex(k);
-            box.updateRegion(VertexAt(m_owner->m_vertices, entry.vertex[k]));
-        }
+        for (int k = 0; k < 3; ++k) entry.vertex[k] = tris[i]->GetVerIndex(k);
+        const PNT_3D& v0 = VertexAt(m_owner->m_vertices, entry.vertex[0]);
+        const PNT_3D& v1 = VertexAt(m_owner->m_vertices, entry.vertex[1]);
+        const PNT_3D& v2 = VertexAt(m_owner->m_vertices, entry.vertex[2]);
+        box.updateRegion(v0);
+        box.updateRegion(v1);
+        box.updateRegion(v2);
+        const int key = KeyOf(v0, v1, v2, guessCentre);
+        state.keys[i] = static_cast<std::uint8_t>(key);
+        ++state.rootKeyCounts[static_cast<std::size_t>(key)];
         state.entries[0].push_back(entry);
     }
     if (box.IsEmpty()) return;
+    state.rootKeysKnown = SameBits(box, guess);
 
-    const PNT_3D centre((box.min.x + box.max.x) / 2.0, (box.min.y + box.max.y) / 2.0,
-                        (box.min.z + box.max.z) / 2.0);
+    const PNT_3D centre = CentreOf(box);
     const PNT_3D extent(box.max.x - box.min.x, box.max.y - box.min.y, box.max.z - box.min.z);
     const double side = std::max({extent.x, extent.y, extent.z});
 
     auto root = std::make_unique<COcTreeNode>();
     state.entries[1].resize(count);
-    state.keys.resize(count);
     state.order.resize(count);
     BuildNode(*root, 0, 0, count, centre, side, 0, state);
     // Sized once to the nodes: growing it step by step would leave earlier copies behind.
@@ -514,6 +555,32 @@ void PrefetchVertices(const PNT_3D* points, std::size_t pointCount, const Entry&
     }
 }
 
+// Writes the key of each entry of [begin, end) to keys[i] and returns how many have each key.
+// Plain pointers: the byte-sized key stores could otherwise alias the arrays' own fields, and
+// the compiler would reload them for every vertex.
+template <class Entry>
+std::array<std::size_t, kKeyCount> FindKeys(const PNT_3D* points, std::size_t pointCount,
+                                            const Entry* entries, std::size_t begin,
+                                            std::size_t end, const PNT_3D& centre,
+                                            std::uint8_t* keys) noexcept {
+    // A vertex with no position straddles no plane and falls in the high octant on every axis,
+    // as its comparisons all come out false.
+    const auto vertex = [points, pointCount](std::int32_t index) -> const PNT_3D& {
+        return VertexAt(points, pointCount, index);
+    };
+    std::array<std::size_t, kKeyCount> counts{};
+    for (std::size_t i = begin; i < end; ++i) {
+        if (i + kEntryVerticesAhead < end)
+            PrefetchVertices(points, pointCount, entries[i + kEntryVerticesAhead]);
+        const Entry& entry = entries[i];
+        const int key = KeyOf(vertex(entry.vertex[0]), vertex(entry.vertex[1]),
+                              vertex(entry.vertex[2]), centre);
+        keys[i] = static_cast<std::uint8_t>(key);
+        ++counts[static_cast<std::size_t>(key)];
+    }
+    return counts;
+}
+
 }  // namespace
 
 // Builds @p node over the run [begin, begin + count) of state.entries[from] and returns the box
@@ -532,33 +599,12 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
     // One stable counting sort puts the straddling triangles first (key 0), then every octant
     // run in octant order (key 1 + octant). Keeping the relative order makes a rebuild of an
     // unchanged network leave its array as it is.
-    constexpr std::size_t kKeyCount = 1 + kOctantCount;
-    std::array<std::size_t, kKeyCount> runSizes{};
     const std::size_t end = begin + count;
-    {
-        // Plain pointers: the byte-sized key stores could otherwise alias the arrays' own
-        // fields, and the compiler would reload them for every vertex.
-        const PNT_3D* const points = m_owner->m_vertices.data();
-        const std::size_t pointCount = m_owner->m_vertices.size();
-        const WorkEntry* const entries = source.data();
-        std::uint8_t* const keys = state.keys.data();
-        // A vertex with no position straddles no plane and falls in the high octant on every
-        // axis, as its comparisons all come out false.
-        const auto vertex = [points, pointCount](std::int32_t index) -> const PNT_3D& {
-            return VertexAt(points, pointCount, index);
-        };
-        for (std::size_t i = begin; i < end; ++i) {
-            if (i + kEntryVerticesAhead < end)
-                PrefetchVertices(points, pointCount, entries[i + kEntryVerticesAhead]);
-            const WorkEntry& entry = entries[i];
-            const PNT_3D& v0 = vertex(entry.vertex[0]);
-            const int key = Straddles(v0, vertex(entry.vertex[1]), vertex(entry.vertex[2]), centre)
-                                ? 0
-                                : 1 + OctantOf(v0, centre);
-            keys[i] = static_cast<std::uint8_t>(key);
-            ++runSizes[static_cast<std::size_t>(key)];
-        }
-    }
+    const std::array<std::size_t, kKeyCount> runSizes =
+        depth == 0 && state.rootKeysKnown
+            ? state.rootKeyCounts
+            : FindKeys(m_owner->m_vertices.data(), m_owner->m_vertices.size(), source.data(), begin,
+                       end, centre, state.keys.data());
     std::array<std::size_t, kKeyCount> runStarts{};
     runStarts[0] = begin;
     for (std::size_t key = 1; key < kKeyCount; ++key) {

@@ -425,11 +425,23 @@ TEST(OcTreeBuild, OrderIsEveryNodesStablePartitionOfTheArray) {
         dtm_test::AppendTriangle(withCluster, PNT_3D(x, y, 500.0), PNT_3D(x + 1, y, 500.0),
                                  PNT_3D(x, y + 1, 500.5));
     }
+    // The root's centre is that of the triangles' vertices: vertices that no triangle uses, out
+    // beyond them or not finite, must not move it, nor must a vertex array far longer than the
+    // triangles need.
+    RandomNetwork withUnusedVertices = MakeJitteredGrid(26, 150, 2.0);
+    withUnusedVertices.vertices.emplace_back(-5000.0, 40.0, 0.0);
+    withUnusedVertices.vertices.emplace_back(40.0, 40.0, 1e6);
+    withUnusedVertices.vertices.emplace_back(std::numeric_limits<double>::infinity(), 0.0, 0.0);
+    RandomNetwork withUnusedInfinity = MakeJitteredGrid(27, 150, 2.0);
+    withUnusedInfinity.vertices.emplace_back(0.0, -std::numeric_limits<double>::infinity(), 0.0);
     const std::vector<std::pair<std::string, RandomNetwork>> cases = {
         {"soup", MakeTriangleSoup(23, 2000, 20000, 0, 0, 100, 40)},
+        {"soup with more vertices than triangles", MakeTriangleSoup(29, 9000, 3000, 0, 0, 100, 40)},
         {"dyadic grid", MakeGridNetwork(256, 0, 0, 1.0)},
         {"jittered grid", MakeJitteredGrid(24, 400, 3.0)},
         {"grid and far cluster", withCluster},
+        {"grid and unused far vertices", withUnusedVertices},
+        {"grid and an unused infinite vertex", withUnusedInfinity},
     };
     for (const auto& [name, network] : cases) {
         SCOPED_TRACE(name);
