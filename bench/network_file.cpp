@@ -15,6 +15,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "common/RatioReporter.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -246,7 +248,8 @@ class SectionRatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         benchmark::ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
+        for (const Run& run : runs)
+            m_times[run.benchmark_name()] = dtm_bench::SecondsPerIteration(run);
     }
     void Finalize() override {
         benchmark::ConsoleReporter::Finalize();

@@ -13,6 +13,12 @@
 namespace dtm_bench {
 
 /// Prints, after the usual table, each benchmark's time as a multiple of the baseline's.
+/// A run's wall time per iteration in seconds. Google Benchmark reports it in the unit each
+/// benchmark asked for, so two benchmarks timed in different units only compare after this.
+inline double SecondsPerIteration(const benchmark::BenchmarkReporter::Run& run) {
+    return run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+}
+
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     RatioReporter(std::string baseline, std::string description)
@@ -22,7 +28,7 @@ public:
         benchmark::ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
             if (run.run_type != Run::RT_Aggregate) {
-                m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
+                m_times[run.benchmark_name()] = SecondsPerIteration(run);
                 continue;
             }
             // Of a repeated benchmark only the median stands for it, under the name the
@@ -31,7 +37,7 @@ public:
             if (run.aggregate_name != "median") continue;
             std::string name = run.run_name.function_name;
             if (!run.run_name.args.empty()) name += "/" + run.run_name.args;
-            m_times[name] = run.GetAdjustedRealTime();
+            m_times[name] = SecondsPerIteration(run);
         }
     }
 
