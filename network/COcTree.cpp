@@ -74,8 +74,10 @@ bool StraddlesPlane(double a0, double a1, double a2, double c) {
 }
 
 bool Straddles(const PNT_3D& v0, const PNT_3D& v1, const PNT_3D& v2, const PNT_3D& c) {
-    return StraddlesPlane(v0.x, v1.x, v2.x, c.x) | StraddlesPlane(v0.y, v1.y, v2.y, c.y) |
-           StraddlesPlane(v0.z, v1.z, v2.z, c.z);
+    const int onX = StraddlesPlane(v0.x, v1.x, v2.x, c.x);
+    const int onY = StraddlesPlane(v0.y, v1.y, v2.y, c.y);
+    const int onZ = StraddlesPlane(v0.z, v1.z, v2.z, c.z);
+    return (onX | onY | onZ) != 0;
 }
 
 // A triangle's sort key at a node with centre c: 0 when it straddles one of the node's planes
