@@ -12,13 +12,13 @@
 
 namespace dtm_bench {
 
-/// Prints, after the usual table, each benchmark's time as a multiple of the baseline's.
 /// A run's wall time per iteration in seconds. Google Benchmark reports it in the unit each
 /// benchmark asked for, so two benchmarks timed in different units only compare after this.
 inline double SecondsPerIteration(const benchmark::BenchmarkReporter::Run& run) {
     return run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
 }
 
+/// Prints, after the usual table, each benchmark's time as a multiple of the baseline's.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     RatioReporter(std::string baseline, std::string description)
