@@ -4,76 +4,39 @@
 
 #include <dtm/network/CTris.h>
 #include <dtm/network/ITris.h>
-#include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CDtmPrj.h>
-#include <dtm/support/Events.h>
 #include <dtm/support/Geom.h>
 
 #include <benchmark/benchmark.h>
 
+#include "common/BenchNetwork.h"
 #include "common/RatioReporter.h"
 
 #include <cmath>
-#include <random>
 #include <vector>
 
 namespace {
 
 using kor::geom::PLANE_3D;
-using kor::geom::PNT_3D;
 
-// A triangulated jittered grid: 224 × 224 cells of two triangles, 100 352 triangles, on a
-// smooth terrain.
-constexpr int kCells = 224;
-constexpr double kCellSize = 10.0;
+// A surveyed grid of 224 × 224 cells of two triangles: 100 352 triangles.
+constexpr int kCells = dtm_bench::kHundredThousandCells;
+constexpr double kCellSize = dtm_bench::kCellSize;
 constexpr double kExtent = kCells * kCellSize;
 // Records per buffer, as a host would ask for.
 constexpr int kBufferSize = 1024;
 
-class BenchNetwork {
-public:
-    BenchNetwork() : m_prj(new CDtmPrj(nullptr, "Bench", true, false)) {
-        std::mt19937 random(2024);
-        std::uniform_real_distribution<double> jitter(-0.3, 0.3);
-        CTris& tris = Tris();
-        {
-            kor::CEventGuard event(m_prj->GetContext());
-            for (int row = 0; row <= kCells; ++row) {
-                for (int column = 0; column <= kCells; ++column) {
-                    const double x = (column + jitter(random)) * kCellSize;
-                    const double y = (row + jitter(random)) * kCellSize;
-                    tris.AddTriVrt(
-                        PNT_3D(x, y, 120.0 + 15.0 * std::sin(x / 300.0) * std::cos(y / 400.0)));
-                }
-            }
-            const auto index = [](int row, int column) { return row * (kCells + 1) + column; };
-            for (int row = 0; row < kCells; ++row) {
-                for (int column = 0; column < kCells; ++column) {
-                    tris.AddNewTri(1, index(row, column), index(row, column + 1),
-                                   index(row + 1, column + 1));
-                    tris.AddNewTri(1, index(row, column), index(row + 1, column + 1),
-                                   index(row + 1, column));
-                }
-            }
-        }
-        // The project's first event only arms the network's listener: build the derived data
-        // by hand.
-        tris.CalcOcTree();
-        tris.InitSelTris();
-    }
-    ~BenchNetwork() { m_prj->SubReference(); }
-    BenchNetwork(const BenchNetwork&) = delete;
-    BenchNetwork& operator=(const BenchNetwork&) = delete;
-
-    CTris& Tris() const { return *m_prj->GetTris(); }
-
-private:
-    CDtmPrj* m_prj;
-};
-
+// The network, built once. Its fill is the project's first event, which only arms the network's
+// listener, so the derived data are built by hand.
 const CTris& Network() {
-    static BenchNetwork network;
-    return network.Tris();
+    static const dtm_bench::ProjectPtr prj = [] {
+        dtm_bench::ProjectPtr filled =
+            dtm_bench::FilledProject(dtm_bench::SurveyGrid(kCells, kCellSize), false);
+        filled->GetTris()->CalcOcTree();
+        filled->GetTris()->InitSelTris();
+        return filled;
+    }();
+    return *prj->GetTris();
 }
 
 // A host listener that only touches what it is handed.

@@ -6,23 +6,20 @@
 
 #include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
-#include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CDtmPrj.h>
-#include <dtm/support/Events.h>
 #include <dtm/support/IdRemap.h>
 #include <dtm/support/RefCounter.h>
 #include <dtm/support/Streams.h>
 
 #include <benchmark/benchmark.h>
 
+#include "common/BenchNetwork.h"
 #include "common/RatioReporter.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -34,42 +31,19 @@ using kor::geom::PNT_3D;
 constexpr short kVersion = 1502;
 
 // Grid sizes: cells × cells × 2 triangles.
-constexpr int kSmallCells = 224;  // 100 352 triangles
-constexpr int kLargeCells = 708;  // 1 002 528 triangles
+constexpr int kSmallCells = dtm_bench::kHundredThousandCells;  // 100 352 triangles
+constexpr int kLargeCells = dtm_bench::kMillionCells;          // 1 002 528 triangles
 
-using ProjectPtr = kor::CRefPtr<CDtmPrj>;
+using dtm_bench::ProjectPtr;
 
 ProjectPtr NewProject() {
     return ProjectPtr::Adopt(new CDtmPrj(nullptr, "Bench", true, false));
 }
 
-// A jittered grid over smooth relief with its octree, as a network is when it is saved.
+// A surveyed grid with its octree, as a network is when it is saved.
 ProjectPtr MakeGridProject(int cells) {
-    ProjectPtr prj = NewProject();
-    CTris& tris = *prj->GetTris();
-    std::mt19937 random(2024);
-    std::uniform_real_distribution<double> jitter(-0.3, 0.3);
-    {
-        kor::CEventGuard event(prj->GetContext());
-        for (int row = 0; row <= cells; ++row) {
-            for (int column = 0; column <= cells; ++column) {
-                const double x = (column + jitter(random)) * 10.0;
-                const double y = (row + jitter(random)) * 10.0;
-                tris.AddTriVrt(
-                    PNT_3D(x, y, 120.0 + 15.0 * std::sin(x / 300.0) * std::cos(y / 400.0)));
-            }
-        }
-        const auto index = [cells](int row, int column) { return row * (cells + 1) + column; };
-        for (int row = 0; row < cells; ++row) {
-            for (int column = 0; column < cells; ++column) {
-                tris.AddNewTri(1, index(row, column), index(row, column + 1),
-                               index(row + 1, column + 1));
-                tris.AddNewTri(2, index(row, column), index(row + 1, column + 1),
-                               index(row + 1, column));
-            }
-        }
-    }
-    tris.CalcOcTree();
+    ProjectPtr prj = dtm_bench::FilledProject(dtm_bench::SurveyGrid(cells), false);
+    prj->GetTris()->CalcOcTree();
     return prj;
 }
 

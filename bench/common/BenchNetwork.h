@@ -24,7 +24,8 @@ using kor::geom::PNT_3D;
 struct TNetworkData {
     std::vector<PNT_3D> vertices;
     std::vector<std::array<int, 3>> triangles;
-    double size = 0.0;  ///< Side of the square the network covers, from (0, 0).
+    std::vector<int> colours;  ///< One a triangle; empty when every triangle has colour 1.
+    double size = 0.0;         ///< Side of the square the network covers, from (0, 0).
 };
 
 /// Cells per side of the grid of about 10^6 triangles (2 · 708² = 1 002 528) and of 10^5
@@ -91,6 +92,37 @@ inline TNetworkData RandomNetwork(int cells, double step = kCellSize, unsigned s
     return data;
 }
 
+/// A surveyed grid as an import hands it over: cells × cells squares of side @p step whose
+/// vertices are moved at random by up to 0.3 of a cell, every square cut along the same
+/// diagonal into a triangle of colour 1 and one of colour 2, the vertices and the triangles
+/// listed row by row; elevations from the smooth relief of RandomNetwork, without noise.
+inline TNetworkData SurveyGrid(int cells, double step = kCellSize, unsigned seed = 2024) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> jitter(-0.3, 0.3);
+    TNetworkData data;
+    data.size = cells * step;
+    for (int row = 0; row <= cells; ++row) {
+        for (int column = 0; column <= cells; ++column) {
+            const double x = (column + jitter(random)) * step;
+            const double y = (row + jitter(random)) * step;
+            data.vertices.emplace_back(x, y,
+                                       120.0 + 15.0 * std::sin(x / 300.0) * std::cos(y / 400.0));
+        }
+    }
+    const auto index = [cells](int row, int column) { return row * (cells + 1) + column; };
+    for (int row = 0; row < cells; ++row) {
+        for (int column = 0; column < cells; ++column) {
+            data.triangles.push_back(
+                {index(row, column), index(row, column + 1), index(row + 1, column + 1)});
+            data.triangles.push_back(
+                {index(row, column), index(row + 1, column + 1), index(row + 1, column)});
+            data.colours.push_back(1);
+            data.colours.push_back(2);
+        }
+    }
+    return data;
+}
+
 using ProjectPtr = kor::CRefPtr<CDtmPrj>;
 
 /// A new project whose network holds @p data, added in one change event. With @p armed, an
@@ -104,7 +136,10 @@ inline ProjectPtr FilledProject(const TNetworkData& data, bool armed = true) {
     kor::CEventGuard event(prj->GetContext());
     tris.SetNoTriVrts(static_cast<int>(data.vertices.size()));
     for (const PNT_3D& p : data.vertices) tris.AddTriVrt(p);
-    for (const auto& t : data.triangles) tris.AddNewTri(1, t[0], t[1], t[2]);
+    for (std::size_t i = 0; i < data.triangles.size(); ++i) {
+        const auto& t = data.triangles[i];
+        tris.AddNewTri(data.colours.empty() ? 1 : data.colours[i], t[0], t[1], t[2]);
+    }
     return prj;
 }
 
