@@ -19,7 +19,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <streambuf>
@@ -140,10 +143,14 @@ struct TRead {
     std::string notifications;
 };
 
-// Reads @p bytes into @p prj's network through a seekable or a forward-only stream.
-TRead Read(CDtmPrj& prj, const std::string& bytes, bool seekable) {
+// Reads @p bytes into @p prj's network through a seekable or a forward-only stream, with the
+// additions heard by a recording listener or, with @p heard false, by none (the quiet listener
+// of a project without undo recording).
+TRead Read(CDtmPrj& prj, const std::string& bytes, bool seekable, bool heard = true) {
     TRead result;
-    prj.GetContext()->SetUndoListener(std::make_unique<CRecordingListener>(result.notifications));
+    if (heard)
+        prj.GetContext()->SetUndoListener(
+            std::make_unique<CRecordingListener>(result.notifications));
     const kor::CRefObjIdRemapper remapper;
     if (seekable) {
         std::stringbuf buffer(bytes, std::ios::in);
@@ -365,6 +372,39 @@ std::vector<Record> ReadFromFailingDevice(const std::string& bytes, std::streams
         EXPECT_EQ(log, EachAnnouncedOnce(*prj->GetTris()));
     }
     return Content(*prj->GetTris());
+}
+
+// The points' coordinates come back bit for bit whichever way the reader takes them in: values
+// that arithmetic or a conversion would alter (a NaN with a payload, a negative NaN, negative
+// zero, the infinities, the smallest subnormal), over more points than one block holds.
+TEST(NetworkFileBlocks, PointsComeBackBitForBitThroughEitherStreamHeardOrNot) {
+    const double specials[] = {std::nan("0x5a5a5"),
+                               -std::numeric_limits<double>::quiet_NaN(),
+                               -0.0,
+                               std::numeric_limits<double>::infinity(),
+                               -std::numeric_limits<double>::infinity(),
+                               std::numeric_limits<double>::denorm_min(),
+                               -std::numeric_limits<double>::max()};
+    const CRefPtr<CDtmPrj> source = NewProject();
+    {
+        kor::CEventGuard event(source->GetContext());
+        for (std::size_t i = 0; i < 2 * kBlockPoints + 17; ++i)
+            source->GetTris()->AddTriVrt(
+                PNT_3D(1e6 + 0.1 * static_cast<double>(i), specials[i % 7], specials[(i / 7) % 7]));
+    }
+    const std::vector<PNT_3D>& expected = source->GetTris()->GetPnts();
+    const std::string bytes = Write(*source->GetTris());
+    for (const bool seekable : {true, false}) {
+        for (const bool heard : {true, false}) {
+            SCOPED_TRACE(std::string(seekable ? "seekable" : "forward-only") +
+                         (heard ? ", heard" : ", unheard"));
+            const CRefPtr<CDtmPrj> prj = NewProject();
+            EXPECT_FALSE(Read(*prj, bytes, seekable, heard).failed);
+            const std::vector<PNT_3D>& read = prj->GetTris()->GetPnts();
+            ASSERT_EQ(read.size(), expected.size());
+            EXPECT_EQ(std::memcmp(read.data(), expected.data(), read.size() * sizeof(PNT_3D)), 0);
+        }
+    }
 }
 
 // Points that nobody hears being added are appended a block at a time, the others one by one:
