@@ -18,9 +18,15 @@ public:
     /// Takes one more reference. The only atomic operation of the library.
     void AddReference() const noexcept { m_count.fetch_add(1, std::memory_order_relaxed); }
 
-    /// Releases one reference and destroys the object when it was the last one.
+    /// Releases one reference and destroys the object when it was the last one. Whoever holds
+    /// the only reference is the only one who could take another, so a count of one read here
+    /// cannot change before the object goes: it is destroyed without the atomic decrement, which
+    /// costs tens of cycles even on memory in the cache (a network's teardown releases millions
+    /// of triangles).
     void SubReference() const noexcept {
-        if (m_count.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+        if (m_count.load(std::memory_order_acquire) == 1 ||
+            m_count.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
     }
 
     /// The number of references held now; for diagnostics and tests.
