@@ -192,6 +192,15 @@ TEST(NetworkFileBlocks, SectionSpanningManyBlocksHasTheBytesAssembledValueByValu
     EXPECT_EQ(written, SectionByHand(*prj->GetTris()));
 }
 
+// The writer's buffer starts at 64 KiB and doubles each time it fills, up to 1 MiB: 260 cells
+// give 2.1 MB of triangle records, which fill every size and then the largest more than once.
+TEST(NetworkFileBlocks, SectionOutgrowingEveryWriterBufferHasTheBytesAssembledValueByValue) {
+    const CRefPtr<CDtmPrj> prj = GridProject(260);
+    const std::string written = Write(*prj->GetTris());
+    ASSERT_GT(written.size(), 16u * 2 * 260 * 260);
+    EXPECT_EQ(written, SectionByHand(*prj->GetTris()));
+}
+
 TEST(NetworkFileBlocks, SeekableAndForwardOnlyStreamsReadTheSameNetworkAndNotifications) {
     const CRefPtr<CDtmPrj> source = GridProject(60);
     const std::string bytes = Write(*source->GetTris()) + "NEXT";
