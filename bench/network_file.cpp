@@ -3,6 +3,8 @@
 // in the same run. The section moves its values in blocks, so the plain copy in one call is the
 // floor; the ratios say what putting the values together and the network's own work (triangle
 // objects, a notification for every vertex and triangle, checks, the tree) cost on top of it.
+// Two kinds of stream: a string buffer, the harshest baseline (a plain read is one copy within
+// memory), and a file in the system's cache, where a document's sections come from.
 
 #include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
@@ -10,6 +12,8 @@
 #include <dtm/support/IdRemap.h>
 #include <dtm/support/RefCounter.h>
 #include <dtm/support/Streams.h>
+
+#include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
@@ -19,8 +23,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -54,18 +62,41 @@ std::string WriteSection(const CTris& tris) {
     return buffer.str();
 }
 
-// One network per size, built once, with its section.
+// A file in the system's temporary folder, removed when the program ends.
+class ScratchFile {
+public:
+    explicit ScratchFile(const std::string& name)
+        : m_path((std::filesystem::temp_directory_path() /
+                  ("dtm_bench_" + std::to_string(::getpid()) + "_" + name))
+                     .string()) {}
+    ~ScratchFile() { std::filesystem::remove(m_path); }
+    ScratchFile(const ScratchFile&) = delete;
+    ScratchFile& operator=(const ScratchFile&) = delete;
+    const std::string& Path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+// One network per size, built once, with its section, also written to a file (read through the
+// system's cache once it is written).
 struct Fixture {
     ProjectPtr prj;
     std::string section;
+    std::unique_ptr<ScratchFile> sectionFile;
+    std::unique_ptr<ScratchFile> writeTarget;
 };
 
 const Fixture& FixtureFor(int cells) {
     static std::map<int, Fixture> fixtures;
     auto found = fixtures.find(cells);
     if (found == fixtures.end()) {
-        Fixture fixture{MakeGridProject(cells), {}};
+        Fixture fixture{MakeGridProject(cells), {}, {}, {}};
         fixture.section = WriteSection(*fixture.prj->GetTris());
+        const std::string size = std::to_string(cells);
+        fixture.sectionFile = std::make_unique<ScratchFile>("section_" + size);
+        std::ofstream(fixture.sectionFile->Path(), std::ios::binary) << fixture.section;
+        fixture.writeTarget = std::make_unique<ScratchFile>("written_" + size);
         found = fixtures.emplace(cells, std::move(fixture)).first;
     }
     return found->second;
@@ -77,84 +108,125 @@ void SetBytes(benchmark::State& state, std::size_t bytes) {
     state.counters["MB"] = static_cast<double>(bytes) / 1e6;
 }
 
-// Baseline: the section's bytes written to the same kind of stream in one call.
-void PlainWrite(benchmark::State& state) {
-    const std::string& bytes = FixtureFor(static_cast<int>(state.range(0))).section;
-    for (auto _ : state) {
-        std::stringbuf buffer;
-        ofpstream out(&buffer, kVersion);
-        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        benchmark::DoNotOptimize(buffer.str().size());
-    }
-    SetBytes(state, bytes.size());
+// The two kinds of stream, each opened before the clock runs.
+enum class StreamKind { Memory, File };
+
+// The section to read: a string buffer holding its bytes, or its file.
+std::unique_ptr<std::streambuf> OpenSection(const Fixture& fixture, StreamKind kind) {
+    if (kind == StreamKind::Memory)
+        return std::make_unique<std::stringbuf>(fixture.section, std::ios::in);
+    auto file = std::make_unique<std::filebuf>();
+    if (!file->open(fixture.sectionFile->Path(), std::ios::in | std::ios::binary))
+        throw std::runtime_error("cannot open " + fixture.sectionFile->Path());
+    return file;
 }
 
-void WriteNetwork(benchmark::State& state) {
+// Where to write: an empty string buffer, or the scratch file, emptied.
+std::unique_ptr<std::streambuf> OpenTarget(const Fixture& fixture, StreamKind kind) {
+    if (kind == StreamKind::Memory) return std::make_unique<std::stringbuf>(std::ios::out);
+    auto file = std::make_unique<std::filebuf>();
+    if (!file->open(fixture.writeTarget->Path(),
+                    std::ios::out | std::ios::trunc | std::ios::binary))
+        throw std::runtime_error("cannot open " + fixture.writeTarget->Path());
+    return file;
+}
+
+// Times @p write (given the fixture and an output stream) on a fresh target each time. What a
+// file's buffer still holds goes to the system inside the clock; the written length is asked
+// for, without copying the bytes, so that the compiler keeps the writes.
+template <class Write>
+void TimedWrites(benchmark::State& state, StreamKind kind, Write&& write) {
     const Fixture& fixture = FixtureFor(static_cast<int>(state.range(0)));
     for (auto _ : state) {
-        std::stringbuf buffer;
-        ofpstream out(&buffer, kVersion);
-        fixture.prj->GetTris()->SalvaInFile(out, nullptr);
-        benchmark::DoNotOptimize(buffer.str().size());
+        state.PauseTiming();
+        std::unique_ptr<std::streambuf> buffer = OpenTarget(fixture, kind);
+        ofpstream out(buffer.get(), kVersion);
+        state.ResumeTiming();
+        write(fixture, out);
+        out.flush();
+        benchmark::DoNotOptimize(buffer->pubseekoff(0, std::ios::cur, std::ios::out));
+        state.PauseTiming();
+        if (!out) state.SkipWithError("the section could not be written");
+        buffer.reset();
+        state.ResumeTiming();
     }
     SetBytes(state, fixture.section.size());
 }
 
+// Baseline: the section's bytes written to the same kind of stream in one call.
+void PlainWrite(benchmark::State& state, StreamKind kind) {
+    TimedWrites(state, kind, [](const Fixture& fixture, ofpstream& out) {
+        out.write(fixture.section.data(), static_cast<std::streamsize>(fixture.section.size()));
+    });
+}
+
+void WriteNetwork(benchmark::State& state, StreamKind kind) {
+    TimedWrites(state, kind, [](const Fixture& fixture, ofpstream& out) {
+        fixture.prj->GetTris()->SalvaInFile(out, nullptr);
+    });
+}
+
 // Baseline: the section's bytes read from the same kind of stream in one call. As for the
-// readers, the stream's buffer is filled before the clock runs: filling it is a copy of the
-// whole section, as long as the read itself, and would double the baseline.
-void PlainRead(benchmark::State& state) {
-    const std::string& bytes = FixtureFor(static_cast<int>(state.range(0))).section;
-    std::string target(bytes.size(), '\0');
+// readers, the stream is opened before the clock runs (a string buffer is filled then: filling
+// it is a copy of the whole section, as long as the read itself, and would double the baseline).
+void PlainRead(benchmark::State& state, StreamKind kind) {
+    const Fixture& fixture = FixtureFor(static_cast<int>(state.range(0)));
+    std::string target(fixture.section.size(), '\0');
     for (auto _ : state) {
         state.PauseTiming();
-        std::stringbuf buffer(bytes, std::ios::in);
-        ifpstream in(&buffer, kVersion);
+        std::unique_ptr<std::streambuf> buffer = OpenSection(fixture, kind);
+        ifpstream in(buffer.get(), kVersion);
         state.ResumeTiming();
         in.read(&target[0], static_cast<std::streamsize>(target.size()));
         benchmark::DoNotOptimize(target.data());
+        state.PauseTiming();
+        if (!in) state.SkipWithError("the section's bytes did not read back");
+        buffer.reset();
+        state.ResumeTiming();
     }
-    SetBytes(state, bytes.size());
+    SetBytes(state, fixture.section.size());
 }
 
-// Reading into a fresh project's network: the stream's buffer is filled and the project made
-// before the clock runs, and the project is destroyed after it stops.
-void ReadSection(benchmark::State& state, bool load) {
-    const std::string& bytes = FixtureFor(static_cast<int>(state.range(0))).section;
+// Reading into a fresh project's network: the stream is opened and the project made before the
+// clock runs, and the project is destroyed after it stops.
+void ReadSection(benchmark::State& state, StreamKind kind, bool load) {
+    const Fixture& fixture = FixtureFor(static_cast<int>(state.range(0)));
     const kor::CRefObjIdRemapper remapper;
     for (auto _ : state) {
         state.PauseTiming();
         ProjectPtr prj = NewProject();
-        std::stringbuf buffer(bytes, std::ios::in);
-        ifpstream in(&buffer, kVersion);
+        std::unique_ptr<std::streambuf> buffer = OpenSection(fixture, kind);
+        ifpstream in(buffer.get(), kVersion);
         state.ResumeTiming();
         prj->GetTris()->LeggeDaFile(in, remapper, load);
         state.PauseTiming();
         if (!in) state.SkipWithError("the section did not read back");
         prj.Reset();
+        buffer.reset();
         state.ResumeTiming();
     }
-    SetBytes(state, bytes.size());
+    SetBytes(state, fixture.section.size());
 }
 
-void ReadNetwork(benchmark::State& state) {
-    ReadSection(state, true);
+void ReadNetwork(benchmark::State& state, StreamKind kind) {
+    ReadSection(state, kind, true);
 }
 
-void SkipNetwork(benchmark::State& state) {
-    ReadSection(state, false);
+void SkipNetwork(benchmark::State& state, StreamKind kind) {
+    ReadSection(state, kind, false);
 }
 
 // The floor under any reader that builds the network's objects: the same bytes from the same
-// kind of stream in blocks of the reader's size, the points copied into an array, and for each
-// triangle one triangle object made and listed twice, as the network's array and the event's
-// list of added triangles list it. Nothing else: no checks, no announcements, no tree. What the
-// reader takes beyond this is the network's own work; what this takes beyond a plain read is
-// the price of a triangle being an object of its own.
-void ObjectsOnly(benchmark::State& state) {
-    const std::string& bytes = FixtureFor(static_cast<int>(state.range(0))).section;
+// kind of stream in blocks of the reader's size, the points copied into an array a block at a
+// time, and for each triangle one triangle object made and listed twice, as the network's array
+// and the event's list of added triangles list it. Nothing else: no checks, no announcements, no
+// tree. What the reader takes beyond this is the network's own work; what this takes beyond a
+// plain read is the price of a triangle being an object of its own.
+void ObjectsOnly(benchmark::State& state, StreamKind kind) {
+    const Fixture& fixture = FixtureFor(static_cast<int>(state.range(0)));
     constexpr std::size_t kBlockBytes = std::size_t{1} << 16;
     std::vector<unsigned char> block(kBlockBytes);
+    // Hands @p take each block read, with the number of items in it.
     const auto readBlocks = [&block](std::istream& in, std::int64_t count, std::size_t itemBytes,
                                      auto&& take) {
         const std::int64_t perBlock = static_cast<std::int64_t>(kBlockBytes / itemBytes);
@@ -162,15 +234,14 @@ void ObjectsOnly(benchmark::State& state) {
             const std::int64_t items = std::min(count, perBlock);
             in.read(reinterpret_cast<char*>(block.data()),
                     static_cast<std::streamsize>(static_cast<std::size_t>(items) * itemBytes));
-            for (std::int64_t i = 0; i < items; ++i)
-                take(block.data() + static_cast<std::size_t>(i) * itemBytes);
+            take(block.data(), static_cast<std::size_t>(items));
             count -= items;
         }
     };
     for (auto _ : state) {
         state.PauseTiming();
-        std::stringbuf buffer(bytes, std::ios::in);
-        ifpstream in(&buffer, kVersion);
+        std::unique_ptr<std::streambuf> buffer = OpenSection(fixture, kind);
+        ifpstream in(buffer.get(), kVersion);
         std::vector<PNT_3D> points;
         std::vector<CTri*> triangles;
         std::vector<CTri*> listed;
@@ -180,41 +251,51 @@ void ObjectsOnly(benchmark::State& state) {
         in.read(reinterpret_cast<char*>(&pointCount), sizeof(pointCount));
         in.read(reinterpret_cast<char*>(&cloudId), sizeof(cloudId));
         points.reserve(static_cast<std::size_t>(pointCount));
-        readBlocks(in, pointCount, sizeof(PNT_3D), [&points](const unsigned char* item) {
-            PNT_3D p;
-            std::memcpy(&p, item, sizeof(p));
-            points.push_back(p);
-        });
+        readBlocks(in, pointCount, sizeof(PNT_3D),
+                   [&points](const unsigned char* bytes, std::size_t items) {
+                       const std::size_t at = points.size();
+                       points.resize(at + items);
+                       std::memcpy(&points[at], bytes, items * sizeof(PNT_3D));
+                   });
         std::int32_t triCount = 0;
         in.read(reinterpret_cast<char*>(&triCount), sizeof(triCount));
         triangles.reserve(static_cast<std::size_t>(triCount));
         listed.reserve(static_cast<std::size_t>(triCount));
-        readBlocks(in, triCount, 4 * sizeof(std::int32_t), [&](const unsigned char* item) {
-            std::int32_t values[4];
-            std::memcpy(values, item, sizeof(values));
-            CTri* tri = new CTri(values[3], values[0], values[1], values[2]);
-            triangles.push_back(tri);
-            listed.push_back(tri);
+        constexpr std::size_t kTriBytes = 4 * sizeof(std::int32_t);
+        readBlocks(in, triCount, kTriBytes, [&](const unsigned char* bytes, std::size_t items) {
+            for (std::size_t i = 0; i < items; ++i) {
+                std::int32_t values[4];
+                std::memcpy(values, bytes + i * kTriBytes, sizeof(values));
+                CTri* tri = new CTri(values[3], values[0], values[1], values[2]);
+                triangles.push_back(tri);
+                listed.push_back(tri);
+            }
         });
         state.PauseTiming();
         if (!in || triangles.size() != static_cast<std::size_t>(triCount))
             state.SkipWithError("the section's points and triangles did not read back");
         for (CTri* tri : triangles) tri->SubReference();
+        buffer.reset();
         state.ResumeTiming();
     }
-    SetBytes(state, bytes.size());
+    SetBytes(state, fixture.section.size());
 }
 
 void Sizes(benchmark::internal::Benchmark* benchmark) {
     benchmark->Arg(kSmallCells)->Arg(kLargeCells)->Unit(benchmark::kMillisecond);
 }
 
-BENCHMARK(PlainWrite)->Apply(Sizes);
-BENCHMARK(WriteNetwork)->Apply(Sizes);
-BENCHMARK(PlainRead)->Apply(Sizes);
-BENCHMARK(ReadNetwork)->Apply(Sizes);
-BENCHMARK(SkipNetwork)->Apply(Sizes);
-BENCHMARK(ObjectsOnly)->Apply(Sizes);
+// Each benchmark on both kinds of stream, named by the kind: "ReadNetwork/file/1002528".
+#define DTM_SECTION_BENCHMARK(function)                                    \
+    BENCHMARK_CAPTURE(function, memory, StreamKind::Memory)->Apply(Sizes); \
+    BENCHMARK_CAPTURE(function, file, StreamKind::File)->Apply(Sizes)
+
+DTM_SECTION_BENCHMARK(PlainWrite);
+DTM_SECTION_BENCHMARK(WriteNetwork);
+DTM_SECTION_BENCHMARK(PlainRead);
+DTM_SECTION_BENCHMARK(ReadNetwork);
+DTM_SECTION_BENCHMARK(SkipNetwork);
+DTM_SECTION_BENCHMARK(ObjectsOnly);
 
 // Prints, after the usual table, each writer's and reader's time as a multiple of the plain
 // write or read of the same bytes.
@@ -228,13 +309,15 @@ public:
     void Finalize() override {
         benchmark::ConsoleReporter::Finalize();
         std::printf("\nTime relative to a plain copy of the same bytes on the same stream kind:\n");
-        for (const int cells : {kSmallCells, kLargeCells}) {
-            const std::string size = "/" + std::to_string(cells);
-            std::printf("  %d triangles\n", 2 * cells * cells);
-            Print("WriteNetwork" + size, "PlainWrite" + size);
-            Print("ReadNetwork" + size, "PlainRead" + size);
-            Print("SkipNetwork" + size, "PlainRead" + size);
-            Print("ObjectsOnly" + size, "PlainRead" + size);
+        for (const char* kind : {"memory", "file"}) {
+            for (const int cells : {kSmallCells, kLargeCells}) {
+                const std::string name = std::string("/") + kind + "/" + std::to_string(cells);
+                std::printf("  %d triangles, %s stream\n", 2 * cells * cells, kind);
+                Print("WriteNetwork" + name, "PlainWrite" + name);
+                Print("ReadNetwork" + name, "PlainRead" + name);
+                Print("SkipNetwork" + name, "PlainRead" + name);
+                Print("ObjectsOnly" + name, "PlainRead" + name);
+            }
         }
     }
 
@@ -243,7 +326,7 @@ private:
         const auto time = m_times.find(name);
         const auto base = m_times.find(baseline);
         if (time == m_times.end() || base == m_times.end() || base->second <= 0.0) return;
-        std::printf("    %-28s %10.1f x %s\n", name.c_str(), time->second / base->second,
+        std::printf("    %-28s %10.2f x %s\n", name.c_str(), time->second / base->second,
                     baseline.c_str());
     }
 
