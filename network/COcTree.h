@@ -63,21 +63,21 @@ inline void Prefetch(const void* address) noexcept {
 #endif
 }
 
-/// Asks the processor for the triangles of @p triangles some positions after @p position, and (with
-/// @p withVertices) their vertices, ahead of a pass that reads them in array order: the triangle
-/// objects lie where they were created and their vertices where the host put them, so a pass
-/// that waited for each in turn would spend its time waiting for memory. Only a hint; reads
-/// nothing it must not. Inline, as it runs once per triangle of such a pass.
+/// Asks the processor for the triangles of @p triangles some positions after @p position, and
+/// their vertices, ahead of a pass that reads them in array order: the triangle objects lie where
+/// they were created and their vertices where the host put them, so a pass that waited for each
+/// in turn would spend its time waiting for memory. Only a hint; reads nothing it must not.
+/// Inline, as it runs once per triangle of such a pass.
 inline void PrefetchTriangle(const std::vector<CTri*>& triangles,
-                             const std::vector<kor::geom::PNT_3D>& vertices, std::size_t position,
-                             bool withVertices = true) noexcept {
+                             const std::vector<kor::geom::PNT_3D>& vertices,
+                             std::size_t position) noexcept {
     // Two stages: the triangle object far ahead, and the vertices of one nearer, whose object
     // has arrived by then and tells where they are.
     constexpr std::size_t kObjectAhead = 32;
     constexpr std::size_t kVerticesAhead = 16;
     const std::size_t count = triangles.size();
     if (position + kObjectAhead < count) Prefetch(triangles[position + kObjectAhead]);
-    if (withVertices && position + kVerticesAhead < count) {
+    if (position + kVerticesAhead < count) {
         const CTri& ahead = *triangles[position + kVerticesAhead];
         for (int k = 0; k < 3; ++k) {
             const auto index = static_cast<std::size_t>(ahead.GetVerIndex(k));

