@@ -193,7 +193,7 @@ TEST(NetworkFileBlocks, SectionSpanningManyBlocksHasTheBytesAssembledValueByValu
 }
 
 // The writer's buffer starts at 64 KiB and doubles each time it fills, up to 1 MiB: 260 cells
-// give 2.1 MB of triangle records, which fill every size and then the largest more than once.
+// give 2.2 MB of triangle records, which fill every size in turn, the largest too.
 TEST(NetworkFileBlocks, SectionOutgrowingEveryWriterBufferHasTheBytesAssembledValueByValue) {
     const CRefPtr<CDtmPrj> prj = GridProject(260);
     const std::string written = Write(*prj->GetTris());
