@@ -140,6 +140,13 @@ public:
             1e-5 + 1e-12 * (std::fabs(ua) + std::fabs(ub) + std::fabs(wa) + std::fabs(wb) +
                             (std::fabs(ax) + std::fabs(bx) + std::fabs(m_originX)) * m_scaleX +
                             (std::fabs(ay) + std::fabs(by) + std::fabs(m_originY)) * m_scaleY);
+        if (!std::isfinite(ua + wa + ub + wb + slack)) {
+            // An end so far from the extent that its distance overflows a double (or times a
+            // zero scale, is NaN): no cell can be told, so every item is a candidate.
+            for (const TEntry& entry : m_entries) out.push_back(entry.Item());
+            out.insert(out.end(), m_wide.begin(), m_wide.end());
+            return;
+        }
         const double infinity = std::numeric_limits<double>::infinity();
         const std::size_t rowFirst = CellOf(std::min(wa, wb) - slack, m_ny);
         const std::size_t rowLast = CellOf(std::max(wa, wb) + slack, m_ny);
@@ -318,6 +325,13 @@ private:
         return ClipToSlab(ua, ub, x0, x1, t0, t1) && ClipToSlab(wa, wb, y0, y1, t0, t1);
     }
 
+    // A count of cells along one axis: @p wanted rounded into 1..limit, and 1 for NaN, which no
+    // comparison would clamp.
+    static std::size_t CellCount(double wanted, double limit) noexcept {
+        const double rounded = std::round(wanted);
+        return static_cast<std::size_t>(rounded >= 1.0 ? std::min(rounded, limit) : 1.0);
+    }
+
     // Chooses the cell counts and the mapping for @p extent and about @p items items.
     void Shape(const TPlanBox& extent, std::size_t items, double itemsPerCell,
                std::size_t maxCells) {
@@ -327,24 +341,27 @@ private:
                                          static_cast<double>(maxCells));
         double columns = 1.0;
         double rows = 1.0;
-        if (width > 0.0 && height > 0.0 && std::isfinite(width / height)) {
-            columns = std::sqrt(wanted * width / height);
+        // A side whose span overflowed a double gets one cell: its coordinates cannot be mapped.
+        const bool spreadX = width > 0.0 && std::isfinite(width);
+        const bool spreadY = height > 0.0 && std::isfinite(height);
+        if (spreadX && spreadY) {
+            // The aspect first, so that the product cannot overflow: it is then at worst
+            // infinite or zero, and the counts are clamped below.
+            columns = std::sqrt(wanted * (width / height));
             rows = wanted / std::max(columns, 1.0);
-        } else if (width > 0.0) {
+        } else if (spreadX) {
             columns = wanted;
-        } else if (height > 0.0) {
+        } else if (spreadY) {
             rows = wanted;
         }
-        m_nx = static_cast<std::size_t>(std::clamp(std::round(columns), 1.0, wanted));
-        m_ny = static_cast<std::size_t>(std::clamp(std::round(rows), 1.0, wanted));
+        m_nx = CellCount(columns, wanted);
+        m_ny = CellCount(rows, wanted);
         m_originX = extent.x0;
         m_originY = extent.y0;
         // An extent of zero, or one too large for a double, maps everything to one column or
         // row: still correct, merely slower.
-        m_scaleX =
-            width > 0.0 && std::isfinite(width) ? 16.0 * static_cast<double>(m_nx) / width : 0.0;
-        m_scaleY =
-            height > 0.0 && std::isfinite(height) ? 16.0 * static_cast<double>(m_ny) / height : 0.0;
+        m_scaleX = spreadX ? 16.0 * static_cast<double>(m_nx) / width : 0.0;
+        m_scaleY = spreadY ? 16.0 * static_cast<double>(m_ny) / height : 0.0;
     }
 
     // Calls onCell(item, cell, cover) for every cell of every item kept in cells, and

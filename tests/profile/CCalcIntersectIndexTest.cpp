@@ -169,6 +169,16 @@ std::string Describe(const LINE_2D& line) {
     return text.str();
 }
 
+std::string Describe(const Profile& profile) {
+    std::ostringstream text;
+    text.precision(17);
+    text << profile.size() << " points";
+    for (const TLineProgPnt& point : profile)
+        text << " [" << point.prog << ": " << point.pnt.x << ", " << point.pnt.y << ", "
+             << point.pnt.z << "]";
+    return text.str();
+}
+
 ::testing::AssertionResult AgreesWithScan(CDtmPrj& project, const std::vector<LINE_2D>& lines) {
     const CCalcIntersect calc(project);
     int mismatches = 0;
@@ -179,8 +189,7 @@ std::string Describe(const LINE_2D& line) {
         CCalcIntersectTestAccess::Scan(calc, line, scanned);
         if (BitIdentical(indexed, scanned)) continue;
         if (++mismatches == 1)
-            first = Describe(line) + ": " + std::to_string(indexed.size()) + " points, scan " +
-                    std::to_string(scanned.size());
+            first = Describe(line) + ": " + Describe(indexed) + ", scan " + Describe(scanned);
     }
     if (mismatches == 0) return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure()
@@ -255,6 +264,22 @@ TEST(ProfileIndex, DegenerateNonFiniteAndDanglingTrianglesGiveTheScansProfile) {
     EXPECT_TRUE(AgreesWithScan(project, 61, 300));
     project.Tris().RemoveTriVrt(0);
     EXPECT_TRUE(AgreesWithScan(project, 62, 300));
+}
+
+TEST(ProfileIndex, ExtentWiderThanADoubleOnOneAxisGivesTheScansProfile) {
+    constexpr double kHuge = 1.7e308;
+    const PNT_3D tallTriangle[3] = {PNT_3D(0, -kHuge, 1), PNT_3D(kHuge, 0, 2), PNT_3D(0, kHuge, 3)};
+    const PNT_3D wideTriangle[3] = {PNT_3D(-kHuge, 0, 1), PNT_3D(0, -kHuge, 2),
+                                    PNT_3D(kHuge, 0, 3)};
+    for (const PNT_3D* huge : {tallTriangle, wideTriangle}) {
+        TestProject project;
+        RandomNetwork network = dtm_test::MakeJitteredGrid(10, 12, 1.0);
+        dtm_test::AppendTriangle(network, huge[0], huge[1], huge[2]);
+        project.Fill(network.vertices, network.triangles);
+        EXPECT_TRUE(AgreesWithScan(project, 63, 200));
+        project.Tris().CalcOcTree();
+        EXPECT_TRUE(AgreesWithScan(project, 64, 200));
+    }
 }
 
 TEST(ProfileIndex, InsideAnOpenEventAfterChangesGivesTheScansProfile) {
