@@ -4,6 +4,7 @@
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/support/Geom.h>
 
+#include "network/COcTree.h"
 #include "network/CTriPool.h"
 #include "network/CTriShapeEpoch.h"
 
@@ -108,8 +109,9 @@ void CTri::SetColor(CTris* owner, int colour) {
 }
 
 void CTri::ClockwiseOrder(CTris* owner) {
-    const kor::geom::PNT_3D& p0 = owner->GetTriVrtAt(m_vertices[0]);
-    const kor::geom::PNT_3D& p1 = owner->GetTriVrtAt(m_vertices[1]);
-    const kor::geom::PNT_3D& p2 = owner->GetTriVrtAt(m_vertices[2]);
+    // A vertex that does not exist has no position: SIDE is then NaN and nothing is swapped.
+    const kor::geom::PNT_3D& p0 = VertexAt(owner->GetPnts(), m_vertices[0]);
+    const kor::geom::PNT_3D& p1 = VertexAt(owner->GetPnts(), m_vertices[1]);
+    const kor::geom::PNT_3D& p2 = VertexAt(owner->GetPnts(), m_vertices[2]);
     if (SIDE(p0.x, p0.y, p1.x, p1.y, p2.x, p2.y) < 0) std::swap(m_vertices[1], m_vertices[2]);
 }

@@ -192,9 +192,8 @@ CTri* CTris::GetTriAt(int i) const {
 
 TVrtTri CTris::GetVrtTri(const CTri* t) const {
     TVrtTri points;
-    points.Set(m_vertices[static_cast<std::size_t>(t->GetVerIndex(0))],
-               m_vertices[static_cast<std::size_t>(t->GetVerIndex(1))],
-               m_vertices[static_cast<std::size_t>(t->GetVerIndex(2))]);
+    points.Set(VertexAt(m_vertices, t->GetVerIndex(0)), VertexAt(m_vertices, t->GetVerIndex(1)),
+               VertexAt(m_vertices, t->GetVerIndex(2)));
     return points;
 }
 

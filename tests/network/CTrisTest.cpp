@@ -8,6 +8,7 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 
 #include "Probes.h"
 
@@ -158,6 +159,52 @@ TEST_F(TriangleStoreTest, VertexPointsRepeatTheFirstAsTheFourth) {
     EXPECT_EQ(v.p[3].x, v.p[0].x);
     EXPECT_EQ(v.p[3].y, v.p[0].y);
     EXPECT_EQ(v.p[3].z, v.p[0].z);
+}
+
+// A negative index is accepted and removing a vertex renumbers nothing, so a triangle may name
+// a vertex that does not exist. Such a vertex has no position (all NaN): the triangle contains
+// no point, is never reordered and has no centre, and nothing reads outside the vertex array.
+TEST_F(TriangleStoreTest, TrianglesNamingMissingVerticesLieNowhere) {
+    AddRightTriangleVertices();
+    tris->AddTriVrt(PNT_3D(1, 1, 9));
+    CTri* negative = tris->AddNewTri(1, -1, 2, 1);  // clockwise if -1 were a point
+    CTri* pastTheEnd = tris->AddNewTri(1, 3, 2, 1);
+    CTri* whole = tris->AddNewTri(1, 0, 1, 2);
+    ASSERT_NE(negative, nullptr);
+    ASSERT_NE(pastTheEnd, nullptr);
+    ASSERT_NE(whole, nullptr);
+    tris->RemoveTriVrt(3);  // pastTheEnd now names vertex 3 of 3
+    recorder.events.clear();
+
+    // The network's own listener may have reordered the array when the events closed.
+    for (const CTri* dangling : {negative, pastTheEnd}) {
+        const int i = tris->FindTriIndex(dangling);
+        ASSERT_GE(i, 0);
+        const TVrtTri v = tris->GetVrtTriAt(i);
+        EXPECT_TRUE(std::isnan(v.p[0].x) && std::isnan(v.p[0].y) && std::isnan(v.p[0].z)) << i;
+        EXPECT_EQ(v.p[1].x, 0.0) << i;  // vertex 2, (0, 4, 3)
+        EXPECT_EQ(v.p[1].y, 4.0) << i;
+        EXPECT_EQ(v.p[2].z, 2.0) << i;  // vertex 1, (4, 0, 2)
+        EXPECT_TRUE(std::isnan(v.p[3].x)) << i;
+        double x = 0.0, y = 0.0;
+        tris->CalcCentroTri(i, x, y);
+        EXPECT_TRUE(std::isnan(x) && std::isnan(y)) << i;
+        tris->OrdSensOrarTri(i);
+    }
+    EXPECT_EQ(negative->GetVerIndex(1), 2);
+    EXPECT_EQ(pastTheEnd->GetVerIndex(1), 2);
+    EXPECT_TRUE(recorder.events.empty());
+
+    EXPECT_THROW(tris->GetTriVrtAt(-1), std::out_of_range);
+    EXPECT_THROW(tris->GetTriVrtAt(3), std::out_of_range);
+    EXPECT_EQ(tris->GetTriVrtAt(2).z, 3.0);
+
+    whole->AddReference();
+    EXPECT_TRUE(tris->RemoveTri(1.0, 1.0, 0.0));  // inside all three plans, were they whole
+    EXPECT_EQ(tris->FindTriIndex(whole), -1);
+    EXPECT_EQ(tris->GetNoTris(), 2);
+    EXPECT_FALSE(tris->RemoveTri(1.0, 1.0, 0.0));
+    whole->SubReference();
 }
 
 TEST_F(TriangleStoreTest, RemovingAPointOnASharedEdgeRemovesTheFirstTriangle) {

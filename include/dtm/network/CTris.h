@@ -70,7 +70,10 @@ public:
     /// Reserves room for @p n vertices; nothing is added or reported.
     void SetNoTriVrts(int n);
     int GetNoTriVrts() const noexcept { return static_cast<int>(m_vertices.size()); }
-    const kor::geom::PNT_3D& GetTriVrtAt(int i) const { return m_vertices[i]; }
+    /// Vertex @p i; an index out of range throws std::out_of_range.
+    const kor::geom::PNT_3D& GetTriVrtAt(int i) const {
+        return m_vertices.at(static_cast<std::size_t>(i));
+    }
     /// The vertex array.
     const std::vector<kor::geom::PNT_3D>& GetPnts() const noexcept override { return m_vertices; }
     /// The cloud point index of each vertex of a cloud-bound network; empty otherwise.
@@ -89,7 +92,8 @@ public:
     /// Removes @p t when present (the first occurrence).
     void RemoveTri(CTri* t);
     /// Removes the first triangle, in array order, whose plan contains (x, y); z is ignored.
-    /// False when none contains the point.
+    /// False when none contains the point. A triangle with a vertex that does not exist contains
+    /// no point (see GetVrtTri).
     bool RemoveTri(double x, double y, double z);
     /// Removes everything in one event, reported as all triangles removed.
     void RemoveAll();
@@ -100,13 +104,17 @@ public:
     int GetNoTris() const noexcept override { return static_cast<int>(m_tris.size()); }
     /// Triangle @p i (borrowed); an index out of range throws std::out_of_range.
     CTri* GetTriAt(int i) const;
-    /// The three vertex points of @p t, the first repeated as the fourth.
+    /// The three vertex points of @p t, the first repeated as the fourth. A vertex index that
+    /// names no vertex (negative, or left past the end by RemoveTriVrt) gives a point whose
+    /// coordinates are all NaN: such a triangle lies nowhere rather than reading stray memory.
     TVrtTri GetVrtTri(const CTri* t) const;
     TVrtTri GetVrtTriAt(int i) const;
     /// Orders triangle @p i counter-clockwise; nothing for an index out of range.
     void OrdSensOrarTri(int i);
     /// The point (P0 + P1 + 2 P2) / 4 of triangle @p i: the third vertex is weighted twice on
-    /// purpose, since label placement relies on this point rather than the centroid.
+    /// purpose, since label placement relies on this point rather than the centroid. NaN when a
+    /// vertex of the triangle does not exist; an index @p i out of range throws
+    /// std::out_of_range.
     void CalcCentroTri(int i, double& x, double& y) const;
     /// Recomputes the elevation range over every vertex (+inf / -inf when there is none).
     void UpdateMinMaxQuota();
