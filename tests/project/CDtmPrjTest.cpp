@@ -21,6 +21,8 @@ TEST_F(ProjectTest, NewProjectWithoutLibraryHasNoOwnerAndIsNotActive) {
     EXPECT_FALSE(prj->IsLocked());
     EXPECT_TRUE(prj->GetUcsName().empty());
     EXPECT_TRUE(prj->IsWorldRefSys());
+    EXPECT_TRUE(prj->GetUcsRefSys() == kor::geom::CRightRefSys::s_WorldRefSys);
+    EXPECT_EQ(prj->GetUcsRefSys().GetAxisZ().z, 1.0);
     EXPECT_EQ(prj->GetContext()->GetChangeTransactionManager(), nullptr);
     EXPECT_EQ(static_cast<CDtmChangeContext*>(*prj), prj->GetContext());
     EXPECT_EQ(prj->GetContext()->GetDtmPrj(), prj);

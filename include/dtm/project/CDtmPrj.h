@@ -4,6 +4,7 @@
 /// A terrain-model project: a named container of a network and its companions.
 
 #include <dtm/support/Export.h>
+#include <dtm/support/Geom.h>
 #include <dtm/support/RefCounter.h>
 #include <dtm/support/String.h>
 
@@ -65,6 +66,8 @@ public:
     /// The user coordinate system's name: always empty, because a project always lies in the
     /// world reference system.
     const kor::String& GetUcsName() const noexcept { return m_ucsName; }
+    /// The user coordinate system: a copy of the world system, which no operation changes.
+    const kor::geom::CRightRefSys& GetUcsRefSys() const noexcept { return m_ucsRefSys; }
     /// Always true; see GetUcsName.
     bool IsWorldRefSys() const noexcept { return true; }
     /// True when the project has an owner whose active project it is.
@@ -153,5 +156,6 @@ private:
     bool m_locked;
     kor::String m_name;
     kor::String m_ucsName;
+    kor::geom::CRightRefSys m_ucsRefSys = kor::geom::CRightRefSys::s_WorldRefSys;
     void* m_reserved = nullptr;
 };
