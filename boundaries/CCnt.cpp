@@ -139,6 +139,18 @@ CCntModifier::CCntModifier(CCnt* cnt) : m_context(ContextOf(cnt)), m_cnt(cnt), m
 
 CCntModifier::~CCntModifier() noexcept(false) = default;
 
+// The event on the new context is opened first and the old one closed last, when everything is
+// already copied: an exception from the old event's listeners then leaves a whole assignment.
+CCntModifier& CCntModifier::operator=(const CCntModifier& other) {
+    const bool contextChanges = other.m_context != m_context;
+    kor::CEventGuard event(contextChanges ? other.m_context : nullptr);
+    // This modifier keeps the event just opened; `event` closes the old one as it goes.
+    if (contextChanges) m_event.Swap(event);
+    m_context = other.m_context;
+    m_cnt = other.m_cnt;
+    return *this;
+}
+
 void CCntModifier::MovePoint(int i, const PNT_3D& p) {
     m_cnt->DoMoveVrt(i, p);
 }

@@ -347,6 +347,50 @@ TEST_F(BoundaryTest, ModifierIndexOutsideTheListThrowsAndTheEventStillCloses) {
     EXPECT_TRUE(SameBits(cnt->GetExtendedVrts(), Pts{B, A, B, A}));
 }
 
+TEST_F(BoundaryTest, AssignedModifierEditsTheOtherBoundaryInsideTheSameEvent) {
+    auto first = MakeCnt({A, B});
+    auto second = MakeCnt({C, D});
+    external->AddCnt(first.Get());
+    external->AddCnt(second.Get());
+    ClearLogs();
+    {
+        CCntModifier editor(first.Get());
+        const CCntModifier other(second.Get());
+        EXPECT_EQ(context->GetEventDepth(), 2);
+        editor = other;
+        EXPECT_EQ(context->GetEventDepth(), 2);
+        editor.MovePoint(1, A);
+    }
+    EXPECT_EQ(context->GetEventDepth(), 0);
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].cntModified, (std::vector<CCnt*>{first.Get(), second.Get()}));
+    EXPECT_TRUE(SameBits(first->GetExtendedVrts(), Pts{B, A, B, A}));
+    EXPECT_TRUE(SameBits(second->GetExtendedVrts(), Pts{D, A, D, C}));
+}
+
+TEST_F(BoundaryTest, AssignmentAcrossContextsMovesTheOpenEventWithTheContext) {
+    auto listed = MakeCnt({A, B});
+    auto loose = MakeCnt({C, D});  // in no project: its modifier opens no event
+    external->AddCnt(listed.Get());
+    ClearLogs();
+    {
+        CCntModifier editor(listed.Get());
+        EXPECT_EQ(context->GetEventDepth(), 1);
+        editor = CCntModifier(loose.Get());
+        // The event opened on the project's context is closed: nothing holds it any more.
+        EXPECT_EQ(context->GetEventDepth(), 0);
+        EXPECT_EQ(recorder.events.size(), 1u);
+        editor.MovePoint(1, A);
+
+        const CCntModifier again(listed.Get());
+        editor = again;
+        EXPECT_EQ(context->GetEventDepth(), 2);
+    }
+    EXPECT_EQ(context->GetEventDepth(), 0);
+    EXPECT_EQ(recorder.events.size(), 2u);
+    EXPECT_TRUE(SameBits(loose->GetExtendedVrts(), Pts{D, A, D, C}));
+}
+
 TEST(CCntModifier, NullBoundaryIsRefused) {
     EXPECT_THROW(CCntModifier modifier(nullptr), std::invalid_argument);
 }

@@ -136,7 +136,11 @@ public:
     /// listeners while it closes propagate, unless another exception is already passing.
     ~CCntModifier() noexcept(false);
     CCntModifier(const CCntModifier&) = delete;
-    CCntModifier& operator=(const CCntModifier&) = delete;
+    /// Takes over @p other's change context and boundary: later moves edit @p other's boundary.
+    /// Each modifier keeps exactly one event open on the context it holds, so that every
+    /// modifier's destructor closes an event it opened: when the contexts differ, the event on
+    /// the old one is closed here and one is opened on the new one.
+    CCntModifier& operator=(const CCntModifier& other);
 
     /// Overwrites stored vertex @p i with @p p, without a further notification. Only that
     /// stored vertex changes: a real vertex that also appears as a wrap-around copy at the

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <exception>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace kor {
@@ -154,6 +155,13 @@ public:
     }
     CEventGuard(const CEventGuard&) = delete;
     CEventGuard& operator=(const CEventGuard&) = delete;
+
+    /// Exchanges the events the two guards keep open: each then closes the other's.
+    void Swap(CEventGuard& other) noexcept {
+        std::swap(m_source, other.m_source);
+        std::swap(m_uncaughtAtStart, other.m_uncaughtAtStart);
+        std::swap(m_nested, other.m_nested);
+    }
 
 private:
     void Open();
