@@ -168,4 +168,7 @@ void CCnts::LeggeDaFile(ifpstream& stream, bool apply) {
     if (!ReadSection(stream, apply, read)) return;
     kor::CEventGuard event(GetContext());
     for (const auto& cnt : read) AddCnt(cnt.Get());
+    // The reader's references go inside the event: when it closes, the collection's reference
+    // is the only one, as for a boundary added by the host.
+    read.clear();
 }

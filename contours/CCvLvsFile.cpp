@@ -233,4 +233,7 @@ void CCvLvs::LeggeDaFile(ifpstream& stream, bool load) {
         m_dir = read.empty() ? eCvLvDirUnknown : eCvLvDirOriented;
         UpdateMinMaxQuota();
     }
+    // The reader's references go inside the event: when it closes, the collection's reference
+    // is the only one, as for a line added by the host.
+    read.clear();
 }

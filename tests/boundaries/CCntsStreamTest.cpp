@@ -158,6 +158,8 @@ TEST_F(BoundaryTest, ReadBoundariesAreAddedInOneEventAndHeldOnlyByTheCollection)
     ASSERT_EQ(internal->GetNoCnts(), 5);
     ASSERT_EQ(recorder.events.size(), 1u);
     EXPECT_EQ(recorder.events[0].cntAdded.size(), 5u);
+    // The reader's own references are gone before the listeners are told.
+    EXPECT_EQ(recorder.events[0].cntAddedReferenceCounts, std::vector<int>(5, 1));
     EXPECT_EQ(listener->log, (Log{"BeginEvent", "CntAdded", "CntAdded", "CntAdded", "CntAdded",
                                   "CntAdded", "EndEvent"}));
     // Building a boundary from the stream is not a modification of it.

@@ -2,6 +2,17 @@
 
 namespace dtm_test {
 
+namespace {
+
+template <class Entity>
+std::vector<int> ReferenceCounts(const std::vector<Entity*>& entities) {
+    std::vector<int> counts;
+    for (const Entity* entity : entities) counts.push_back(entity->GetReferenceCount());
+    return counts;
+}
+
+}  // namespace
+
 void ProjectEventRecorder::OnEventClosed(kor::CSourceEvent& source) {
     auto& context = static_cast<CDtmChangeContext&>(source);
     ProjectEventSnapshot s;
@@ -19,12 +30,14 @@ void ProjectEventRecorder::OnEventClosed(kor::CSourceEvent& source) {
     s.vncModified = context.GetVncModified();
     s.vncRemoved = context.GetVncRemoved();
     s.cntAdded = context.GetCntAdded();
+    s.cntAddedReferenceCounts = ReferenceCounts(s.cntAdded);
     s.cntModified = context.GetCntModified();
     s.cntRemoved = context.GetCntRemoved();
     s.triAdded = context.GetTriAdded();
     s.triModified = context.GetTriModified();
     s.triRemoved = context.GetTriRemoved();
     s.cvLvAdded = context.GetCvLvAdded();
+    s.cvLvAddedReferenceCounts = ReferenceCounts(s.cvLvAdded);
     s.cvLvModified = context.GetCvLvModified();
     s.cvLvRemoved = context.GetCvLvRemoved();
     s.intervalsRemoved = context.GetCvLvIntervalsRemoved();

@@ -104,6 +104,8 @@ struct ProjectEventSnapshot {
     int triChangeType = 0, cvLvChangeType = 0;
     std::vector<CVnc*> vncAdded, vncModified, vncRemoved;
     std::vector<CCnt*> cntAdded, cntModified, cntRemoved;
+    // The reference count of each added boundary and contour line, as the event closed.
+    std::vector<int> cntAddedReferenceCounts, cvLvAddedReferenceCounts;
     std::vector<CTri*> triAdded, triModified, triRemoved;
     std::vector<CCvLv*> cvLvAdded, cvLvModified, cvLvRemoved;
     std::vector<CCvLvInterv*> intervalsRemoved;

@@ -604,6 +604,8 @@ TEST_F(CvLvsFileTest, LoadingReplacesThePresentLinesInOneEvent) {
         const std::vector<CCvLv*> added = {cvlvs->GetCvLvAt(0), cvlvs->GetCvLvAt(1),
                                            cvlvs->GetCvLvAt(2)};
         EXPECT_EQ(recorder.events[0].cvLvAdded, added);
+        // The reader's own references are gone before the listeners are told.
+        EXPECT_EQ(recorder.events[0].cvLvAddedReferenceCounts, std::vector<int>(3, 1));
         EXPECT_EQ(recorder.events[0].cvLvRemoved, present);
         EXPECT_TRUE(recorder.events[0].cvLvModified.empty());
         for (unsigned i = 0; i < 3; ++i) EXPECT_EQ(cvlvs->GetCvLvAt(i)->GetQuota(), 10.0 * (i + 1));
