@@ -368,6 +368,15 @@ void AppendTriangle(RandomNetwork& network, const PNT_3D& a, const PNT_3D& b, co
     network.triangles.push_back({first, first + 1, first + 2});
 }
 
+std::vector<RandomNetwork> MakeGridsWithASpanWiderThanADouble(unsigned seed, int cells) {
+    constexpr double kHuge = 1.7e308;
+    RandomNetwork tall = MakeJitteredGrid(seed, cells, 1.0);
+    AppendTriangle(tall, PNT_3D(0, -kHuge, 1), PNT_3D(kHuge, 0, 2), PNT_3D(0, kHuge, 3));
+    RandomNetwork wide = MakeJitteredGrid(seed, cells, 1.0);
+    AppendTriangle(wide, PNT_3D(-kHuge, 0, 1), PNT_3D(0, -kHuge, 2), PNT_3D(kHuge, 0, 3));
+    return {tall, wide};
+}
+
 RandomNetwork MakeJitteredGrid(unsigned seed, int cells, double step) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> jitter(-0.3, 0.3);

@@ -94,6 +94,11 @@ void AppendTriangle(RandomNetwork& network, const kor::geom::PNT_3D& a, const ko
 /// the array order owes nothing to the plan position. Fixed by @p seed.
 RandomNetwork MakeJitteredGrid(unsigned seed, int cells, double step);
 
+/// Two networks: a jittered grid (MakeJitteredGrid with @p seed and @p cells, step 1) with one
+/// triangle added whose finite coordinates span more than a double holds, along y in the first
+/// network and along x in the second, while its other span stays finite.
+std::vector<RandomNetwork> MakeGridsWithASpanWiderThanADouble(unsigned seed, int cells);
+
 /// Appends @p count long slivers to @p network, each with vertices of its own: one near x = 10
 /// and one near x = 90 (spread over 30 units each) at a random y in [0, 100), and a third near
 /// x = 55 lifted 1 to 2 units off their line, so that every sliver crosses the middle of the

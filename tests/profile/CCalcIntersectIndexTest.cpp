@@ -267,14 +267,8 @@ TEST(ProfileIndex, DegenerateNonFiniteAndDanglingTrianglesGiveTheScansProfile) {
 }
 
 TEST(ProfileIndex, ExtentWiderThanADoubleOnOneAxisGivesTheScansProfile) {
-    constexpr double kHuge = 1.7e308;
-    const PNT_3D tallTriangle[3] = {PNT_3D(0, -kHuge, 1), PNT_3D(kHuge, 0, 2), PNT_3D(0, kHuge, 3)};
-    const PNT_3D wideTriangle[3] = {PNT_3D(-kHuge, 0, 1), PNT_3D(0, -kHuge, 2),
-                                    PNT_3D(kHuge, 0, 3)};
-    for (const PNT_3D* huge : {tallTriangle, wideTriangle}) {
+    for (const RandomNetwork& network : dtm_test::MakeGridsWithASpanWiderThanADouble(10, 12)) {
         TestProject project;
-        RandomNetwork network = dtm_test::MakeJitteredGrid(10, 12, 1.0);
-        dtm_test::AppendTriangle(network, huge[0], huge[1], huge[2]);
         project.Fill(network.vertices, network.triangles);
         EXPECT_TRUE(AgreesWithScan(project, 63, 200));
         project.Tris().CalcOcTree();
