@@ -141,8 +141,8 @@ public:
                             (std::fabs(ax) + std::fabs(bx) + std::fabs(m_originX)) * m_scaleX +
                             (std::fabs(ay) + std::fabs(by) + std::fabs(m_originY)) * m_scaleY);
         if (!std::isfinite(ua + wa + ub + wb + slack)) {
-            // An end so far from the extent that its distance overflows a double (or times a
-            // zero scale, is NaN): no cell can be told, so every item is a candidate.
+            // An end whose distance from the extent overflows a double maps to infinity, or to
+            // NaN on an axis of zero scale: no cell can be told, so every item is a candidate.
             for (const TEntry& entry : m_entries) out.push_back(entry.Item());
             out.insert(out.end(), m_wide.begin(), m_wide.end());
             return;
@@ -325,10 +325,10 @@ private:
         return ClipToSlab(ua, ub, x0, x1, t0, t1) && ClipToSlab(wa, wb, y0, y1, t0, t1);
     }
 
-    // A count of cells along one axis: @p wanted rounded into 1..limit, and 1 for NaN, which no
+    // A count of cells along one axis: @p count rounded into 1..limit, and 1 for NaN, which no
     // comparison would clamp.
-    static std::size_t CellCount(double wanted, double limit) noexcept {
-        const double rounded = std::round(wanted);
+    static std::size_t CellCount(double count, double limit) noexcept {
+        const double rounded = std::round(count);
         return static_cast<std::size_t>(rounded >= 1.0 ? std::min(rounded, limit) : 1.0);
     }
 
