@@ -92,17 +92,10 @@ void WriteCountedText(std::ostream& stream, const kor::String& text) {
     if (EndsInZeroByte(text)) stream.write("", 1);
 }
 
-/// Reads a string stored as an int32 length and its bytes. A length below 1 is an empty string
-/// with no bytes; a last zero byte, left by writers that stored the terminator, is dropped. The
-/// network's point-collection names share the bytes-and-terminator part but not the length
-/// rule: there a negative length fails the read, so each reader keeps its own length check.
+/// Reads a counted string (see dtm::io::ReadCountedText) into a string of the support kit.
 bool ReadCountedText(std::istream& stream, kor::String& text) {
-    std::int32_t length = 0;
-    if (!dtm::io::ReadRaw(stream, length)) return false;
-    const std::uint64_t size = length > 0 ? static_cast<std::uint64_t>(length) : 0;
-    // The string grows as bytes arrive, so a damaged length stops at the stream's end.
     std::string read;
-    if (!dtm::io::ReadTextDroppingTerminator(stream, size, read)) return false;
+    if (!dtm::io::ReadCountedText(stream, read)) return false;
     text = kor::String(std::move(read));
     return true;
 }

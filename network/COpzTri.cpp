@@ -76,24 +76,14 @@ void WritePointCollection(std::ostream& stream, const TDtmPointCollectionIdentif
     stream.write(name.c_str(), static_cast<std::streamsize>(name.size() + 1));
 }
 
-/// Reads one point collection. A negative name length cannot come from a writer: the stream is
-/// marked failed and the read stops. (The contour options' prefix and suffix read a length below
-/// one as an empty string instead; the trailing-zero rule after the length is the same.)
+/// Reads one point collection. A name is stored as the contour options store their prefix: a
+/// length of 0 or below is an empty name with no bytes behind it.
 bool ReadPointCollection(std::istream& stream, TDtmPointCollectionIdentifier& item) {
     if (!dtm::io::ReadRaw(stream, item.id) || !dtm::io::ReadBool32(stream, item.byName))
         return false;
     if (!item.byName) return dtm::io::ReadRaw(stream, item.secondId);
-
-    std::int32_t length = 0;
-    if (!dtm::io::ReadRaw(stream, length)) return false;
-    if (length < 0) {
-        stream.setstate(std::ios::failbit);
-        return false;
-    }
-    // The name grows as bytes arrive, so a damaged length stops at the stream's end.
     std::string name;
-    if (!dtm::io::ReadTextDroppingTerminator(stream, static_cast<std::uint64_t>(length), name))
-        return false;
+    if (!dtm::io::ReadCountedText(stream, name)) return false;
     item.name = kor::String(std::move(name));
     return true;
 }

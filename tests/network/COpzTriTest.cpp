@@ -535,23 +535,36 @@ ByteBuilder CurrentFlags() {
     return ByteBuilder().Int32(1).Int32(1).Int32(1).Int32(1).Int32(1).Int32(1).Int32(1);
 }
 
-TEST_F(OpzTriTest, NegativeNameLengthIsCorrupt) {
-    for (bool apply : {true, false}) {
+TEST_F(OpzTriTest, NameLengthBelowOneIsAnEmptyNameWithNoBytes) {
+    for (const std::int32_t length : {0, -1, -2147483647 - 1}) {
         const std::string bytes = CurrentFlags()
                                       .Int32(2)
                                       .Int32(1)
-                                      .Int32(0)
-                                      .Int32(5)
-                                      .Int32(2)
                                       .Int32(1)
-                                      .Int32(-1)
-                                      .Bytes("more bytes follow")
+                                      .Int32(length)  // no name bytes follow
+                                      .Int32(5)
+                                      .Int32(0)
+                                      .Int32(-9)
                                       .Str();
-        COpzTri read = Target();
-        const ReadOutcome outcome = ReadFromBytes(read, &COpzTri::LeggeDaFile, bytes, 812, apply);
-        EXPECT_FALSE(outcome.streamGood);
-        EXPECT_EQ(static_cast<std::streamoff>(CurrentFlags().Size() + 28), outcome.consumed);
-        ExpectSameOptions(Target(), read);
+        for (bool apply : {true, false}) {
+            COpzTri read = Target();
+            const ReadOutcome outcome =
+                ReadFromBytes(read, &COpzTri::LeggeDaFile, bytes + "after", 812, apply);
+            EXPECT_TRUE(outcome.streamGood) << length;
+            EXPECT_EQ(static_cast<std::streamoff>(bytes.size()), outcome.consumed) << length;
+            if (!apply) {
+                ExpectSameOptions(Target(), read);
+                continue;
+            }
+            const std::vector<Collection>& items = read.GetPointCollections();
+            ASSERT_EQ(2u, items.size()) << length;
+            EXPECT_EQ(1, items[0].id);
+            EXPECT_TRUE(items[0].byName);
+            EXPECT_EQ("", items[0].name.str());
+            EXPECT_EQ(5, items[1].id);
+            EXPECT_FALSE(items[1].byName);
+            EXPECT_EQ(-9, items[1].secondId);
+        }
     }
 }
 

@@ -14,6 +14,7 @@
 #include "TempDir.h"
 
 using dtm::io::ReadChunks;
+using dtm::io::ReadCountedText;
 using dtm::io::ReadRaw;
 using dtm::io::ReadText;
 using dtm::io::SkipBytes;
@@ -215,6 +216,57 @@ TEST(StreamsTest, ShortReadTextLeavesTextUntouched) {
     EXPECT_FALSE(ReadText(in, 301, text));
     EXPECT_EQ(text, "before");
     EXPECT_TRUE(in.fail());
+}
+
+// A counted string: int32 length, then that many bytes when the length is above 0.
+std::string Counted(std::int32_t length, const std::string& bytes) {
+    std::ostringstream out;
+    WriteRaw(out, length);
+    out << bytes;
+    return out.str();
+}
+
+TEST(StreamsTest, ReadCountedTextDropsOnlyALastZeroByte) {
+    const std::string stored = Counted(4, std::string("abc\0", 4)) + Counted(3, "xyz") +
+                               Counted(3, std::string("q\0\0", 3)) +
+                               Counted(1, std::string(1, '\0'));
+    std::stringbuf buffer(stored);
+    ifpstream in(&buffer, 800);
+    std::string text;
+    ASSERT_TRUE(ReadCountedText(in, text));
+    EXPECT_EQ("abc", text);
+    ASSERT_TRUE(ReadCountedText(in, text));
+    EXPECT_EQ("xyz", text);
+    ASSERT_TRUE(ReadCountedText(in, text));
+    EXPECT_EQ(std::string("q\0", 2), text);
+    ASSERT_TRUE(ReadCountedText(in, text));
+    EXPECT_EQ("", text);
+    EXPECT_EQ(static_cast<std::streamoff>(stored.size()), static_cast<std::streamoff>(in.tellg()));
+}
+
+TEST(StreamsTest, ReadCountedTextOfLengthBelowOneIsEmptyAndTakesNoBytes) {
+    for (const std::int32_t length : {0, -1, std::numeric_limits<std::int32_t>::min()}) {
+        std::stringbuf buffer(Counted(length, "next"));
+        ifpstream in(&buffer, 800);
+        std::string text = "old";
+        ASSERT_TRUE(ReadCountedText(in, text)) << length;
+        EXPECT_EQ("", text) << length;
+        std::string rest;
+        ASSERT_TRUE(ReadText(in, 4, rest)) << length;
+        EXPECT_EQ("next", rest) << length;
+    }
+}
+
+TEST(StreamsTest, ShortCountedTextFailsAndLeavesTextUntouched) {
+    for (const std::string& stored :
+         {Counted(5, "abcd"), Counted(0x7FFFFFFF, "short"), std::string("\x02\0", 2)}) {
+        std::stringbuf buffer(stored);
+        ifpstream in(&buffer, 800);
+        std::string text = "before";
+        EXPECT_FALSE(ReadCountedText(in, text));
+        EXPECT_EQ("before", text);
+        EXPECT_TRUE(in.fail());
+    }
 }
 
 TEST(StreamsTest, SkipBytesStepsOverExactlyThatMany) {

@@ -115,13 +115,16 @@ inline bool ReadText(std::istream& stream, std::uint64_t size, std::string& text
     return true;
 }
 
-/// Reads @p size bytes of a stored string into @p text, as ReadText does, and drops the last
-/// byte when it is zero: some writers store the terminator with the string. Only that one byte
-/// goes; zero bytes before it are part of the string. On a short read @p text is left untouched.
-inline bool ReadTextDroppingTerminator(std::istream& stream, std::uint64_t size,
-                                       std::string& text) {
+/// Reads a string stored as an int32 length and, when the length is above 0, that many bytes
+/// into @p text. A length of 0 or below is an empty string with no bytes behind it. A last zero
+/// byte is dropped: some writers store the terminator with the string. Only that one byte goes;
+/// zero bytes before it are part of the string. On a short read @p text is left untouched; the
+/// string grows only as bytes arrive, so a damaged length stops at the stream's end.
+inline bool ReadCountedText(std::istream& stream, std::string& text) {
+    std::int32_t length = 0;
+    if (!ReadRaw(stream, length)) return false;
     std::string read;
-    if (!ReadText(stream, size, read)) return false;
+    if (length > 0 && !ReadText(stream, static_cast<std::uint64_t>(length), read)) return false;
     if (!read.empty() && read.back() == '\0') read.pop_back();
     text.swap(read);
     return true;
