@@ -32,25 +32,27 @@ public:
         : m_nodes(nodes), m_sigmap(sigmap), m_point(point) {}
 
     // Probes part `sub` of segment `seg` at `level` (10^level equal parts), the segment starting
-    // at spine `offset`. Returns the index of the best sample at the next level (j + 10·sub)
-    // when a sample came closer than the best so far, otherwise −1. Returns the clamped `sub`
-    // through `sub` so that a refinement without improvement descends from the part actually
-    // probed.
-    int Probe(int seg, int level, int& sub, double offset) {
+    // at spine `offset`. True when a sample came closer than the best so far; `found` is then the
+    // index of the best sample at the next level (j + 10·sub). `sub` is clamped to the last part
+    // and handed back as probed, so that a refinement without improvement descends from there.
+    //
+    // There is no clamp at the other end: around the very start of the line the refinement asks
+    // for part −1, and the curve's continuation before the first node is sampled as it stands.
+    // A point beyond the start thus gets a parameter up to a tenth of the first segment below
+    // 0, and the indices found there are negative.
+    bool Probe(int seg, int level, int& sub, double offset, int& found) {
         const TVrtPol& from = m_nodes[static_cast<std::size_t>(seg)];
         const TVrtPol& to = m_nodes[static_cast<std::size_t>(seg) + 1];
         int parts = 1;
         for (int l = 0; l < level; ++l) parts *= 10;
-        // Part −1 can be asked for around the very start of the line; it would lie before the
-        // line, so it is clamped to the first part just as part 10^level is clamped to the last.
-        sub = std::clamp(sub, 0, parts - 1);
+        sub = std::min(sub, parts - 1);
         const double h = from.len;
         const double part = h / parts;
         TrovaArValoriSpline(sub * part, (sub + 1) * part, part / 10, h, m_sigmap, from.x, from.y,
                             from.xp, from.yp, to.x, to.y, to.xp, to.yp, m_samples);
         const std::size_t examined =
             m_samples.empty() ? 0 : std::min(SAMPLES_PER_PROBE, m_samples.size() - 1);
-        int found = -1;
+        bool improved = false;
         for (std::size_t j = 0; j < examined; ++j) {
             const double distance = m_samples[j].dist_square(m_point);
             if (distance < m_best) {
@@ -59,19 +61,21 @@ public:
                 m_t = static_cast<double>(j) * part / 10 + sub * part;
                 m_spine = m_t + offset;
                 found = static_cast<int>(j) + 10 * sub;
+                improved = true;
             }
         }
-        return found;
+        return improved;
     }
 
     // Probes part `sub` of segment `seg` at level 1, then descends through levels 2 … 5, each
     // probing the part found at the level before, or, when that level improved nothing, the
     // first tenth of the part it probed.
     void ProbeAndRefine(int seg, int sub, double offset) {
-        int found = Probe(seg, 1, sub, offset);
+        int found = 0;
+        bool improved = Probe(seg, 1, sub, offset, found);
         for (int level = 2; level <= FINEST_LEVEL; ++level) {
-            sub = found >= 0 ? found : 10 * sub;
-            found = Probe(seg, level, sub, offset);
+            sub = improved ? found : 10 * sub;
+            improved = Probe(seg, level, sub, offset, found);
         }
     }
 
@@ -105,8 +109,7 @@ bool FindSplineParam(const std::vector<TVrtPol>& nodes, double sigmap,
     const int segments = static_cast<int>(nodes.size()) - 1;
     for (int seg = 0; seg < segments; ++seg) {
         int sub = 0;
-        const int found = search.Probe(seg, 0, sub, offset);
-        if (found >= 0) coarseFound = found;
+        search.Probe(seg, 0, sub, offset, coarseFound);
         offset += nodes[static_cast<std::size_t>(seg)].len;
     }
     if (!search.Found()) return false;

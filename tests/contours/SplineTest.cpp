@@ -864,6 +864,35 @@ TEST(SplineSearch, ABestSampleAtASegmentStartAlsoRefinesTheEndOfThePreviousSegme
     EXPECT_NEAR(spine, t, 1e-12);
 }
 
+TEST(SplineSearch, APointBeforeTheStartFindsTheCurveContinuedBackwards) {
+    // A best coarse sample at the very start of the line refines the tenth before it: the
+    // straight segment of length 10 continued back to x = -1. Each case gives the parameter
+    // that the forward-only refinement reaches there.
+    double sigmap = 0.0;
+    const std::vector<TVrtPol> nodes = Build({0.0, 10.0}, {0.0, 0.0}, -1.0, sigmap);
+    struct Case {
+        PNT_2D point;
+        double t;
+    };
+    for (const Case& test : {
+             // Beyond the tenth: its first sample, x = -1.
+             Case{PNT_2D(-5.0, 0.0), -1.0},
+             // Level 1 finds -0.5, level 2 -0.46; -0.463 lies behind that sample.
+             Case{PNT_2D(-0.463, 1.0), -0.46},
+             // Level 1 finds its last sample, -0.1: the found index j + 10k is then -1, which
+             // level 2 refines like any other (to -0.08).
+             Case{PNT_2D(-0.08, 1.0), -0.08},
+         }) {
+        int segment = -2;
+        double t = 1.0, spine = 1.0;
+        ASSERT_TRUE(FindSplineParam(nodes, sigmap, test.point, segment, t, spine)) << test.t;
+        EXPECT_EQ(segment, 0) << test.t;
+        EXPECT_NEAR(t, test.t, 1e-12);
+        EXPECT_EQ(spine, t) << test.t;
+        EXPECT_NEAR(Evaluate(nodes, sigmap, 0, t).x, test.t, 1e-12);
+    }
+}
+
 TEST(SplineSearch, APointOnAnInteriorNodeFindsTheStartOfItsSegment) {
     double sigmap = 0.0;
     const std::vector<TVrtPol> nodes =

@@ -229,7 +229,9 @@ public:
 
     /// The curve parameter nearest to @p point: a coarse pass over every segment and five
     /// levels of tenfold refinement. On success returns true with @p segment the segment
-    /// index, @p t the local parameter in it and @p spine the spine parameter. Returns false
+    /// index, @p t the local parameter in it and @p spine the spine parameter. A point beyond
+    /// the line's start can get a parameter below 0 (at most a tenth of the first segment): the
+    /// refinement around the first node samples the curve continued before it. Returns false
     /// with @p segment = -1 when the line has no segment.
     bool FindSpineParam(const kor::geom::PNT_2D& point, int& segment, double& t,
                         double& spine) const;
