@@ -101,9 +101,11 @@ void CCvLvs::RemoveCvLv(CCvLv* line) {
     if (m_context != nullptr) m_context->Notify_CvLv_Removed(held.Get());
 }
 
-// An empty collection opens no event, but its range is still reset.
+// Also an empty collection opens and closes its event: a host that clears the lines hears that
+// it happened, and the range is reset in any case. An event that changed nothing files no undo
+// step.
 void CCvLvs::RemoveAllCvLvs() {
-    kor::CEventGuard event(m_cvlvs.empty() ? nullptr : m_context);
+    kor::CEventGuard event(m_context);
     DoRemoveAllCvLvls(m_context);
 }
 

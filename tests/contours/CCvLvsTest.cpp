@@ -179,15 +179,17 @@ TEST_F(CvLvsTest, RemoveAllIsOneEventInListOrderAndResetsTheRange) {
               (Log{"BeginEvent", "CvLvRemoved", "CvLvRemoved", "CvLvRemoved", "EndEvent"}));
 }
 
-TEST_F(CvLvsTest, RemoveAllOfAnEmptyCollectionOpensNoEventButResetsTheRange) {
+TEST_F(CvLvsTest, RemoveAllOfAnEmptyCollectionOpensOneEmptyEventAndResetsTheRange) {
     CCvLv* line = AddLine(4.0, {{0, 0}, {1, 1}});
     cvlvs->RemoveCvLv(line);
     ExpectRange(4.0, 4.0);
     ForgetEvents();
     cvlvs->RemoveAllCvLvs();
     ExpectRange(INF, -INF);
-    EXPECT_TRUE(recorder.events.empty());
-    EXPECT_EQ(recorder.opened, 0);
+    EXPECT_EQ(recorder.opened, 1);
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(recorder.events[0].cvLvRemoved.empty());
+    EXPECT_FALSE(recorder.events[0].prjModified);
 }
 
 TEST_F(CvLvsTest, DoRemoveAllWithoutAContextIsSilent) {

@@ -116,7 +116,7 @@ public:
     /// closes). The range is not recomputed. A line not listed, null included, is ignored.
     void RemoveCvLv(CCvLv* line);
     /// Removes every line inside one event of the project's change context, as
-    /// DoRemoveAllCvLvls with that context.
+    /// DoRemoveAllCvLvls with that context. The event is opened also when there is no line.
     void RemoveAllCvLvs();
     /// Removes every line: sends Notify_CvLv_Removed to @p context (borrowed, may be null for a
     /// silent removal) for each line in list order while the list is still whole, then empties
