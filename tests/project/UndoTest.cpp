@@ -269,6 +269,9 @@ TEST_F(UndoTest, EventsThatChangeNothingFileNoStep) {
     options.GetFromPrj(prj);
     ExpectNoStep([&] { options.SetToPrj(prj); });
     ExpectNoStep([this] { prj->SetName("Rilievo"); });
+    // Clearing contour lines when there are none: an event of its own, empty.
+    ASSERT_EQ(Lines().GetNoCvLvs(), 0u);
+    ExpectNoStep([this] { Lines().RemoveAllCvLvs(); });
     // A vertex appended and taken back, a vertex moved and moved back.
     ExpectNoStep([this] {
         Tris().SetTriVrtAt(2, PNT_3D(3.0, 3.0, 3.0));
