@@ -747,7 +747,8 @@ TEST_F(OpzCvLvTest, StoredStringRules) {
         {ByteBuilder().Int32(-5), ""},  // below 1: empty, and no bytes follow
         {ByteBuilder().Int32(-2147483647 - 1), ""},
         {ByteBuilder().Int32(1).Bytes("\0", 1), ""},
-        {ByteBuilder().Int32(3).Bytes("xyz"), "xyz"},  // no trailing zero: kept whole
+        {ByteBuilder().Int32(3).Bytes("xyz"), "xyz"},       // no trailing zero: kept whole
+        {ByteBuilder().Int32(4).Bytes("abc\0", 4), "abc"},  // length 4, last byte zero
         {ByteBuilder().Int32(3).Bytes("q\0\0", 3), std::string("q\0", 2)},  // one zero dropped
         {ByteBuilder().Int32(4).Bytes("a\0b ", 4), std::string("a\0b ", 4)},
         {ByteBuilder().Int32(4).Bytes(" \xC2\xB0 "), " \xC2\xB0 "},
