@@ -395,28 +395,28 @@ COcTreeNode& COcTreeNode::GetNode(int octant) {
 
 void COcTreeNode::SetChildren(std::uint8_t childMask, std::uint8_t leafMask) {
     DestroyChildren();
-    std::size_t blockSize = 0;
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if ((childMask & OctantBit(octant)) == 0) continue;
-        const bool leaf = (leafMask & OctantBit(octant)) != 0;
-        blockSize += leaf ? sizeof(COcTreeLeaf) : sizeof(COcTreeNode);
-    }
+    const std::size_t blockSize = BitCount(childMask & leafMask) * sizeof(COcTreeLeaf) +
+                                  BitCount(childMask & ~unsigned{leafMask}) * sizeof(COcTreeNode);
     // Allocate before touching the masks, so that a failed allocation leaves a node with no
-    // children rather than masks that promise a missing block.
-    if (blockSize > 0) m_children = std::make_unique<std::byte[]>(blockSize);
+    // children rather than masks that promise a missing block. The entries are constructed
+    // below; the block itself needs no zeroing first.
+    if (blockSize > 0) m_children.reset(new std::byte[blockSize]);
     m_childMask = childMask;
     m_leafMask = leafMask;
+    std::byte* slot = m_children.get();
     for (int octant = 0; octant < kOctantCount; ++octant) {
-        std::byte* slot = m_children.get() + OffsetOf(octant);
-        if (HasLeafChild(octant)) new (slot) COcTreeLeaf();
-        if (HasNodeChild(octant)) new (slot) COcTreeNode();
+        if (HasLeafChild(octant)) {
+            new (slot) COcTreeLeaf();
+            slot += sizeof(COcTreeLeaf);
+        } else if (HasNodeChild(octant)) {
+            new (slot) COcTreeNode();
+            slot += sizeof(COcTreeNode);
+        }
     }
 }
 
 void COcTreeNode::DestroyChildren() noexcept {
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (HasNodeChild(octant)) NodeAt(octant)->~COcTreeNode();
-    }
+    ForEachChild([](int, COcTreeLeaf&) {}, [](int, COcTreeNode& child) { child.~COcTreeNode(); });
     m_children.reset();
     m_childMask = 0;
     m_leafMask = 0;
@@ -640,18 +640,18 @@ RECT_3D COcTree::BuildNode(COcTreeNode& node, int from, std::size_t begin, std::
     }
     node.SetChildren(childMask, leafMask);
 
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        const std::size_t key = static_cast<std::size_t>(1 + octant);
-        if (node.HasLeafChild(octant)) {
-            COcTreeLeaf& leaf = node.GetLeaf(octant);
+    node.ForEachChild(
+        [&](int octant, COcTreeLeaf& leaf) {
+            const std::size_t key = static_cast<std::size_t>(1 + octant);
             leaf.count = static_cast<std::int32_t>(runSizes[key]);
             leaf.first = static_cast<std::int32_t>(runStarts[key]);
             settle(runStarts[key], runSizes[key]);
-        } else if (node.HasNodeChild(octant)) {
-            Merge(box, BuildNode(node.GetNode(octant), 1 - from, runStarts[key], runSizes[key],
+        },
+        [&](int octant, COcTreeNode& child) {
+            const std::size_t key = static_cast<std::size_t>(1 + octant);
+            Merge(box, BuildNode(child, 1 - from, runStarts[key], runSizes[key],
                                  ChildCentre(centre, side, octant), childSide, depth + 1, state));
-        }
-    }
+        });
     state.bounds[boundIndex] = TBound::Of(box);
     return box;
 }
@@ -660,9 +660,8 @@ namespace {
 
 std::size_t CountNodes(const COcTreeNode& node) {
     std::size_t count = 1;
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (node.HasNodeChild(octant)) count += CountNodes(node.GetNode(octant));
-    }
+    node.ForEachChild([](int, const COcTreeLeaf&) {},
+                      [&count](int, const COcTreeNode& child) { count += CountNodes(child); });
     return count;
 }
 
@@ -739,14 +738,9 @@ RECT_3D COcTree::BoundNode(COcTreeNode& node) const {
     RECT_3D box;
     box.initRegion();
     IncludeRun(box, node.m_first, node.m_count);
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (node.HasLeafChild(octant)) {
-            const COcTreeLeaf& leaf = *node.LeafAt(octant);
-            IncludeRun(box, leaf.first, leaf.count);
-        } else if (node.HasNodeChild(octant)) {
-            Merge(box, BoundNode(*node.NodeAt(octant)));
-        }
-    }
+    node.ForEachChild(
+        [&](int, const COcTreeLeaf& leaf) { IncludeRun(box, leaf.first, leaf.count); },
+        [&](int, COcTreeNode& child) { Merge(box, BoundNode(child)); });
     m_bounds[index] = TBound::Of(box);
     return box;
 }
@@ -781,14 +775,11 @@ void COcTree::Walk(const COcTreeNode& node, int depth, Filter& filter,
     if (box.IsEmpty() || !filter.Enter(box)) return;
     listener.OnNodeEntered(depth);
     HandOverRun(node.m_first, node.m_count, filter, listener);
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (node.HasLeafChild(octant)) {
-            const COcTreeLeaf& leaf = *node.LeafAt(octant);
+    node.ForEachChild(
+        [&](int, const COcTreeLeaf& leaf) {
             HandOverRun(leaf.first, leaf.count, filter, listener);
-        } else if (node.HasNodeChild(octant)) {
-            Walk(*node.NodeAt(octant), depth + 1, filter, listener);
-        }
-    }
+        },
+        [&](int, const COcTreeNode& child) { Walk(child, depth + 1, filter, listener); });
     filter.Leave();
 }
 

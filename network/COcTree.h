@@ -15,7 +15,9 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <new>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 class CTris;
@@ -142,8 +144,41 @@ public:
     /// unchanged. Fill the entries afterwards through GetLeaf and GetNode.
     void SetChildren(std::uint8_t childMask, std::uint8_t leafMask);
 
+    /// Calls @p onLeaf(octant, leaf) or @p onNode(octant, node) for each child in octant order,
+    /// walking the child block once: the passes over a whole tree (reading, writing, checking,
+    /// destroying it) visit every child of every node.
+    template <class OnLeaf, class OnNode>
+    void ForEachChild(OnLeaf&& onLeaf, OnNode&& onNode) const {
+        WalkChildren(*this, onLeaf, onNode);
+    }
+    template <class OnLeaf, class OnNode>
+    void ForEachChild(OnLeaf&& onLeaf, OnNode&& onNode) {
+        WalkChildren(*this, onLeaf, onNode);
+    }
+
 private:
     friend class COcTree;
+
+    // ForEachChild for a const or a mutable node: the entries follow each other in the block,
+    // each at the size of its kind.
+    template <class Node, class OnLeaf, class OnNode>
+    static void WalkChildren(Node& node, OnLeaf& onLeaf, OnNode& onNode) {
+        constexpr bool kConst = std::is_const<Node>::value;
+        using Leaf = std::conditional_t<kConst, const COcTreeLeaf, COcTreeLeaf>;
+        using Byte = std::conditional_t<kConst, const std::byte, std::byte>;
+        Byte* slot = node.m_children.get();
+        for (unsigned octant = 0; octant < 8; ++octant) {
+            const unsigned bit = 1u << octant;
+            if ((node.m_childMask & bit) == 0) continue;
+            if ((node.m_leafMask & bit) != 0) {
+                onLeaf(static_cast<int>(octant), *std::launder(reinterpret_cast<Leaf*>(slot)));
+                slot += sizeof(COcTreeLeaf);
+            } else {
+                onNode(static_cast<int>(octant), *std::launder(reinterpret_cast<Node*>(slot)));
+                slot += sizeof(COcTreeNode);
+            }
+        }
+    }
 
     std::size_t OffsetOf(int octant) const noexcept;
     COcTreeNode* NodeAt(int octant) const noexcept;

@@ -66,7 +66,6 @@ constexpr int kEmptySectionFileSize = 24;
 // block that goes deeper was not written from a tree, and stopping there bounds the recursion
 // whatever a file holds.
 constexpr int kMaxNodeDepth = 20;
-constexpr int kOctantCount = 8;
 
 bool HasTriColors(short version) {
     return version >= kVersionTriColors;
@@ -310,9 +309,9 @@ bool ReadPoints(std::istream& stream, std::int32_t count, bool keep, TSectionDat
 bool ReadTris(std::istream& stream, short version, bool keep, TSectionData& data) {
     if (!io::ReadRaw(stream, data.triCount)) return false;
     if (data.triCount < 0) return Fail(stream);
+    if (!keep) return ReadBlocks(stream, data.triCount, TriBytes(version), [](auto, auto) {});
     return ReadItems(stream, data.triCount, TriBytes(version), [&](const unsigned char*& bytes) {
-        const TSectionTri tri = TakeTri(bytes, version);
-        if (keep) data.tris.push_back(tri);
+        data.tris.push_back(TakeTri(bytes, version));
     });
 }
 
@@ -350,18 +349,12 @@ CCld* FindCloud(const kor::CRefObjIdRemapper& remapper, std::int64_t id) {
 
 // ---- Octree block ------------------------------------------------------------------------------
 
-// Calls @p visit(count, first) for the node's own run and every run below it.
+// Calls @p visit(count, first) for the node's own run and every run below it, in pre-order.
 template <class Visit>
 void ForEachRun(const COcTreeNode& node, Visit& visit) {
     visit(node.GetCount(), node.GetFirst());
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (node.HasLeafChild(octant)) {
-            const COcTreeLeaf& leaf = node.GetLeaf(octant);
-            visit(leaf.count, leaf.first);
-        } else if (node.HasNodeChild(octant)) {
-            ForEachRun(node.GetNode(octant), visit);
-        }
-    }
+    node.ForEachChild([&visit](int, const COcTreeLeaf& leaf) { visit(leaf.count, leaf.first); },
+                      [&visit](int, const COcTreeNode& child) { ForEachRun(child, visit); });
 }
 
 // True when a run of @p count triangles from position @p first lies within an array of
@@ -372,31 +365,34 @@ bool RunInside(std::int32_t count, std::int32_t first, std::int64_t triCount) {
     return count >= 0 && first >= 0 && std::int64_t{first} + count <= triCount;
 }
 
-// True when the runs of the tree under @p root cover the positions 0 .. triCount - 1 of the
-// triangle array exactly once each, every run (empty ones included) inside the array. That is
-// what a tree built over those triangles does; any other tree would refer past the array, hand
-// a triangle over twice, or hide one from drawing and search.
-bool CoversEachTriangleOnce(const COcTreeNode& root, std::int64_t triCount) {
-    // A built tree names its runs in pre-order, one after the other from position 0; that is
-    // told in one pass over the runs. Only other trees need the check position by position.
-    std::int64_t next = 0;
-    bool inOrder = true;
-    auto follow = [&](std::int32_t count, std::int32_t first) {
-        if (!inOrder) return;
-        if (!RunInside(count, first, triCount)) {
-            inOrder = false;
-            return;
-        }
-        if (count == 0) return;
-        if (first != next) {
-            inOrder = false;
-            return;
-        }
-        next += count;
-    };
-    ForEachRun(root, follow);
-    if (inOrder && next == triCount) return true;
+// Follows the runs of a tree in pre-order and tells whether they name the positions 0, 1, 2, ...
+// of an array of @p triCount triangles one after the other, every run (empty ones included)
+// inside the array: the runs of a built tree do. Told in one pass, also while the tree is read.
+class CRunsInOrder {
+public:
+    explicit CRunsInOrder(std::int64_t triCount) : m_triCount(triCount) {}
 
+    void Follow(std::int32_t count, std::int32_t first) {
+        if (!m_inOrder) return;
+        if (!RunInside(count, first, m_triCount) || (count > 0 && first != m_next)) {
+            m_inOrder = false;
+            return;
+        }
+        m_next += count;
+    }
+    // True when the runs followed so far were in order and cover the whole array.
+    bool CoverTheArray() const { return m_inOrder && m_next == m_triCount; }
+
+private:
+    std::int64_t m_triCount;
+    std::int64_t m_next = 0;
+    bool m_inOrder = true;
+};
+
+// True when the runs of the tree under @p root cover the positions 0 .. triCount - 1 exactly
+// once each, every run (empty ones included) inside the array, in any order: the check for the
+// trees whose runs are not in pre-order.
+bool CoversEachPositionOnce(const COcTreeNode& root, std::int64_t triCount) {
     std::vector<bool> covered(static_cast<std::size_t>(triCount), false);
     std::int64_t coveredCount = 0;
     bool valid = true;
@@ -419,6 +415,19 @@ bool CoversEachTriangleOnce(const COcTreeNode& root, std::int64_t triCount) {
     return valid && coveredCount == triCount;
 }
 
+// True when the runs of the tree under @p root cover the positions 0 .. triCount - 1 of the
+// triangle array exactly once each, every run (empty ones included) inside the array. That is
+// what a tree built over those triangles does; any other tree would refer past the array, hand
+// a triangle over twice, or hide one from drawing and search.
+bool CoversEachTriangleOnce(const COcTreeNode& root, std::int64_t triCount) {
+    // A built tree names its runs in pre-order, one after the other from position 0; that is
+    // told in one pass over the runs. Only other trees need the check position by position.
+    CRunsInOrder runs(triCount);
+    auto follow = [&runs](std::int32_t count, std::int32_t first) { runs.Follow(count, first); };
+    ForEachRun(root, follow);
+    return runs.CoverTheArray() || CoversEachPositionOnce(root, triCount);
+}
+
 // The root that stands for an empty tree: no triangle of its own and no child. A block is
 // written with such a root when the network has vertices but no tree, so that every section of
 // version 1502 or later that has vertices ends with a block, as its readers expect.
@@ -431,15 +440,12 @@ void WriteNode(CBlockWriter& writer, const COcTreeNode& node) {
     writer.Put(node.GetFirst());
     writer.Put(node.GetChildMask());
     writer.Put(node.GetLeafMask());
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (node.HasLeafChild(octant)) {
-            const COcTreeLeaf& leaf = node.GetLeaf(octant);
+    node.ForEachChild(
+        [&writer](int, const COcTreeLeaf& leaf) {
             writer.Put(leaf.count);
             writer.Put(leaf.first);
-        } else if (node.HasNodeChild(octant)) {
-            WriteNode(writer, node.GetNode(octant));
-        }
-    }
+        },
+        [&writer](int, const COcTreeNode& child) { WriteNode(writer, child); });
 }
 
 void WriteGeometry(CBlockWriter& writer, const TOcTreeGeometry& geometry) {
@@ -528,10 +534,11 @@ private:
     unsigned char m_buffer[4096];
 };
 
-// Reads @p node, at @p depth below the root, and everything under it. Children are allocated
-// only as their node's masks arrive, so memory follows the bytes actually read. False, with the
-// stream failed, when the stream ends or the block goes deeper than a built tree.
-bool ReadNode(COcTreeBlockSource& source, COcTreeNode& node, int depth) {
+// Reads @p node, at @p depth below the root, and everything under it, and hands every run to
+// @p runs as it arrives. Children are allocated only as their node's masks arrive, so memory
+// follows the bytes actually read. False, with the stream failed, when the stream ends or the
+// block goes deeper than a built tree.
+bool ReadNode(COcTreeBlockSource& source, CRunsInOrder& runs, COcTreeNode& node, int depth) {
     const unsigned char* bytes = source.Next(kNodeBytes);
     if (!bytes) return false;
     const std::int32_t count = Take<std::int32_t>(bytes);
@@ -539,26 +546,33 @@ bool ReadNode(COcTreeBlockSource& source, COcTreeNode& node, int depth) {
     const std::uint8_t childMask = Take<std::uint8_t>(bytes);
     const std::uint8_t leafMask = Take<std::uint8_t>(bytes);
     node.SetRun(count, first);
+    runs.Follow(count, first);
     node.SetChildren(childMask, leafMask);
     std::size_t childBytes = 0;
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (node.HasLeafChild(octant)) childBytes += kLeafBytes;
-        if (node.HasNodeChild(octant)) childBytes += kNodeBytes;
-    }
+    node.ForEachChild([&childBytes](int, COcTreeLeaf&) { childBytes += kLeafBytes; },
+                      [&childBytes](int, COcTreeNode&) { childBytes += kNodeBytes; });
     source.Announce(childBytes);
-    for (int octant = 0; octant < kOctantCount; ++octant) {
-        if (node.HasLeafChild(octant)) {
-            const unsigned char* entry = source.Next(kLeafBytes);
-            if (!entry) return false;
-            COcTreeLeaf& leaf = node.GetLeaf(octant);
+    bool read = true;
+    node.ForEachChild(
+        [&](int, COcTreeLeaf& leaf) {
+            const unsigned char* entry = read ? source.Next(kLeafBytes) : nullptr;
+            if (!entry) {
+                read = false;
+                return;
+            }
             leaf.count = Take<std::int32_t>(entry);
             leaf.first = Take<std::int32_t>(entry);
-        } else if (node.HasNodeChild(octant)) {
-            if (depth + 1 > kMaxNodeDepth) return source.Reject();
-            if (!ReadNode(source, node.GetNode(octant), depth + 1)) return false;
-        }
-    }
-    return true;
+            runs.Follow(leaf.count, leaf.first);
+        },
+        [&](int, COcTreeNode& child) {
+            if (!read) return;
+            if (depth + 1 > kMaxNodeDepth) {
+                read = source.Reject();
+                return;
+            }
+            read = ReadNode(source, runs, child, depth + 1);
+        });
+    return read;
 }
 
 }  // namespace
@@ -852,9 +866,13 @@ void CTrisFileSection::ReadOcTreeBlock(CTris& tris, std::istream& stream, std::i
     TOcTreeGeometry geometry{};
     auto root = std::make_unique<COcTreeNode>();
     COcTreeBlockSource source(stream);
-    const bool complete = ReadGeometry(stream, geometry) && ReadNode(source, *root, 0);
+    CRunsInOrder runs(sectionTris);
+    const bool complete = ReadGeometry(stream, geometry) && ReadNode(source, runs, *root, 0);
     const bool emptyTree = complete && IsEmptyTreeRoot(*root);
-    const bool validTree = complete && !emptyTree && CoversEachTriangleOnce(*root, sectionTris);
+    // The runs were followed as they arrived; only a tree whose runs are not in pre-order needs
+    // another pass.
+    const bool validTree = complete && !emptyTree &&
+                           (runs.CoverTheArray() || CoversEachPositionOnce(*root, sectionTris));
     if (!emptyTree && !validTree) Fail(stream);
     if (!load) return;
     if (validTree && fitsNetwork && sectionTris > 0) {

@@ -952,6 +952,37 @@ TEST(NetworkFileSection, BlockWithAnEmptyRunJustPastTheArrayIsAccepted) {
     EXPECT_EQ(WriteSection(tris, 1502), bytes);
 }
 
+TEST(NetworkFileSection, BlockWhoseRunsCoverEveryTriangleOutOfOrderIsTakenAsStored) {
+    // Three triangles; the root keeps none and its two leaves name positions 1-2, then 0. No
+    // build makes such a tree, but it covers every triangle once, so it is taken and written
+    // back as it was stored.
+    ByteBuilder b;
+    b.Int32(4).Int64(0);
+    for (const PNT_3D& p : {PNT_3D(0, 0, 1), PNT_3D(2, 0, 2), PNT_3D(0, 2, 3), PNT_3D(2, 2, 4)})
+        b.Double(p.x).Double(p.y).Double(p.z);
+    b.Int32(3);
+    b.Int32(0).Int32(1).Int32(2).Int32(1);
+    b.Int32(1).Int32(3).Int32(2).Int32(1);
+    b.Int32(0).Int32(1).Int32(3).Int32(1);
+    b.Double(1.0).Double(4.0);
+    Geometry(b, 1, 1, 2.5, 3, 2, 2, 3);
+    NodeHeader(b, 0, 0, 0x03, 0x03).Int32(2).Int32(1).Int32(1).Int32(0);
+    const std::string bytes = b.Str();
+
+    const auto prj = NewProject();
+    const ReadOutcome outcome = ReadSection(*prj->GetTris(), bytes, 1502);
+    EXPECT_FALSE(outcome.failed);
+    EXPECT_EQ(outcome.consumed, bytes.size());
+    ASSERT_TRUE(HasTree(*prj->GetTris()));
+    EXPECT_EQ(WriteSection(*prj->GetTris(), 1502), bytes);
+
+    const auto skipped = NewProject();
+    const ReadOutcome skippedOutcome = ReadSection(*skipped->GetTris(), bytes, 1502, false);
+    EXPECT_FALSE(skippedOutcome.failed);
+    EXPECT_EQ(skippedOutcome.consumed, bytes.size());
+    EXPECT_FALSE(HasTree(*skipped->GetTris()));
+}
+
 TEST(NetworkFileSection, BlockHandingATriangleOverTwiceIsRejected) {
     ExpectCorruptBlockRebuildsTheTree(BlockWithRoot(1, 0, 0x01, 0x01).Int32(1).Int32(0));
 }
