@@ -40,20 +40,41 @@ CTris::~CTris() {
 void CTris::AppendVertex(const kor::geom::PNT_3D& p) {
     m_vertices.push_back(p);
     ++m_appendedVertices;  // search index: an append, not a change
-    UpdateMinMaxQuota(p.z);
+    FoldQuotas(&p, 1);
     m_context->Notify_Tri_Vrt_Added();
 }
 
 void CTris::AppendVertices(const kor::geom::PNT_3D* points, std::size_t count) {
-    if (!m_context->AdditionsUnheard()) {
+    if (!AdditionsUnheard()) {
         for (std::size_t i = 0; i < count; ++i) AppendVertex(points[i]);
         return;
     }
     // Nothing to announce, so the points go in as a block; the array gains all or none of them
     // should it fail to grow, where one by one it would keep those before the failure.
     m_vertices.insert(m_vertices.end(), points, points + count);
+    NoteVerticesAppended(count);
+}
+
+bool CTris::AdditionsUnheard() const {
+    return m_context->AdditionsUnheard();
+}
+
+void CTris::NoteVerticesAppended(std::size_t count) {
     m_appendedVertices += count;
-    for (std::size_t i = 0; i < count; ++i) UpdateMinMaxQuota(points[i].z);
+    FoldQuotas(m_vertices.data() + (m_vertices.size() - count), count);
+}
+
+void CTris::FoldQuotas(const kor::geom::PNT_3D* points, std::size_t count) {
+    // Folded in locals: the points are doubles as the range is, and kept in the members every
+    // step became a store and a reload of each.
+    double low = m_minQuota;
+    double high = m_maxQuota;
+    for (std::size_t i = 0; i < count; ++i) {
+        low = std::min(low, points[i].z);
+        high = std::max(high, points[i].z);
+    }
+    m_minQuota = low;
+    m_maxQuota = high;
 }
 
 void CTris::ReserveTriAppends(std::size_t count) {
@@ -92,15 +113,10 @@ void CTris::SetNoTriVrts(int n) {
     if (n > 0) m_vertices.reserve(static_cast<std::size_t>(n));
 }
 
-void CTris::UpdateMinMaxQuota(double z) {
-    m_minQuota = std::min(m_minQuota, z);
-    m_maxQuota = std::max(m_maxQuota, z);
-}
-
 void CTris::UpdateMinMaxQuota() {
     m_minQuota = RESET_MIN_QUOTA;
     m_maxQuota = RESET_MAX_QUOTA;
-    for (const kor::geom::PNT_3D& p : m_vertices) UpdateMinMaxQuota(p.z);
+    FoldQuotas(m_vertices.data(), m_vertices.size());
 }
 
 // Triangles ----------------------------------------------------------------------------------

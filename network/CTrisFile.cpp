@@ -251,6 +251,10 @@ struct TSectionData {
 };
 
 constexpr std::size_t kPointBytes = 3 * sizeof(double);
+// True when a stored point's bytes are the host's own representation of the point.
+constexpr bool kPointsAsStored = io::detail::HostIsLittleEndian() &&
+                                 sizeof(PNT_3D) == kPointBytes &&
+                                 std::is_trivially_copyable<PNT_3D>::value;
 constexpr std::size_t kCloudIndexBytes = sizeof(std::int32_t);
 
 std::size_t TriBytes(short version) {
@@ -273,10 +277,7 @@ void AppendTakenPoints(const unsigned char* bytes, std::int64_t count, std::vect
     const std::size_t before = out.size();
     out.resize(before + static_cast<std::size_t>(count));
     PNT_3D* const taken = out.data() + before;
-    constexpr bool kSameRepresentation = io::detail::HostIsLittleEndian() &&
-                                         sizeof(PNT_3D) == kPointBytes &&
-                                         std::is_trivially_copyable<PNT_3D>::value;
-    if (kSameRepresentation) {
+    if (kPointsAsStored) {
         std::memcpy(static_cast<void*>(taken), bytes,
                     static_cast<std::size_t>(count) * kPointBytes);
         return;
@@ -588,6 +589,7 @@ public:
 private:
     static void WritePoints(const CTris& tris, CBlockWriter& writer, bool cloudBound);
     static bool ReadDirect(CTris& tris, std::istream& stream, short version, std::int32_t count);
+    static bool ReadPointsDirect(CTris& tris, std::istream& stream, std::int32_t count);
     static void ReadRest(CTris& tris, std::istream& stream, short version, bool load,
                          std::int32_t sectionTris, bool fitsNetwork);
     static bool ServeFromCloud(CTris& tris, const TSectionData& data,
@@ -729,15 +731,7 @@ bool CTrisFileSection::ReadDirect(CTris& tris, std::istream& stream, short versi
     const int trisBefore = tris.GetNoTris();
     // The counts are backed by bytes the stream holds, so reserving for them is safe.
     tris.m_vertices.reserve(tris.m_vertices.size() + static_cast<std::size_t>(count));
-    std::vector<PNT_3D> points;
-    points.reserve(
-        static_cast<std::size_t>(std::min<std::int64_t>(count, kBlockBytes / kPointBytes)));
-    bool read = ReadBlocks(stream, count, kPointBytes,
-                           [&tris, &points](const unsigned char* bytes, std::int64_t items) {
-                               points.clear();
-                               AppendTakenPoints(bytes, items, points);
-                               tris.AppendVertices(points.data(), points.size());
-                           });
+    bool read = ReadPointsDirect(tris, stream, count);
     std::int32_t storedTris = 0;
     read = read && io::ReadRaw(stream, storedTris);
     if (!read) return true;
@@ -764,6 +758,41 @@ bool CTrisFileSection::ReadDirect(CTris& tris, std::istream& stream, short versi
     }
     ReadRest(tris, stream, version, true, storedTris, trisBefore == 0 && accepted == storedTris);
     return true;
+}
+
+// Appends the @p count points that the stream holds to the network a block at a time. When
+// nobody hears the additions and the stored bytes are the points' own, the stream reads
+// straight into the vertex array: no block buffer and no scratch copy in between. Either way a
+// block the stream cannot deliver in full is not appended.
+bool CTrisFileSection::ReadPointsDirect(CTris& tris, std::istream& stream, std::int32_t count) {
+    std::vector<PNT_3D>& vertices = tris.m_vertices;
+    if (kPointsAsStored && tris.AdditionsUnheard()) {
+        const std::int64_t perBlock = static_cast<std::int64_t>(kBlockBytes / kPointBytes);
+        for (std::int64_t left = count; left > 0;) {
+            const std::int64_t items = std::min(left, perBlock);
+            const std::size_t before = vertices.size();
+            vertices.resize(before + static_cast<std::size_t>(items));
+            const auto bytes = static_cast<std::streamsize>(items * std::int64_t{kPointBytes});
+            stream.read(reinterpret_cast<char*>(vertices.data() + before), bytes);
+            if (!stream || stream.gcount() != bytes) {
+                vertices.resize(before);
+                stream.setstate(std::ios::failbit);
+                return false;
+            }
+            tris.NoteVerticesAppended(static_cast<std::size_t>(items));
+            left -= items;
+        }
+        return true;
+    }
+    std::vector<PNT_3D> points;
+    points.reserve(
+        static_cast<std::size_t>(std::min<std::int64_t>(count, kBlockBytes / kPointBytes)));
+    return ReadBlocks(stream, count, kPointBytes,
+                      [&tris, &points](const unsigned char* bytes, std::int64_t items) {
+                          points.clear();
+                          AppendTakenPoints(bytes, items, points);
+                          tris.AppendVertices(points.data(), points.size());
+                      });
 }
 
 // What follows the section's elevation range: the octree block, then the derived data of a

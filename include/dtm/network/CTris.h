@@ -277,11 +277,18 @@ private:
     /// cloud be read, since DoRemoveAll lets the cloud go but keeps the pointer.
     bool HoldsCld() const noexcept { return m_cloud != nullptr && m_cloudReferenced; }
 
-    void UpdateMinMaxQuota(double z);
     void AppendVertex(const kor::geom::PNT_3D& p);
     /// As AppendVertex for each of @p count points in turn, in one step when no listener hears
     /// the additions (a file section appends hundreds of thousands).
     void AppendVertices(const kor::geom::PNT_3D* points, std::size_t count);
+    /// Takes in the last @p count vertices of the array, placed there without a word while no
+    /// listener hears additions: the search index counts them as appended and the elevation
+    /// range grows to hold them.
+    void NoteVerticesAppended(std::size_t count);
+    /// True when no listener hears additions, so that vertices may go in without a word.
+    bool AdditionsUnheard() const;
+    /// Widens the elevation range to hold the @p count points at @p points, in their order.
+    void FoldQuotas(const kor::geom::PNT_3D* points, std::size_t count);
     /// Room for @p count more triangles in the array and in the open event's list of added
     /// ones, ahead of a long run of AddNewTri.
     void ReserveTriAppends(std::size_t count);
