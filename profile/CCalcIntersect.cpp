@@ -25,11 +25,15 @@ bool IsSameProg(double later, double earlier) {
                                   : later == earlier;
 }
 
-void AppendPoint(double z, const PNT_2D& origin, const PNT_2D& p, std::vector<TLineProgPnt>& out) {
+TLineProgPnt ProgPoint(double z, const PNT_2D& p, double prog) {
     TLineProgPnt point;
     point.pnt = PNT_3D(p, z);
-    point.prog = std::fabs(p.dist(origin));
-    out.push_back(point);
+    point.prog = prog;
+    return point;
+}
+
+void AppendPoint(double z, const PNT_2D& origin, const PNT_2D& p, std::vector<TLineProgPnt>& out) {
+    out.push_back(ProgPoint(z, p, std::fabs(p.dist(origin))));
 }
 
 // The three vertices of triangle @p tri, the first repeated. A vertex that does not exist (a
@@ -53,8 +57,10 @@ void AddTrianglePoints(const TVrtTri& tri, const LINE_2D& line, std::vector<TLin
     const PNT_2D& start = line.start;
     const PNT_2D& end = line.end;
     if (kor::geom::IsPntInsideTriangle(tri.p[0], tri.p[1], tri.p[2], start)) {
-        AppendPoint(kor::geom::CalcQuoteFromTriangle(tri.p[0], tri.p[1], tri.p[2], start), start,
-                    start, out);
+        // The start is at distance 0 by definition, also where its distance from itself cannot
+        // be computed (an infinite coordinate).
+        out.push_back(ProgPoint(
+            kor::geom::CalcQuoteFromTriangle(tri.p[0], tri.p[1], tri.p[2], start), start, 0.0));
         startFound = true;
     }
     if (kor::geom::IsPntInsideTriangle(tri.p[0], tri.p[1], tri.p[2], end)) {
@@ -84,8 +90,11 @@ void Profile(const CTris& tris, const LINE_2D& line, std::vector<TLineProgPnt>& 
     forEachTri([&](int tri) {
         AddTrianglePoints(VerticesOf(tris, tri), line, out, startFound, endFound);
     });
-    // The end points are always part of the profile, without elevation off the network.
-    if (!startFound) AppendPoint(UNDEFINED_QUOTE, line.start, line.start, out);
+    // The end points are always part of the profile, without elevation off the network. A
+    // start off the network goes first, so that the stable sort keeps it ahead of any crossing
+    // at distance 0 (an edge of a triangle without area through the start): the profile then
+    // begins without elevation, as it does wherever the network does not hold the start.
+    if (!startFound) out.insert(out.begin(), ProgPoint(UNDEFINED_QUOTE, line.start, 0.0));
     if (!endFound) AppendPoint(UNDEFINED_QUOTE, line.start, line.end, out);
 }
 
@@ -132,10 +141,11 @@ void CCalcIntersect::CalcAndAddPnt(const PNT_3D& a, const PNT_3D& b, const PNT_2
 
 void CCalcIntersect::SortAndDeleteDuplicates(std::vector<TLineProgPnt>& pnts) {
     if (pnts.size() < 2) return;
-    // Unstable on purpose: among points at one distance any may come first and survive; they
-    // are the same place on the surface seen from different triangles.
-    std::sort(pnts.begin(), pnts.end(),
-              [](const TLineProgPnt& a, const TLineProgPnt& b) { return a.prog < b.prog; });
+    // Stable: among points at one distance the first listed survives. They are mostly the same
+    // place on the surface seen from different triangles, listed in the triangles' order; the
+    // one exception is the start off the network, listed first so that it keeps its place.
+    std::stable_sort(pnts.begin(), pnts.end(),
+                     [](const TLineProgPnt& a, const TLineProgPnt& b) { return a.prog < b.prog; });
 
     // Walking from the last point down, each point is erased when it repeats the one before it.
     // Erasures only ever touch later positions, so every comparison is between neighbours of the

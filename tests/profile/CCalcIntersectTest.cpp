@@ -533,6 +533,38 @@ TEST(CCalcIntersect, CrossingJustBeforeAnOutsideEndStandsForTheEnd) {
     EXPECT_NEAR(profile[1].pnt.z, 2.0, 1e-12);
 }
 
+TEST(CCalcIntersect, StartOffTheNetworkKeepsNoElevationOverACrossingAtTheStart) {
+    // A triangle without area holds no point, yet its edges along y = 0 meet the segment exactly
+    // at its start: the crossing at distance 0 does not lend the start an elevation.
+    TestProject project;
+    project.Fill({PNT_3D(0, 0, 10), PNT_3D(1, 0, 20), PNT_3D(2, 0, 30)}, {{0, 1, 2}});
+    const LINE_2D line(PNT_2D(0.5, 0), PNT_2D(0.5, 1));
+    const Profile profile = CalcProfile(project, line);
+    ASSERT_EQ(profile.size(), 2u);
+    EXPECT_EQ(profile[0].prog, 0.0);
+    EXPECT_EQ(profile[0].pnt.x, 0.5);
+    EXPECT_EQ(profile[0].pnt.z, UNDEFINED_QUOTE);
+    EXPECT_EQ(profile[1].prog, 1.0);
+    EXPECT_EQ(profile[1].pnt.z, UNDEFINED_QUOTE);
+    Profile scanned;
+    CCalcIntersectTestAccess::Scan(CCalcIntersect(*project.Prj()), line, scanned);
+    EXPECT_TRUE(Identical(profile, scanned));
+}
+
+TEST(CCalcIntersect, StartWithAnInfiniteCoordinateIsAtDistanceZero) {
+    // Its distance from itself would be inf - inf; the start is at 0 by definition.
+    TestProject project;
+    FillSquare(project);
+    const double inf = std::numeric_limits<double>::infinity();
+    const Profile profile = CalcProfile(project, LINE_2D(PNT_2D(inf, 0.5), PNT_2D(0.5, 1)));
+    ASSERT_FALSE(profile.empty());
+    EXPECT_EQ(profile[0].pnt.x, inf);
+    EXPECT_EQ(profile[0].prog, 0.0);
+    EXPECT_EQ(profile[0].pnt.z, UNDEFINED_QUOTE);
+    EXPECT_EQ(profile.back().pnt.x, 0.5);
+    EXPECT_EQ(profile.back().prog, inf);
+}
+
 TEST(SortAndDeleteDuplicates, FewerThanTwoPointsAreLeftAsTheyAre) {
     Profile none;
     CCalcIntersectTestAccess::SortAndDeleteDuplicates(none);
