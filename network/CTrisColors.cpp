@@ -192,14 +192,21 @@ void CTris::UpdateTriColors() {
     const COpzTri::enumTriColorType type = m_options.GetColorType();
     if (type != COpzTri::TRI_COLOR_FIXED && type != COpzTri::TRI_COLOR_BY_CLASSES) return;
 
+    const auto wanted = [this, type](const CTri* tri) {
+        return type == COpzTri::TRI_COLOR_FIXED ? BY_LAYER_COLOR_INDEX : ClassColorOf(*this, tri);
+    };
+    // An update that changes nothing sends nothing, not even an empty event.
+    std::size_t first = 0;
+    while (first < m_tris.size() && wanted(m_tris[first]) == m_tris[first]->GetColor()) ++first;
+    if (first == m_tris.size()) return;
+
     // One event for the whole update: a single undo step, and the network's listener runs once
     // after the loop. Without it every SetColor would close an event of its own, and the octree
     // rebuilt after each one would reorder the very array this loop walks.
     kor::CEventGuard event(m_context);
-    for (std::size_t i = 0; i < m_tris.size(); ++i) {
+    for (std::size_t i = first; i < m_tris.size(); ++i) {
         CTri* tri = m_tris[i];
-        const int colour =
-            type == COpzTri::TRI_COLOR_FIXED ? BY_LAYER_COLOR_INDEX : ClassColorOf(*this, tri);
+        const int colour = wanted(tri);
         if (colour != tri->GetColor()) tri->SetColor(this, colour);
     }
 }

@@ -416,6 +416,20 @@ TEST(ColorClassComputer, CustomLookupAtTopOfIntervalPassesThroughRgb) {
     EXPECT_EQ(ThroughRgb(256), table.GetColor(0.0, 0.0, 19.0));  // k = floor(4.5 + 0.5) = 5
 }
 
+TEST(ColorClassComputer, CustomLookupTakesAClassLimitWithinItsTolerance) {
+    // The tolerance around 10 is 1.1e-11 and around 20 is 2.1e-11: an elevation that far above
+    // a class's value still belongs to that class.
+    const Table table = CustomTable({{10.0, 1}, {20.0, 256}, {30.0, 3}}, 4);
+    ASSERT_EQ(dtm::ToleranceOf(10.0), 10.0 * 1e-12 + 1e-12);
+    EXPECT_EQ(1, table.GetColor(0.0, 0.0, 10.0 + 1.05e-11));
+    EXPECT_EQ(256, table.GetColor(0.0, 0.0, 10.0 + 1.2e-11));
+    // At the top of the interval (10, 20] the colour goes through RGB; just beyond its tolerance
+    // the next class begins.
+    EXPECT_EQ(ThroughRgb(256), table.GetColor(0.0, 0.0, 20.0 + 2.0e-11));
+    EXPECT_EQ(3, table.GetColor(0.0, 0.0, 20.0 + 2.2e-11));
+    EXPECT_EQ(3, table.GetColor(0.0, 0.0, 30.0 - 3.0e-11));
+}
+
 TEST(ColorClassComputer, CustomLookupIgnoresTheRange) {
     const Table table = CustomTable({{10.0, 1}, {20.0, 2}, {30.0, 3}}, 4);
     EXPECT_EQ(table.GetColor(0.0, 0.0, 15.0), table.GetColor(-1e9, 1e9, 15.0));

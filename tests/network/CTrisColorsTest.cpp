@@ -277,6 +277,19 @@ TEST_F(ColourTest, ClassTriangleOfTheForegroundColourStaysWhiteOnWhite) {
     EXPECT_EQ(tris.CalcColorTri(first), PACKED_WHITE);
 }
 
+TEST_F(ColourTest, ClassVertexOfTheForegroundColourStaysWhiteOnWhite) {
+    // Only a fixed colour turns black on a white background; a class colour is taken as it is.
+    CColorClassComputer white;
+    white.AddEntry(0, 0.0, 7);
+    white.AddEntry(1, 100.0, 7);
+    options().SetColorClasses(white);
+    options().SetColorType(COpzTri::TRI_COLOR_BY_CLASSES);
+    tris.CalcColors_Bkg(0xFFFFFF);
+    ASSERT_NE(tris.GetColors(), nullptr);
+    for (int i = 0; i < 4; ++i) ExpectColour(tris.GetColors()[i], EngineColour(7));
+    EXPECT_EQ(EngineColour(7).r, 1.0f);
+}
+
 TEST_F(ColourTest, CloudTriangleMeansItsVertexColoursIn32BitFloat) {
     UseColourType(COpzTri::TRI_COLOR_BY_CLOUD);
     // Red: the exact mean of 180, 235 and 137 is 184, but in 32-bit float the three scaled
@@ -385,6 +398,24 @@ TEST_F(ColourTest, VertexUsedByNoTriangleHasANaNNormal) {
     EXPECT_FALSE(std::isnan(tris.GetNormals()[0].z));
 }
 
+TEST_F(ColourTest, VertexOnlyInTrianglesWithoutAreaHasANaNNormal) {
+    // Three points on a line, one triangle over them and one that repeats a vertex: neither has
+    // a normal to give, so their vertices share no direction, as a vertex of no triangle.
+    cloud->AddPnt(PNT_3D(20, 20, 5));
+    cloud->AddPnt(PNT_3D(30, 30, 5));
+    cloud->AddPnt(PNT_3D(40, 40, 5));
+    for (int i = 4; i < 7; ++i) tris.AddTriVrt(i);
+    ASSERT_NE(tris.AddNewTri(1, 4, 5, 6), nullptr);
+    ASSERT_NE(tris.AddNewTri(1, 4, 4, 5), nullptr);
+    tris.CalcNormals();
+    ASSERT_NE(tris.GetNormals(), nullptr);
+    for (int i = 4; i < 7; ++i) {
+        EXPECT_TRUE(std::isnan(tris.GetNormals()[i].x)) << "vertex " << i;
+        EXPECT_TRUE(std::isnan(tris.GetNormals()[i].z)) << "vertex " << i;
+    }
+    EXPECT_FALSE(std::isnan(tris.GetNormals()[0].z));
+}
+
 // A flat network of two triangles sharing the edge (10,0)-(0,10), both stored in the order
 // that @p counterClockwise asks for.
 class FlatNormalTest : public CloudNetworkTest, public testing::WithParamInterface<bool> {};
@@ -449,6 +480,19 @@ TEST_F(UpdateTriColorsTest, FixedTypeResetsEveryTriangleToByLayerInOneEvent) {
     // The vertex colours were recomputed with the new fixed colour.
     ASSERT_NE(tris.GetColors(), nullptr);
     ExpectColour(tris.GetColors()[0], 0.0f, 1.0f, 0.0f);
+}
+
+TEST_F(UpdateTriColorsTest, AnUpdateThatChangesNoTriangleSendsNoEvent) {
+    options().SetColorType(COpzTri::TRI_COLOR_FIXED);
+    CTrisTestAccess::UpdateTriColors(tris);
+    ASSERT_EQ(recorder.events.size(), 1u);
+    // Every triangle is by layer now: a second update, with another fixed colour, changes none.
+    options().SetFixedColor(5);
+    CTrisTestAccess::UpdateTriColors(tris);
+    EXPECT_EQ(recorder.events.size(), 1u);
+    // The vertex colours still follow the new fixed colour.
+    ASSERT_NE(tris.GetColors(), nullptr);
+    ExpectColour(tris.GetColors()[0], 0.0f, 0.0f, 1.0f);
 }
 
 TEST_F(UpdateTriColorsTest, ClassTypeGivesEachTriangleTheClassOfItsMeanElevation) {
