@@ -42,9 +42,11 @@ public:
     /// UNDEFINED_QUOTE when none does. It is sorted by distance from the start, and of points
     /// whose distances agree within the library's relative tolerance (1e-12 of the distance plus
     /// 1e-12) only the first in that order is kept. The start therefore always comes first, with
-    /// distance 0; the end comes last unless a crossing lies within that tolerance before it, in
-    /// which case the crossing stands for it. A segment of zero length gives one point. A
-    /// network without triangles gives the two end points with UNDEFINED_QUOTE.
+    /// distance 0; a start that no triangle holds keeps UNDEFINED_QUOTE even where an edge meets
+    /// the segment exactly there (an edge of a triangle without area). The end comes last unless
+    /// a crossing lies within that tolerance before it, in which case the crossing stands for it. A
+    /// segment of zero length gives one point. A network without triangles gives the two end points
+    /// with UNDEFINED_QUOTE.
     void CalcQuotedPnts(const kor::geom::LINE_2D& line, std::vector<TLineProgPnt>& out) const;
 
 private:
