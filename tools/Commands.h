@@ -28,14 +28,22 @@ int RunExport(const std::string& document, const std::string& output, std::ostre
 int RunInfo(const std::string& document, std::ostream& out);
 
 /// "dtm elev": the elevation at (@p x, @p y), or, without a point, at every "x,y" line of
-/// @p in, written as "x,y,z" lines (z empty off the surface). @p project limits the search to
-/// one project; by default the first project holding a point answers. A single point off every
-/// surface is an error; for a list, the answer is 1 when any point was off.
+/// @p in, written as "x,y,z" lines (z empty off the surface) after a header line: the list's
+/// own header with ",z" added, or "x,y,z". The list may start with a UTF-8 byte-order mark and
+/// have CRLF line ends; blank lines and '#' comments are skipped; fields are separated by
+/// commas, semicolons, tabs or spaces and may stand in double quotes. Its first line is a
+/// header when none of its fields is a number; any other line that is not two finite numbers
+/// is an error naming its line number. @p project limits the search to one project; by default
+/// the first project holding a point answers. A single point off every surface is an error;
+/// for a list, the answer is 1 when any point was off.
 int RunElev(const std::string& document, const std::optional<kor::geom::PNT_2D>& point,
             const std::string& project, std::istream& in, std::ostream& out);
 
 /// "dtm profile": CSV of distance, x, y, elevation along the plan segment @p line through the
 /// network of @p project (by default the active or first one); elevation empty off the network.
+/// Rows less than a micrometre apart along the line are written once (the first), and where
+/// the line leaves the network between two rows with elevations, a row without elevation is
+/// written halfway between them, so that a plot of the rows does not bridge the gap.
 int RunProfile(const std::string& document, const kor::geom::LINE_2D& line,
                const std::string& project, std::ostream& out);
 

@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <stdexcept>
+#include <string>
 
 #include "ContourGeometry.h"
 #include "ContourTracer.h"
 #include "Progress.h"
+#include "TextFormat.h"
+#include "UsageError.h"
 
 namespace dtmtool {
 
@@ -21,6 +25,18 @@ constexpr std::int32_t kByLayer = 256;
 constexpr double kTextHeightShareOfExtent = 1.0 / 150.0;
 // Labels of one line stand about this many text heights apart.
 constexpr double kLabelSpacingInTextHeights = 50.0;
+// The smallest label height a caller may ask for, as a share of the network's larger extent.
+// The number of labels, and the time to place them, grows as one over the height: a millimetre
+// on a survey two kilometres across asked for 174,288 labels and most of a minute, a
+// nanometre ran for ten minutes without an end in sight. A hundred-thousandth of the extent (2 cm
+// there) is far below any legible text on a drawing of the whole survey, yet leaves room for labels
+// meant to be read zoomed in on a large one.
+constexpr double kMinimumTextHeightShareOfExtent = 1e-5;
+// At most this many labels on one line, whatever its length: together with the smallest height
+// this bounds the work on lines that wind far longer than the network is wide. At the
+// automatic height a line gets one label per third of the extent, so only a line a hundred
+// times longer than the network is wide meets the cap.
+constexpr int kMaximumLabelsPerLine = 300;
 // A line gets no label unless it is this many label lengths long; shorter ones would be mostly
 // label.
 constexpr double kMinimumLineInLabelLengths = 4.0;
@@ -31,11 +47,37 @@ constexpr double kMinimumNodeSpacingShare = 0.05;
 // Candidate label positions tried on either side of the even spacing, to find a straight part.
 constexpr int kLabelCandidatesEachSide = 4;
 
-double AutomaticTextHeight(const CTris& tris) {
+// The larger side of the network's plan box; 0 for a network without one.
+double PlanExtent(const CTris& tris) {
     kor::geom::RECT_3D box;
-    if (!tris.GetBdry(box)) return 1.0;
-    const double extent = std::max(box.max.x - box.min.x, box.max.y - box.min.y);
-    return extent > 0.0 ? extent * kTextHeightShareOfExtent : 1.0;
+    if (!tris.GetBdry(box)) return 0.0;
+    return std::max(box.max.x - box.min.x, box.max.y - box.min.y);
+}
+
+// @p value rounded up to two significant digits, so that the number a message shows as the
+// least accepted is itself accepted.
+std::string RoundedUp(double value) {
+    const int decimals = std::max(0, 1 - static_cast<int>(std::floor(std::log10(value))));
+    const double scale = std::pow(10.0, decimals);
+    return Fixed(std::ceil(value * scale) / scale, decimals);
+}
+
+// The label height for @p prj: the one @p settings ask for, or one from the network's extent.
+double TextHeightFor(const CDtmPrj& prj, const ContourSettings& settings) {
+    const double extent = PlanExtent(*prj.GetTris());
+    if (settings.textHeight == 0.0) return extent > 0.0 ? extent * kTextHeightShareOfExtent : 1.0;
+    if (!(settings.textHeight > 0.0) || !std::isfinite(settings.textHeight))
+        throw std::invalid_argument(
+            "a text height must be a positive number, or 0 for one from "
+            "the extent");
+    const double minimum = extent * kMinimumTextHeightShareOfExtent;
+    if (settings.textHeight < minimum)
+        throw UsageError("--text-height " + Exact(settings.textHeight) +
+                         " is too small for project '" + prj.GetName().str() + "', " +
+                         Count(static_cast<std::uint64_t>(std::ceil(extent))) +
+                         " across: give at least " + RoundedUp(minimum) +
+                         ", or leave the option out for a height from the extent");
+    return settings.textHeight;
 }
 
 // Decimals enough to write every multiple of @p interval exactly (0.25 needs 2).
@@ -80,7 +122,8 @@ std::size_t PlaceLabels(CCvLv& line, const COpzCvLv& options, double spacing) {
     const double extent = options.GetQuotaExtent(line.GetQuota());
     const double length = SpineLength(line);
     if (length < kMinimumLineInLabelLengths * std::max(extent, options.GetTextHeight())) return 0;
-    const int count = std::max(1, static_cast<int>(std::lround(length / spacing)));
+    const int count = std::max(
+        1, static_cast<int>(std::min<double>(std::round(length / spacing), kMaximumLabelsPerLine)));
     const double pitch = length / count;
     std::size_t placed = 0;
     for (int k = 0; k < count; ++k) {
@@ -129,8 +172,7 @@ ContourSummary MakeContourLines(CDtmPrj& prj, const ContourSettings& settings) {
     const std::vector<double> levels =
         ContourLevels(tris.GetMinQuota(), tris.GetMaxQuota(), settings.interval);
     summary.levels = levels.size();
-    summary.textHeight =
-        settings.textHeight > 0.0 ? settings.textHeight : AutomaticTextHeight(tris);
+    summary.textHeight = TextHeightFor(prj, settings);
     // A tension of exactly 0 has no meaning for the spline; the INI default (-1) is used then.
     const double tension =
         lines.GetOpzCvLv().GetTension() != 0.0 ? lines.GetOpzCvLv().GetTension() : -1.0;

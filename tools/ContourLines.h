@@ -17,7 +17,8 @@ struct ContourSettings {
     /// it carries labels and is drawn heavier.
     int labelEvery = 5;
     /// Height of the label text in plan units; 0 lets the tool choose one from the network's
-    /// extent.
+    /// extent. Any other value must be positive and finite, and at least a hundred-thousandth of
+    /// the network's extent (see MakeContourLines).
     double textHeight = 0.0;
 };
 
@@ -40,8 +41,12 @@ bool IsIndexLevel(double elevation, const ContourSettings& settings);
 /// options' tension), index lines get label intervals spaced along them, the lines are
 /// coloured as the options say, and the collection is marked oriented (higher ground on the
 /// left). The label text options are set first (height, decimals enough for the interval, the
-/// label centred on the line so that it interrupts it). Everything is one change event.
-/// Throws std::invalid_argument for an interval that is not positive.
+/// label centred on the line so that it interrupts it). Labels stand about 50 text heights
+/// apart, at most 300 on one line. Everything is one change event.
+/// Throws std::invalid_argument for an interval that is not positive or a text height that is
+/// negative or not finite, and UsageError, naming --text-height and the least height accepted,
+/// for a text height below a hundred-thousandth of the network's larger extent, before
+/// changing anything.
 ContourSummary MakeContourLines(CDtmPrj& prj, const ContourSettings& settings);
 
 }  // namespace dtmtool

@@ -1,6 +1,7 @@
 #include "TextFormat.h"
 
 #include <charconv>
+#include <cmath>
 
 namespace dtmtool {
 
@@ -40,6 +41,33 @@ std::string Count(std::uint64_t count) {
     for (int at = static_cast<int>(digits.size()) - 3; at > 0; at -= 3)
         digits.insert(static_cast<std::size_t>(at), ",");
     return digits;
+}
+
+std::string Counted(std::uint64_t count, const std::string& singular, const std::string& plural) {
+    return Count(count) + " " + (count == 1 ? singular : plural);
+}
+
+std::string QuotedForMessage(std::string_view text) {
+    // Long enough for any coordinate or line of a point list a person means to type; what is
+    // longer is shown by its start.
+    constexpr std::size_t kLongest = 40;
+    if (text.size() <= kLongest) return "'" + std::string(text) + "'";
+    return "'" + std::string(text.substr(0, kLongest - 3)) + "...'";
+}
+
+NumberText ReadNumber(std::string_view text, double& value) {
+    // from_chars reads no leading '+', which people write and strtod accepts.
+    if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+    const char* end = text.data() + text.size();
+    double read = 0.0;
+    const std::from_chars_result result = std::from_chars(text.data(), end, read);
+    if (text.empty() || result.ptr != end) return NumberText::NotANumber;
+    // Out of range is a well-formed number too large (or too close to zero) for a double.
+    if (result.ec == std::errc::result_out_of_range) return NumberText::NotFinite;
+    if (result.ec != std::errc()) return NumberText::NotANumber;
+    if (!std::isfinite(read)) return NumberText::NotFinite;
+    value = read;
+    return NumberText::Finite;
 }
 
 std::string XmlEscaped(const std::string& text) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace dtmtool {
 
@@ -17,6 +18,28 @@ void AppendFixed(std::string& text, double value, int decimals);
 std::string Fixed(double value, int decimals);
 /// @p count with thousands separated by commas ("33,000"), for reports a person reads.
 std::string Count(std::uint64_t count);
+/// "@p count @p singular" for a count of one, "@p count @p plural" otherwise, the count
+/// grouped as Count groups it ("1 point", "0 points", "1,200 points").
+std::string Counted(std::uint64_t count, const std::string& singular, const std::string& plural);
+/// @p text in single quotes for a message, cut short with "..." when it is long, so that a
+/// message quoting what a person typed stays one readable line.
+std::string QuotedForMessage(std::string_view text);
+
+/// What reading a piece of text as a number found.
+enum class NumberText {
+    /// A finite number, now in the value.
+    Finite,
+    /// Text written as a number that is not a finite double: "inf", "nan", or a value beyond
+    /// what a double holds ("1e999", a 400-digit integer, "1e-999").
+    NotFinite,
+    /// Anything else, including a number followed by other characters.
+    NotANumber,
+};
+/// Reads the whole of @p text as a decimal number: an optional sign, digits with an optional
+/// point, an optional exponent ("-12.5", "+3", "1e-3"), no spaces. @p value is set only for
+/// a finite number.
+NumberText ReadNumber(std::string_view text, double& value);
+
 /// @p text with the characters XML reserves replaced by entities, for element text and
 /// attribute values alike.
 std::string XmlEscaped(const std::string& text);

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <pugixml.hpp>
+#include <regex>
 
 #include "CliSupport.h"
 #include "LandXml.h"
@@ -40,6 +42,37 @@ double Plane(double x, double y) {
     return 0.01 * x + 0.02 * y + 100.0;
 }
 
+// The lines of @p text split at commas, without the line breaks.
+std::vector<Names> CsvRows(const std::string& text) {
+    std::vector<Names> rows;
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line)) {
+        Names fields;
+        std::size_t from = 0;
+        for (std::size_t comma; (comma = line.find(',', from)) != std::string::npos;
+             from = comma + 1)
+            fields.push_back(line.substr(from, comma - from));
+        fields.push_back(line.substr(from));
+        rows.push_back(fields);
+    }
+    return rows;
+}
+
+// Two plane pieces, 20 × 20 m each, side by side along x with a 20 m gap between them, as one
+// network in two parts.
+dtmtool::TinSurface TwoPieces() {
+    const auto plane = [](double x, double y) { return Plane(x, y); };
+    dtmtool::TinSurface surface = tool_test::GridSurface(10, 10, 2.0, 1000.0, 5000.0, plane);
+    const dtmtool::TinSurface east = tool_test::GridSurface(10, 10, 2.0, 1040.0, 5000.0, plane);
+    const int offset = static_cast<int>(surface.points.size());
+    surface.points.insert(surface.points.end(), east.points.begin(), east.points.end());
+    for (const std::array<int, 3>& face : east.faces)
+        surface.faces.push_back({face[0] + offset, face[1] + offset, face[2] + offset});
+    surface.name = "Pieces";
+    return surface;
+}
+
 tool_test::LandXmlStyle SurveyStyle() {
     tool_test::LandXmlStyle style;
     style.firstId = 900;
@@ -69,6 +102,20 @@ protected:
         EXPECT_TRUE(IsOneLine(result.err)) << result.err;
         EXPECT_EQ(result.err, "dtm: " + file + ": " + what + "\n");
         EXPECT_EQ(FolderEntries(folder.Path()), left);
+    }
+    // Expects a command line refused: exit status 2, nothing on standard output, and the one
+    // line "dtm: @p what" on standard error.
+    static void ExpectUsageError(const CliResult& result, const std::string& what) {
+        EXPECT_EQ(result.status, 2) << result.err;
+        EXPECT_EQ(result.err, "dtm: " + what + "\n");
+        EXPECT_EQ(result.out, "");
+    }
+    // Imports a LandXML file of @p surface as pieces.dtm.
+    void ImportSurface(const dtmtool::TinSurface& surface) {
+        WriteText(folder.File("pieces.xml"), tool_test::LandXmlOf({surface}));
+        const CliResult result =
+            RunDtm({"import", "pieces.xml", "-o", "pieces.dtm"}, folder.Path());
+        ASSERT_EQ(result.status, 0) << result.err;
     }
 
     dtm_test::TempDir folder;
@@ -171,8 +218,88 @@ TEST_F(CliTest, APointOutsideEverySurfaceIsAnError) {
         {"survey.dtm", "survey.xml"});
     const CliResult list = RunDtm({"elev", "survey.dtm"}, folder.Path(), "1001,5001\n0,0\n");
     EXPECT_EQ(list.status, 1);
-    EXPECT_EQ(list.err, "dtm: survey.dtm: 1 of 2 points lie outside every surface\n");
-    EXPECT_EQ(list.out.substr(list.out.find('\n') + 1), "0,0,\n");
+    EXPECT_EQ(list.err, "dtm: survey.dtm: 1 of 2 points lies outside every surface\n");
+    const std::vector<Names> rows = CsvRows(list.out);
+    ASSERT_EQ(rows.size(), 3u) << list.out;
+    EXPECT_EQ(rows[0], (Names{"x", "y", "z"}));
+    EXPECT_EQ(rows[2], (Names{"0", "0", ""}));
+}
+
+TEST_F(CliTest, TheCountOfPointsOutsideAgreesInNumber) {
+    Import();
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"0,0\n", "1 of 1 point lies outside"},
+        {"0,0\n1,1\n", "2 of 2 points lie outside"},
+        {"0,0\n1001,5001\n1,1\n", "2 of 3 points lie outside"}};
+    for (const auto& [input, words] : cases) {
+        const CliResult list = RunDtm({"elev", "survey.dtm"}, folder.Path(), input);
+        EXPECT_EQ(list.status, 1);
+        EXPECT_EQ(list.err, "dtm: survey.dtm: " + words + " every surface\n");
+    }
+}
+
+TEST_F(CliTest, AListHeaderIsEchoedWithZAddedAndWithoutOneTheAnswerIsHeadedXYZ) {
+    Import();
+    const CliResult named = RunDtm({"elev", "survey.dtm"}, folder.Path(),
+                                   "# from the field book\nE;N\r\n1021.5;5013.25\r\n");
+    ASSERT_EQ(named.status, 0) << named.err;
+    const std::vector<Names> rows = CsvRows(named.out);
+    ASSERT_EQ(rows.size(), 2u) << named.out;
+    EXPECT_EQ(rows[0], (Names{"E;N", "z"}));
+    EXPECT_NEAR(std::stod(rows[1][2]), Plane(1021.5, 5013.25), 1e-9);
+
+    const CliResult quoted =
+        RunDtm({"elev", "survey.dtm"}, folder.Path(), "\"Easting\",\"Northing\"\n1021.5,5013.25\n");
+    ASSERT_EQ(quoted.status, 0) << quoted.err;
+    EXPECT_EQ(CsvRows(quoted.out)[0], (Names{"\"Easting\"", "\"Northing\"", "z"}));
+
+    const CliResult bare = RunDtm({"elev", "survey.dtm"}, folder.Path(), "1021.5,5013.25\n");
+    ASSERT_EQ(bare.status, 0) << bare.err;
+    EXPECT_EQ(CsvRows(bare.out).size(), 2u);
+    EXPECT_EQ(CsvRows(bare.out)[0], (Names{"x", "y", "z"}));
+}
+
+// A first line that holds a number is a point, however it is written: a byte-order mark before
+// it and double quotes around its fields are read past, not taken for a header.
+TEST_F(CliTest, AFirstPointAfterAByteOrderMarkOrInQuotesIsAnswered) {
+    Import();
+    for (const std::string& first :
+         {std::string("\xEF\xBB\xBF") + "1021.5,5013.25\n", std::string("\"1021.5\",\"5013.25\"\n"),
+          std::string("\"1021.5\"\t \"5013.25\"\r\n")}) {
+        const CliResult list = RunDtm({"elev", "survey.dtm"}, folder.Path(), first + "1030;5020\n");
+        ASSERT_EQ(list.status, 0) << list.err;
+        const std::vector<Names> rows = CsvRows(list.out);
+        ASSERT_EQ(rows.size(), 3u) << list.out;
+        EXPECT_EQ(rows[0], (Names{"x", "y", "z"}));
+        EXPECT_EQ(rows[1][0], "1021.5");
+        EXPECT_NEAR(std::stod(rows[1][2]), Plane(1021.5, 5013.25), 1e-9);
+        EXPECT_NEAR(std::stod(rows[2][2]), Plane(1030, 5020), 1e-9);
+    }
+}
+
+// A line that is not two finite numbers stops the list with its line number, on the first line
+// as on any other: it is never taken for a header when it holds a number.
+TEST_F(CliTest, AListLineThatIsNotTwoFiniteNumbersIsNamedByItsNumber) {
+    Import();
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"835560,l068540\n1001,5001\n",
+         "line 1 is not a point x,y of two finite numbers: "
+         "'835560,l068540'"},
+        {"1e999,5\n1001,5001\n", "line 1 is not a point x,y of two finite numbers: '1e999,5'"},
+        {"x,y\n1001,5001\n\nnan,5001\n",
+         "line 4 is not a point x,y of two finite numbers: "
+         "'nan,5001'"},
+        {"1001,inf\n", "line 1 is not a point x,y of two finite numbers: '1001,inf'"},
+        {"1001,5001,130.5\n",
+         "line 1 is not a point x,y of two finite numbers: "
+         "'1001,5001,130.5'"},
+        {"1001,5;5001,5\n", "line 1 is not a point x,y of two finite numbers: '1001,5;5001,5'"}};
+    for (const auto& [input, what] : cases) {
+        const CliResult list = RunDtm({"elev", "survey.dtm"}, folder.Path(), input);
+        EXPECT_EQ(list.status, 1) << input;
+        EXPECT_EQ(list.err, "dtm: standard input: " + what + "\n");
+        EXPECT_EQ(list.out.find("z\n"), list.out.find('\n') - 1) << list.out;  // headed
+    }
 }
 
 TEST_F(CliTest, AProfileIsCsvOfDistanceAndElevationAlongTheLine) {
@@ -197,6 +324,60 @@ TEST_F(CliTest, AProfileIsCsvOfDistanceAndElevationAlongTheLine) {
     }
     EXPECT_GT(rows, 20);
     EXPECT_NEAR(last, std::hypot(48.0, 28.0), 1e-9);
+}
+
+// Between two pieces of the network the profile has a row without elevation, so that a plot
+// of it breaks there instead of drawing a straight line across the gap.
+TEST_F(CliTest, AProfileAcrossAGapBetweenPiecesHasARowWithoutElevationInIt) {
+    ImportSurface(TwoPieces());
+    const CliResult result =
+        RunDtm({"profile", "pieces.dtm", "1001", "5005", "1059", "5005"}, folder.Path());
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::vector<Names> rows = CsvRows(result.out);
+    ASSERT_GT(rows.size(), 3u);
+    std::vector<double> gaps;
+    for (std::size_t i = 1; i < rows.size(); ++i) {
+        ASSERT_EQ(rows[i].size(), 4u) << result.out;
+        const double x = std::stod(rows[i][1]);
+        if (rows[i][3].empty())
+            gaps.push_back(x);
+        else
+            EXPECT_NEAR(std::stod(rows[i][3]), Plane(x, 5005), 1e-9);
+    }
+    // The west piece ends at x = 1020 and the east one starts at x = 1040.
+    ASSERT_EQ(gaps.size(), 1u) << result.out;
+    EXPECT_NEAR(gaps[0], 1030.0, 1e-9);
+}
+
+TEST_F(CliTest, AProfileWithinOnePieceHasNoRowWithoutElevation) {
+    ImportSurface(TwoPieces());
+    const CliResult result =
+        RunDtm({"profile", "pieces.dtm", "1001", "5001", "1019", "5019.5"}, folder.Path());
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::vector<Names> rows = CsvRows(result.out);
+    ASSERT_GT(rows.size(), 10u);
+    for (std::size_t i = 1; i < rows.size(); ++i) EXPECT_NE(rows[i][3], "") << result.out;
+}
+
+// At projected coordinates of 2e7 the same edge met from its two triangles is found at two
+// distances a few 1e-10 apart; the profile writes that place once.
+TEST_F(CliTest, AProfileAtLargeCoordinatesWritesEachCrossingOnce) {
+    const double x0 = 20000000.0, y0 = 20000000.0;
+    dtmtool::TinSurface surface = tool_test::GridSurface(
+        30, 20, 2.0, x0, y0, [](double x, double y) { return 0.01 * (x - 2e7) + 0.02 * (y - 2e7); },
+        0.25, 17);
+    ImportSurface(surface);
+    const CliResult result =
+        RunDtm({"profile", "pieces.dtm", "20000000.7", "20000000.3", "20000059.1", "20000039.9"},
+               folder.Path());
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::vector<Names> rows = CsvRows(result.out);
+    ASSERT_GT(rows.size(), 40u);
+    for (std::size_t i = 2; i < rows.size(); ++i) {
+        const double step = std::stod(rows[i][0]) - std::stod(rows[i - 1][0]);
+        EXPECT_GE(step, 1e-6) << "rows " << i - 1 << " and " << i << ":\n" << result.out;
+        EXPECT_NE(rows[i][3], "");
+    }
 }
 
 TEST_F(CliTest, ContoursAreStoredInTheDocumentAndRendered) {
@@ -316,6 +497,125 @@ TEST_F(CliTest, ACommandLineThatDoesNotParseExitsWithTwo) {
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("contours"), std::string::npos);
     EXPECT_EQ(FolderEntries(folder.Path()), Names{"survey.xml"});
+}
+
+TEST_F(CliTest, EveryUsageErrorIsOneLineThatNamesWhatIsWrong) {
+    const std::string commands =
+        "the commands are demo, import, export, info, elev, profile, contours, render, undo-demo";
+    const std::string longNumber(400, '7');
+    const std::vector<std::pair<Names, std::string>> cases = {
+        {{}, "a command is needed; " + commands},
+        {{"bogus"}, "unknown command 'bogus'; " + commands},
+        {{"--bogus"}, "unknown option '--bogus'"},
+        {{"elev", "survey.dtm", "--bogus"}, "unknown option '--bogus' for 'elev'"},
+        {{"import", "a.xml", "b.xml", "-o", "c.dtm"}, "unexpected argument 'b.xml' for 'import'"},
+        {{"import", "survey.xml"}, "--output is required"},
+        {{"contours", "survey.dtm"}, "--interval is required"},
+        {{"contours", "survey.dtm", "--interval"}, "--interval needs a value"},
+        {{"contours", "survey.dtm", "--interval", "1", "--interval", "2"},
+         "--interval is given more than once"},
+        {{"contours", "survey.dtm", "--interval", "0"},
+         "--interval must be a positive number, not '0'"},
+        {{"contours", "survey.dtm", "--interval", "-1"},
+         "--interval must be a positive number, not '-1'"},
+        {{"contours", "survey.dtm", "--interval", "inf"},
+         "--interval must be a positive number, not 'inf'"},
+        {{"contours", "survey.dtm", "--interval", "nan"},
+         "--interval must be a positive number, not 'nan'"},
+        {{"contours", "survey.dtm", "--interval", "abc"},
+         "--interval must be a positive number, not 'abc'"},
+        {{"contours", "survey.dtm", "--interval", "1", "--index-every", "0"},
+         "--index-every must be a whole number of at least 1, not '0'"},
+        {{"contours", "survey.dtm", "--interval", "1", "--index-every", "2.5"},
+         "--index-every must be a whole number of at least 1, not '2.5'"},
+        {{"render", "survey.dtm", "-o", "x.svg", "--width", "5"},
+         "--width must be a whole number from 200 to 20000, not '5'"},
+        {{"elev", "survey.dtm", "1"}, "give both X and Y, or neither"},
+        {{"elev", "survey.dtm", "nan", "nan"}, "X must be a finite number, not 'nan'"},
+        {{"elev", "survey.dtm", "--", "1021", "-inf"}, "Y must be a finite number, not '-inf'"},
+        {{"elev", "survey.dtm", longNumber, "5013"},
+         "X must be a finite number, not '" + longNumber.substr(0, 37) + "...'"},
+        {{"profile", "survey.dtm", "1002", "5002", "inf", "5002"},
+         "X2 must be a finite number, not 'inf'"},
+        {{"profile", "survey.dtm", "nan", "1", "2", "3"}, "X1 must be a finite number, not 'nan'"},
+        {{"profile", "survey.dtm", "1", "2", "3"}, "Y2 is required"}};
+    for (const auto& [arguments, what] : cases) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        ExpectUsageError(RunDtm(arguments, folder.Path()), what);
+    }
+    EXPECT_EQ(FolderEntries(folder.Path()), Names{"survey.xml"});
+}
+
+// The height of the labels is asked for only by giving it: 0, a negative or a non-finite
+// height is an error, not a request for the automatic one.
+TEST_F(CliTest, ATextHeightThatIsNotAPositiveNumberIsRefused) {
+    Import();
+    for (const std::string height : {"0", "-5", "nan", "inf"})
+        ExpectUsageError(
+            RunDtm({"contours", "survey.dtm", "--interval", "1", "--text-height", height},
+                   folder.Path()),
+            "--text-height must be a positive number, not '" + height + "'");
+    const CliResult automatic =
+        RunDtm({"contours", "survey.dtm", "--interval", "1"}, folder.Path());
+    ASSERT_EQ(automatic.status, 0) << automatic.err;
+    EXPECT_NE(automatic.out.find("labels of height 0.40\n"), std::string::npos)  // 60 / 150
+        << automatic.out;
+}
+
+// Labels stand 50 text heights apart, so a tiny height once asked for millions of them and ran
+// for hours; one below a hundred-thousandth of the surface's extent is refused at once, with
+// the least height that would do, and at that height the labels stay few.
+TEST_F(CliTest, ATextHeightFarBelowTheSurfacesExtentIsRefusedAtOnce) {
+    Import();
+    const std::string before = ReadText(folder.File("survey.dtm"));
+    const auto start = std::chrono::steady_clock::now();
+    const CliResult tiny = RunDtm(
+        {"contours", "survey.dtm", "--interval", "0.2", "--text-height", "1e-9", "-o", "x.dtm"},
+        folder.Path());
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(),
+              20.0);
+    EXPECT_EQ(tiny.status, 2);
+    EXPECT_TRUE(IsOneLine(tiny.err)) << tiny.err;
+    const std::smatch least = [&] {
+        std::smatch match;
+        std::regex_match(tiny.err, match,
+                         std::regex("dtm: --text-height 1e-09 is too small for project 'Plane', "
+                                    "60 across: give at least ([0-9.]+), or leave the option out "
+                                    "for a height from the extent\n"));
+        return match;
+    }();
+    ASSERT_EQ(least.size(), 2u) << tiny.err;
+    EXPECT_GE(std::stod(least[1]), 60 * 1e-5);
+    EXPECT_LT(std::stod(least[1]), 60 * 1e-5 * 1.1);
+    EXPECT_EQ(ReadText(folder.File("survey.dtm")), before);
+    EXPECT_EQ(FolderEntries(folder.Path()), (Names{"survey.dtm", "survey.xml"}));
+
+    const CliResult smallest = RunDtm({"contours", "survey.dtm", "--interval", "0.2",
+                                       "--index-every", "1", "--text-height", least[1]},
+                                      folder.Path());
+    ASSERT_EQ(smallest.status, 0) << smallest.err;
+    std::smatch counts;
+    ASSERT_TRUE(std::regex_search(smallest.out, counts,
+                                  std::regex("([0-9,]+) contour lines .* ([0-9,]+) labels")))
+        << smallest.out;
+    const auto number = [](std::string text) {
+        text.erase(std::remove(text.begin(), text.end(), ','), text.end());
+        return std::stoul(text);
+    };
+    EXPECT_GT(number(counts[2]), 0u);
+    EXPECT_LE(number(counts[2]), 300 * number(counts[1]));
+}
+
+TEST_F(CliTest, VersionAndHelpAreAnswered) {
+    const CliResult version = RunDtm({"--version"}, folder.Path());
+    EXPECT_EQ(version.status, 0);
+    EXPECT_TRUE(std::regex_match(version.out, std::regex("dtm [0-9]+\\.[0-9]+\\.[0-9]+\n")))
+        << version.out;
+    EXPECT_EQ(version.err, "");
+    const CliResult help = RunDtm({"profile", "--help"}, folder.Path());
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("a row with an empty\nelevation is put halfway"), std::string::npos)
+        << help.out;
 }
 
 TEST_F(CliTest, UndoDemoUndoesAndRedoesAnEdit) {

@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <set>
+#include <stdexcept>
 
 #include "ContourGeometry.h"
 #include "ContourLines.h"
 #include "SurfaceProject.h"
 #include "ToolTestSupport.h"
+#include "UsageError.h"
 #include "Workspace.h"
 
 namespace {
@@ -167,6 +170,65 @@ TEST(ContourLinesTest, DecimalsFollowTheInterval) {
     EXPECT_EQ(prj.GetCvLvs()->GetOpzCvLv().GetDecimals(), 2);
     EXPECT_TRUE(dtmtool::IsIndexLevel(99.0, settings));
     EXPECT_FALSE(dtmtool::IsIndexLevel(99.25, settings));
+}
+
+// The cone's network is 40 across: a hundred-thousandth of that, 0.0004, is the least label
+// height accepted. A smaller one is refused before the lines there are touched.
+TEST(ContourLinesTest, ALabelHeightFarBelowTheExtentIsRefusedAndTheLinesStay) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    ContourSettings settings;
+    settings.interval = 5.0;
+    MakeContourLines(prj, settings);
+    const unsigned lines = prj.GetCvLvs()->GetNoCvLvs();
+    settings.interval = 2.5;
+    settings.textHeight = 1e-9;
+    try {
+        MakeContourLines(prj, settings);
+        ADD_FAILURE() << "a height of 1e-9 was accepted";
+    } catch (const dtmtool::UsageError& error) {
+        EXPECT_STREQ(
+            error.what(),
+            "--text-height 1e-09 is too small for project 'Grid', 40 across: give at least "
+            "0.00040, or leave the option out for a height from the extent");
+    }
+    EXPECT_EQ(prj.GetCvLvs()->GetNoCvLvs(), lines);
+    settings.textHeight = 0.0004;
+    EXPECT_GT(MakeContourLines(prj, settings).labels, 0u);
+}
+
+TEST(ContourLinesTest, ALabelHeightThatIsNegativeOrNotFiniteIsRefused) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    ContourSettings settings;
+    for (const double height : {-1.0, std::numeric_limits<double>::infinity(),
+                                std::numeric_limits<double>::quiet_NaN()}) {
+        settings.textHeight = height;
+        EXPECT_THROW(MakeContourLines(prj, settings), std::invalid_argument) << height;
+    }
+}
+
+// At the least height a circle of radius 19 would take about 6,000 labels 50 heights apart; it
+// gets 300, spread over its whole length.
+TEST(ContourLinesTest, ALineCarriesAtMostThreeHundredLabels) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    ContourSettings settings;
+    settings.interval = 10.0;
+    settings.labelEvery = 1;
+    settings.textHeight = 0.0004;
+    MakeContourLines(prj, settings);
+    const CCvLvs& lines = *prj.GetCvLvs();
+    unsigned most = 0;
+    for (unsigned i = 0; i < lines.GetNoCvLvs(); ++i) {
+        const CCvLv& line = *lines.GetCvLvAt(i);
+        most = std::max(most, line.GetNoIntervals());
+        if (line.GetNoIntervals() < 2) continue;
+        const double length = dtmtool::SpineLength(line);
+        EXPECT_LT(line.GetIntervalAt(0)->GetStart(), 0.01 * length);
+        EXPECT_GT(line.GetIntervalAt(line.GetNoIntervals() - 1)->GetEnd(), 0.99 * length);
+    }
+    EXPECT_EQ(most, 300u);
 }
 
 }  // namespace

@@ -12,6 +12,8 @@ namespace {
 using dtmtool::Count;
 using dtmtool::Exact;
 using dtmtool::Fixed;
+using dtmtool::NumberText;
+using dtmtool::ReadNumber;
 
 TEST(TextFormatTest, ExactTextReadsBackAsTheSameDouble) {
     const double values[] = {0.1,
@@ -49,6 +51,47 @@ TEST(TextFormatTest, CountGroupsThousands) {
 TEST(TextFormatTest, XmlEscapedReplacesTheReservedCharacters) {
     EXPECT_EQ(dtmtool::XmlEscaped("a<b & \"c\" 'd'>"),
               "a&lt;b &amp; &quot;c&quot; &apos;d&apos;&gt;");
+}
+
+TEST(TextFormatTest, CountedAgreesInNumber) {
+    EXPECT_EQ(dtmtool::Counted(1, "point", "points"), "1 point");
+    EXPECT_EQ(dtmtool::Counted(0, "point", "points"), "0 points");
+    EXPECT_EQ(dtmtool::Counted(1200, "point", "points"), "1,200 points");
+}
+
+TEST(TextFormatTest, QuotedForMessageCutsLongTextShort) {
+    EXPECT_EQ(dtmtool::QuotedForMessage("835560,l068540"), "'835560,l068540'");
+    EXPECT_EQ(dtmtool::QuotedForMessage(std::string(40, '9')), "'" + std::string(40, '9') + "'");
+    EXPECT_EQ(dtmtool::QuotedForMessage(std::string(400, '9')),
+              "'" + std::string(37, '9') + "...'");
+}
+
+TEST(TextFormatTest, ReadNumberReadsWholeFiniteNumbers) {
+    double value = 0.0;
+    EXPECT_EQ(ReadNumber("-12.5", value), NumberText::Finite);
+    EXPECT_EQ(value, -12.5);
+    EXPECT_EQ(ReadNumber("+3", value), NumberText::Finite);
+    EXPECT_EQ(value, 3.0);
+    EXPECT_EQ(ReadNumber("1e-3", value), NumberText::Finite);
+    EXPECT_EQ(value, 1e-3);
+    EXPECT_EQ(ReadNumber("835560.125", value), NumberText::Finite);
+    EXPECT_EQ(value, 835560.125);
+}
+
+TEST(TextFormatTest, ReadNumberTellsNumbersThatAreNotFiniteFromText) {
+    for (const char* text : {"inf", "-inf", "nan", "NaN", "1e999", "1e-999"}) {
+        double value = 7.0;
+        EXPECT_EQ(ReadNumber(text, value), NumberText::NotFinite) << text;
+        EXPECT_EQ(value, 7.0) << text;
+    }
+    const std::string digits(400, '1');
+    double value = 7.0;
+    EXPECT_EQ(ReadNumber(digits, value), NumberText::NotFinite);
+    for (const char* text :
+         {"", "+", "x", "l068540", "12abc", " 12", "12 ", "+-1", "\"12\"", "1,5"}) {
+        EXPECT_EQ(ReadNumber(text, value), NumberText::NotANumber) << text;
+        EXPECT_EQ(value, 7.0) << text;
+    }
 }
 
 }  // namespace
