@@ -1,8 +1,10 @@
 // The commands that move surfaces in and out of documents and describe them: import, export,
 // info.
 
+#include <iostream>
 #include <ostream>
 
+#include "AtomicFile.h"
 #include "Commands.h"
 #include "Document.h"
 #include "LandXml.h"
@@ -15,8 +17,8 @@ namespace dtmtool {
 namespace {
 
 void DescribeNetwork(const CTris& tris, std::ostream& out) {
-    out << "  network      " << Count(tris.GetNoTriVrts()) << " vertices, "
-        << Count(tris.GetNoTris()) << " triangles\n";
+    out << "  network      " << Counted(tris.GetNoTriVrts(), "vertex", "vertices") << ", "
+        << Counted(tris.GetNoTris(), "triangle", "triangles") << "\n";
     kor::geom::RECT_3D box;
     if (tris.GetNoTriVrts() > 0 && tris.GetBdry(box)) {
         out << "  elevations   " << Fixed(tris.GetMinQuota(), 3) << " .. "
@@ -37,8 +39,9 @@ void DescribeContours(const CCvLvs& lines, std::ostream& out) {
             if (lines.GetCvLvAt(i)->GetIntervalAt(k)->IsText()) ++labels;
     double low = 0.0, high = 0.0;
     lines.GetMinMaxQuota(low, high);
-    out << "  contours     " << Count(lines.GetNoCvLvs()) << " lines from " << Fixed(low, 3)
-        << " to " << Fixed(high, 3) << ", " << Count(labels) << " labels\n";
+    out << "  contours     " << Counted(lines.GetNoCvLvs(), "line", "lines") << " from "
+        << Fixed(low, 3) << " to " << Fixed(high, 3) << ", " << Counted(labels, "label", "labels")
+        << "\n";
 }
 
 void DescribeProject(const CDtmPrj& prj, std::ostream& out) {
@@ -47,35 +50,43 @@ void DescribeProject(const CDtmPrj& prj, std::ostream& out) {
     DescribeNetwork(*prj.GetTris(), out);
     out << "  boundaries   " << prj.GetCnts(false)->GetNoCnts() << " external, "
         << prj.GetCnts(true)->GetNoCnts() << " internal\n";
-    out << "  breaklines   " << Count(prj.GetVncs()->GetNoVncs()) << " segments\n";
+    out << "  breaklines   " << Counted(prj.GetVncs()->GetNoVncs(), "segment", "segments") << "\n";
     DescribeContours(*prj.GetCvLvs(), out);
+}
+
+void ReportImport(const TinSurface& surface, const CDtmPrj& prj, std::ostream& out) {
+    out << "surface '" << surface.name << "' -> project '" << prj.GetName().str()
+        << "': " << Counted(surface.points.size(), "point", "points") << ", "
+        << Counted(surface.faces.size(), "triangle", "triangles");
+    if (surface.hiddenFaces > 0)
+        out << " (" << Counted(surface.hiddenFaces, "hidden face", "hidden faces") << " left out)";
+    out << ", " << Counted(surface.breaklines.size(), "breakline", "breaklines") << " ("
+        << Counted(prj.GetVncs()->GetNoVncs(), "segment", "segments") << "), "
+        << Counted(surface.externalBoundaries.size() + surface.internalBoundaries.size(),
+                   "boundary", "boundaries");
+    if (surface.otherBoundaries > 0)
+        out << " (" << Counted(surface.otherBoundaries, "of another kind", "of other kinds")
+            << " left out)";
+    const CTris& tris = *prj.GetTris();
+    if (tris.GetNoTriVrts() > 0)
+        out << ", elevations " << Fixed(tris.GetMinQuota(), 3) << " .. "
+            << Fixed(tris.GetMaxQuota(), 3);
+    out << "\n";
 }
 
 }  // namespace
 
 int RunImport(const std::string& landXml, const std::string& output, std::ostream& out) {
-    const std::vector<TinSurface> surfaces = ReadLandXml(landXml);
+    CheckOutput(landXml, output);
+    std::vector<std::string> warnings;
+    const std::vector<TinSurface> surfaces = ReadLandXml(landXml, &warnings);
+    // Doubtful triangulations are imported as they are (the library takes such triangles); the
+    // warnings tell the surveyor where to look.
+    for (const std::string& warning : warnings) std::cerr << "dtm: warning: " << warning << "\n";
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
-    for (const TinSurface& surface : surfaces) {
-        const CDtmPrj& prj = *AddSurfaceProject(workspace, surface);
-        const CTris& tris = *prj.GetTris();
-        out << "surface '" << surface.name << "' -> project '" << prj.GetName().str()
-            << "': " << Count(surface.points.size()) << " points, " << Count(surface.faces.size())
-            << " triangles";
-        if (surface.hiddenFaces > 0)
-            out << " (" << Count(surface.hiddenFaces) << " hidden faces left out)";
-        out << ", " << Count(surface.breaklines.size()) << " breaklines ("
-            << Count(prj.GetVncs()->GetNoVncs()) << " segments), "
-            << surface.externalBoundaries.size() + surface.internalBoundaries.size()
-            << " boundaries";
-        if (surface.otherBoundaries > 0)
-            out << " (" << surface.otherBoundaries << " of other kinds left out)";
-        if (tris.GetNoTriVrts() > 0)
-            out << ", elevations " << Fixed(tris.GetMinQuota(), 3) << " .. "
-                << Fixed(tris.GetMaxQuota(), 3);
-        out << "\n";
-    }
+    for (const TinSurface& surface : surfaces)
+        ReportImport(surface, *AddSurfaceProject(workspace, surface), out);
     workspace.Library().SetActive(workspace.Library().GetPrj(0), false);
     SaveDocument(workspace.Library(), output);
     out << "saved " << output << "\n";
@@ -83,6 +94,7 @@ int RunImport(const std::string& landXml, const std::string& output, std::ostrea
 }
 
 int RunExport(const std::string& document, const std::string& output, std::ostream& out) {
+    CheckOutput(document, output);
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
     LoadDocument(workspace.Library(), document);
@@ -91,8 +103,9 @@ int RunExport(const std::string& document, const std::string& output, std::ostre
         surfaces.push_back(SurfaceOfProject(*workspace.Library().GetPrj(i)));
     WriteLandXml(output, surfaces);
     for (const TinSurface& surface : surfaces)
-        out << "project '" << surface.name << "': " << Count(surface.points.size()) << " points, "
-            << Count(surface.faces.size()) << " triangles\n";
+        out << "project '" << surface.name
+            << "': " << Counted(surface.points.size(), "point", "points") << ", "
+            << Counted(surface.faces.size(), "triangle", "triangles") << "\n";
     out << "saved " << output << "\n";
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "AtomicFile.h"
 #include "Commands.h"
 #include "Document.h"
 #include "TextFormat.h"
@@ -16,9 +17,12 @@ namespace dtmtool {
 namespace {
 
 void ReportContours(const CDtmPrj& prj, const ContourSummary& summary, std::ostream& out) {
-    out << "project '" << prj.GetName().str() << "': " << Count(summary.lines) << " contour lines ("
-        << Count(summary.closedLines) << " closed) at " << Count(summary.levels) << " elevations, "
-        << Count(summary.labels) << " labels of height " << Fixed(summary.textHeight, 2) << "\n";
+    out << "project '" << prj.GetName().str()
+        << "': " << Counted(summary.lines, "contour line", "contour lines") << " ("
+        << Count(summary.closedLines) << " closed) at "
+        << Counted(summary.levels, "elevation", "elevations") << ", "
+        << Counted(summary.labels, "label", "labels") << " of height "
+        << Fixed(summary.textHeight, 2) << "\n";
 }
 
 }  // namespace
@@ -27,6 +31,9 @@ int RunContours(const std::string& document, const ContourSettings& settings,
                 const std::string& project, const std::string& output, std::ostream& out) {
     if (!(settings.interval > 0.0))
         throw ToolError("the contour interval must be a positive number");
+    // Writing back over the document is what contours does without -o, so an output that is
+    // the document is fine; one that cannot take a file is refused before the work.
+    if (!output.empty()) CheckOutputKind(output);
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
     LoadDocument(workspace.Library(), document);
@@ -58,6 +65,7 @@ int RunContours(const std::string& document, const ContourSettings& settings,
 
 int RunRender(const std::string& document, const std::string& output, const RenderOptions& options,
               std::ostream& out) {
+    CheckOutput(document, output);
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
     LoadDocument(workspace.Library(), document);

@@ -17,6 +17,7 @@
 #include "MemoryStreams.h"
 #include "Progress.h"
 #include "ProjectSections.h"
+#include "TextFormat.h"
 #include "ToolError.h"
 
 namespace dtmtool {
@@ -146,8 +147,9 @@ public:
 
     void ExpectEnd() const {
         if (m_at != m_size)
-            throw Damaged(std::to_string(m_size - m_at) +
-                          " unexpected bytes follow the last project");
+            throw Damaged(
+                Counted(m_size - m_at, "unexpected byte follows", "unexpected bytes follow") +
+                " the last project");
     }
 
     std::size_t Offset() const noexcept { return m_at; }
@@ -171,8 +173,8 @@ private:
         const std::uint32_t crc = GetAt<std::uint32_t>(m_data + m_at + 12);
         m_at += kBlockHeaderSize;
         if (length > m_size - m_at)
-            throw Truncated(what + " ends after " + std::to_string(m_size - m_at) + " of " +
-                            std::to_string(length) + " bytes");
+            throw Truncated(what + " ends after " + Count(m_size - m_at) + " of " +
+                            Counted(length, "byte", "bytes"));
         const char* payload = m_data + m_at;
         if (Crc32(payload, static_cast<std::size_t>(length)) != crc)
             throw Damaged("the checksum of " + what + " does not match");
@@ -259,8 +261,8 @@ void ReadSection(CDtmPrj& prj, const ProjectSection& section,
     }
     if (stream.fail()) throw document.Damaged(what + " ends before its reader is done");
     if (buffer.Consumed() != payload.second)
-        throw document.Damaged(what + " holds " + std::to_string(payload.second) +
-                               " bytes but its reader used " + std::to_string(buffer.Consumed()));
+        throw document.Damaged(what + " holds " + Counted(payload.second, "byte", "bytes") +
+                               " but its reader used " + Count(buffer.Consumed()));
 }
 
 void ReadProject(CLibDtm& library, DocumentReader& document, unsigned int number, short version,
@@ -273,8 +275,9 @@ void ReadProject(CLibDtm& library, DocumentReader& document, unsigned int number
     fields.ExpectEnd();
     const auto& sections = ProjectSections();
     if (sectionCount < sections.size())
-        throw document.Damaged("project " + Quoted(name) + " has " + std::to_string(sectionCount) +
-                               " sections instead of " + std::to_string(sections.size()));
+        throw document.Damaged("project " + Quoted(name) + " has " +
+                               Counted(sectionCount, "section", "sections") + " instead of " +
+                               std::to_string(sections.size()));
 
     CDtmPrj* prj =
         library.AddPrj(name.c_str(), (flags & kFlagVisible) != 0, (flags & kFlagLocked) != 0);

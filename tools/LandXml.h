@@ -23,12 +23,26 @@ namespace dtmtool {
 ///
 /// Throws ToolError naming @p file (and the line, where the parser knows it) for text that is
 /// not XML, a document that is not LandXML, one without a TIN surface, a point without a
-/// numeric id or three coordinates, a repeated point id, and a face that refers to a point its
-/// surface does not define.
-std::vector<TinSurface> ParseLandXml(const char* data, std::size_t size, const std::string& file);
+/// numeric id or three coordinates, a coordinate that is not finite ("nan", "inf") in a point,
+/// breakline or boundary, a repeated point id, and a face that refers to a point its surface
+/// does not define.
+///
+/// A triangulation that is doubtful but usable is read as it is, since survey data is what it
+/// is and the library takes such triangles. When @p warnings is given, it receives one sentence
+/// per surface and kind of doubt, naming the file, the surface and the first few points (by
+/// id) or faces (by number in the file and point ids), with the count of the others:
+///   - points with different ids at the same northing and easting;
+///   - a face that names one point twice ("7 9 9");
+///   - a face listed again, with the same three points in any order;
+///   - a face of three different points without area in plan: its corners lie on one line or
+///     at one place (within the rounding of their coordinates).
+/// Hidden faces are not checked, nor are faces that overlap or cross one another.
+std::vector<TinSurface> ParseLandXml(const char* data, std::size_t size, const std::string& file,
+                                     std::vector<std::string>* warnings = nullptr);
 
 /// ParseLandXml of the file at @p path.
-std::vector<TinSurface> ReadLandXml(const std::string& path);
+std::vector<TinSurface> ReadLandXml(const std::string& path,
+                                    std::vector<std::string>* warnings = nullptr);
 
 /// The LandXML 1.2 text of @p surfaces: points numbered 1..n in vertex order, the faces, and in
 /// SourceData the breaklines and the boundaries (outer and void), every number written with

@@ -1,15 +1,25 @@
 // Reading TIN surfaces from LandXML (see LandXml.h).
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <cfloat>
 #include <charconv>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <functional>
+#include <numeric>
+#include <optional>
 #include <pugixml.hpp>
+#include <tuple>
 #include <unordered_map>
+#include <utility>
 
 #include "Document.h"
 #include "LandXml.h"
 #include "Progress.h"
+#include "TextFormat.h"
 #include "ToolError.h"
 
 namespace dtmtool {
@@ -126,11 +136,210 @@ private:
     std::unordered_map<long long, int> m_map;
 };
 
+bool IsFinite(const PNT_3D& point) {
+    return std::isfinite(point.x) && std::isfinite(point.y) && std::isfinite(point.z);
+}
+
+// Every instance of one kind of doubt is counted, but only the first few are described: a bad
+// file of a million faces must not flood the terminal.
+class Findings {
+public:
+    Findings(const char* singular, const char* plural) : m_singular(singular), m_plural(plural) {}
+
+    // @p describe makes the description, called only for the instances that are listed.
+    template <class Describe>
+    void Add(Describe describe) {
+        if (m_listed.size() < kListed) m_listed.push_back(describe());
+        ++m_count;
+    }
+
+    // "@p subject N faces repeat a point: face 3 (7 9 9), ... and M more", when there are any.
+    void Report(const std::string& subject, std::vector<std::string>& warnings) const {
+        if (m_count == 0) return;
+        std::string text = subject + Counted(m_count, m_singular, m_plural) + ": ";
+        for (std::size_t i = 0; i < m_listed.size(); ++i) text += (i > 0 ? ", " : "") + m_listed[i];
+        if (m_count > m_listed.size()) text += " and " + Count(m_count - m_listed.size()) + " more";
+        warnings.push_back(std::move(text));
+    }
+
+private:
+    static constexpr std::size_t kListed = 5;
+    const char* m_singular;
+    const char* m_plural;
+    std::vector<std::string> m_listed;
+    std::uint64_t m_count = 0;
+};
+
+// True when the triangle has no area in plan: its corners lie on one line or at one place.
+// Coordinates written in decimal are rarely exactly on a line in binary, so the test allows
+// what rounding does to numbers of the corners' size: a height over the longest side of a few
+// units in the last place, far below anything a survey measures.
+bool IsFlatInPlan(const PNT_3D& a, const PNT_3D& b, const PNT_3D& c) {
+    const std::array<const PNT_3D*, 3> corners = {&a, &b, &c};
+    const auto squaredSide = [&corners](int k) {
+        const PNT_3D& p = *corners[k];
+        const PNT_3D& q = *corners[(k + 1) % 3];
+        return (q.x - p.x) * (q.x - p.x) + (q.y - p.y) * (q.y - p.y);
+    };
+    // The longest side runs from p to q; r is the opposite corner.
+    int longest = 0;
+    for (int k = 1; k < 3; ++k)
+        if (squaredSide(k) > squaredSide(longest)) longest = k;
+    const PNT_3D& p = *corners[longest];
+    const PNT_3D& q = *corners[(longest + 1) % 3];
+    const PNT_3D& r = *corners[(longest + 2) % 3];
+    const double length = std::sqrt(squaredSide(longest));
+    const double twiceArea = std::fabs((q.x - p.x) * (r.y - p.y) - (q.y - p.y) * (r.x - p.x));
+    double size = length;
+    for (const PNT_3D* corner : corners)
+        size = std::max({size, std::fabs(corner->x), std::fabs(corner->y)});
+    return twiceArea <= 64 * DBL_EPSILON * size * length;
+}
+
+// Looks for what a triangulation should not hold but the library takes as it is: points at
+// the same northing and easting, faces that repeat a point, faces listed twice and faces
+// without area in plan. Points and faces are named as the file names them, by point id and
+// face number, and listed in file order.
+class TriangulationCheck {
+public:
+    TriangulationCheck(const std::vector<PNT_3D>& points, const std::vector<long long>& ids)
+        : m_points(points), m_ids(ids) {}
+
+    // Only records the face: the checks run after the whole file is parsed, when the points
+    // are no longer pushed out of the cache by the parser's work between faces.
+    void AddFace(const std::array<int, 3>& face, std::size_t number) {
+        m_faces.push_back({face[0], face[1], face[2], static_cast<int>(number)});
+    }
+
+    // One sentence per kind found, each starting with @p subject.
+    void Report(const std::string& subject, std::vector<std::string>& warnings) const {
+        Findings sharedPlace("point has the northing and easting of an earlier point",
+                             "points have the northing and easting of an earlier point");
+        // Structured bindings cannot be captured by a lambda in C++17, hence the plain pairs.
+        for (const std::pair<int, int>& repeat : SharedPlaces())
+            sharedPlace.Add([&] {
+                return std::to_string(m_ids[repeat.first]) + " (as " +
+                       std::to_string(m_ids[repeat.second]) + ")";
+            });
+        Findings repeatedPoint("face repeats a point", "faces repeat a point");
+        Findings flat("face has no area in plan (its corners lie on one line)",
+                      "faces have no area in plan (their corners lie on one line)");
+        for (const Face& face : m_faces) {
+            const auto describe = [&] { return FaceText(face); };
+            if (face[0] == face[1] || face[1] == face[2] || face[2] == face[0])
+                repeatedPoint.Add(describe);
+            else if (IsFlatInPlan(m_points[face[0]], m_points[face[1]], m_points[face[2]]))
+                flat.Add(describe);
+        }
+        Findings repeatedFace("face repeats an earlier face", "faces repeat an earlier face");
+        for (const std::pair<int, int>& repeat : RepeatedFaces())
+            repeatedFace.Add([&] {
+                return "face " + std::to_string(m_faces[repeat.first][3]) + " = " +
+                       FaceText(m_faces[repeat.second]);
+            });
+        for (const Findings* findings : {&sharedPlace, &repeatedPoint, &repeatedFace, &flat})
+            findings->Report(subject, warnings);
+    }
+
+private:
+    // The three corners of a face as indices into the points, then its number in the file.
+    using Face = std::array<int, 4>;
+    // Each pair is a later and an earlier instance of the same thing, sorted by the later one,
+    // so that the findings are listed in file order.
+    using Pairs = std::vector<std::pair<int, int>>;
+
+    // The pairs of equal keys among @p keys, each a later key with the first one equal to it,
+    // in file order. Equal keys must fall into the same of @p bucketCount buckets by
+    // @p bucketOf; one counting pass groups the keys by bucket, and the buckets, small when
+    // the buckets are about as many as the keys, are sorted to bring equal keys together.
+    // Linear where a sort of all keys would not be, which a million faces notice.
+    template <class Key, class BucketOf>
+    static Pairs RepeatedKeys(const std::vector<Key>& keys, std::size_t bucketCount,
+                              BucketOf bucketOf) {
+        std::vector<std::size_t> bucketStart(bucketCount + 1, 0);
+        for (const Key& key : keys) ++bucketStart[bucketOf(key) + 1];
+        std::partial_sum(bucketStart.begin(), bucketStart.end(), bucketStart.begin());
+        std::vector<std::size_t> next(bucketStart.begin(), bucketStart.end() - 1);
+        std::vector<Key> grouped(keys.size());
+        for (const Key& key : keys) grouped[next[bucketOf(key)]++] = key;
+        Pairs found;
+        for (std::size_t bucket = 0; bucket < bucketCount; ++bucket) {
+            const auto begin = grouped.begin() + bucketStart[bucket];
+            const auto end = grouped.begin() + bucketStart[bucket + 1];
+            std::sort(begin, end);
+            for (auto at = begin, first = begin; at != end; ++at) {
+                if (!at->SameAs(*first))
+                    first = at;
+                else if (at != first)
+                    found.emplace_back(at->index, first->index);
+            }
+        }
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+
+    // Every point at the place of an earlier one, with the first point at that place.
+    Pairs SharedPlaces() const {
+        struct Place {
+            double x, y;
+            int index;
+            bool SameAs(const Place& other) const { return x == other.x && y == other.y; }
+            bool operator<(const Place& other) const {
+                return std::tie(x, y, index) < std::tie(other.x, other.y, other.index);
+            }
+        };
+        std::vector<Place> places;
+        places.reserve(m_points.size());
+        for (const PNT_3D& point : m_points)
+            places.push_back({point.x, point.y, static_cast<int>(places.size())});
+        // std::hash gives equal numbers (0 and -0 too) equal hashes.
+        const std::size_t buckets = places.size() + 1;
+        return RepeatedKeys(places, buckets, [buckets](const Place& place) {
+            return (std::hash<double>()(place.x) * 31 + std::hash<double>()(place.y)) % buckets;
+        });
+    }
+
+    // Every face (as an index into m_faces) with the same corners as an earlier one, with the
+    // first face of those corners. The copies of a face share their smallest corner, which
+    // is the bucket.
+    Pairs RepeatedFaces() const {
+        struct Corners {
+            std::array<int, 3> sorted;
+            int index;
+            bool SameAs(const Corners& other) const { return sorted == other.sorted; }
+            bool operator<(const Corners& other) const {
+                return std::tie(sorted, index) < std::tie(other.sorted, other.index);
+            }
+        };
+        std::vector<Corners> keys;
+        keys.reserve(m_faces.size());
+        for (const Face& face : m_faces) {
+            Corners key{{face[0], face[1], face[2]}, static_cast<int>(keys.size())};
+            std::sort(key.sorted.begin(), key.sorted.end());
+            keys.push_back(key);
+        }
+        return RepeatedKeys(keys, m_points.size(), [](const Corners& key) {
+            return static_cast<std::size_t>(key.sorted[0]);
+        });
+    }
+
+    // "face 12 (7 9 9)": the face's number and its corners' ids, as the file has them.
+    std::string FaceText(const Face& face) const {
+        return "face " + std::to_string(face[3]) + " (" + std::to_string(m_ids[face[0]]) + " " +
+               std::to_string(m_ids[face[1]]) + " " + std::to_string(m_ids[face[2]]) + ")";
+    }
+
+    const std::vector<PNT_3D>& m_points;
+    const std::vector<long long>& m_ids;
+    std::vector<Face> m_faces;
+};
+
 // Parses one document; every message names the file and, where it can, the line.
 class LandXmlParser {
 public:
-    LandXmlParser(const char* data, std::size_t size, const std::string& file)
-        : m_data(data), m_size(size), m_file(file) {}
+    LandXmlParser(const char* data, std::size_t size, const std::string& file,
+                  std::vector<std::string>* warnings)
+        : m_data(data), m_size(size), m_file(file), m_warnings(warnings) {}
 
     std::vector<TinSurface> Parse() {
         pugi::xml_document document;
@@ -174,7 +383,12 @@ private:
         if (surface.name.empty()) surface.name = "Surface " + std::to_string(surfaces.size() + 1);
         m_surfaceName = "'" + surface.name + "'";
         ReadPoints(Child(definition, "Pnts"), surface);
-        ReadFaces(Child(definition, "Faces"), surface);
+        // The check costs a few passes over the points and faces, spent only when someone
+        // hears its findings.
+        std::optional<TriangulationCheck> check;
+        if (m_warnings) check.emplace(surface.points, m_ids);
+        ReadFaces(Child(definition, "Faces"), surface, check);
+        if (check) check->Report(m_file + ": surface " + m_surfaceName + ": ", *m_warnings);
         const pugi::xml_node source = Child(element, "SourceData");
         ReadBreaklines(Child(source, "Breaklines"), surface);
         ReadBoundaries(Child(source, "Boundaries"), surface);
@@ -182,7 +396,7 @@ private:
     }
 
     void ReadPoints(const pugi::xml_node& pnts, TinSurface& surface) {
-        std::vector<long long> ids;
+        m_ids.clear();
         for (pugi::xml_node p : pnts.children()) {
             if (!Is(p, "P")) continue;
             const char* idText = p.attribute("id").as_string();
@@ -195,22 +409,31 @@ private:
                                    "', which is not a whole number");
             }
             double northing = 0.0, easting = 0.0, elevation = 0.0;
+            const auto point = [&] {
+                return "point " + std::to_string(id) + " of surface " + m_surfaceName;
+            };
             if (!ReadTriple(p.child_value(), northing, easting, elevation))
-                throw Error(p, "point " + std::to_string(id) + " of surface " + m_surfaceName +
-                                   " does not hold three numbers (northing easting elevation)");
-            ids.push_back(id);
+                throw Error(p,
+                            point() + " does not hold three numbers (northing easting elevation)");
+            m_ids.push_back(id);
             surface.points.emplace_back(easting, northing, elevation);
+            // "nan" and "inf" read as numbers, but no surface can be made of them.
+            if (!IsFinite(surface.points.back()))
+                throw Error(p, point() +
+                                   " holds a value that is not a finite number; northing, "
+                                   "easting and elevation must be finite");
         }
         try {
             m_index = PointIndex();
-            m_index.Build(ids);
+            m_index.Build(m_ids);
         } catch (const PointIndex::Repeated& repeated) {
             throw FileError(m_file, "point id " + std::to_string(repeated.id) +
                                         " appears twice in surface " + m_surfaceName);
         }
     }
 
-    void ReadFaces(const pugi::xml_node& faces, TinSurface& surface) {
+    void ReadFaces(const pugi::xml_node& faces, TinSurface& surface,
+                   std::optional<TriangulationCheck>& check) {
         std::size_t faceNumber = 0;
         for (pugi::xml_node f : faces.children()) {
             if (!Is(f, "F")) continue;
@@ -240,10 +463,17 @@ private:
             if (count != 3 && count != 4)
                 throw Error(f, "face " + std::to_string(faceNumber) + " of surface " +
                                    m_surfaceName + " does not hold three point ids");
-            surface.faces.push_back({corners[0], corners[1], corners[2]});
+            AddFace(surface, {corners[0], corners[1], corners[2]}, faceNumber, check);
             // A four-sided face is split along its first diagonal.
-            if (count == 4) surface.faces.push_back({corners[0], corners[2], corners[3]});
+            if (count == 4)
+                AddFace(surface, {corners[0], corners[2], corners[3]}, faceNumber, check);
         }
+    }
+
+    static void AddFace(TinSurface& surface, const std::array<int, 3>& face, std::size_t number,
+                        std::optional<TriangulationCheck>& check) {
+        surface.faces.push_back(face);
+        if (check) check->AddFace(face, number);
     }
 
     void ReadBreaklines(const pugi::xml_node& breaklines, TinSurface& surface) {
@@ -294,6 +524,10 @@ private:
             throw Error(list, std::string("a ") + what + " of surface " + m_surfaceName +
                                   " does not hold northing easting elevation triples");
         }
+        if (!std::all_of(points.begin(), points.end(), IsFinite))
+            throw Error(list, std::string("a ") + what + " of surface " + m_surfaceName +
+                                  " holds a value that is not a finite number; northing, easting "
+                                  "and elevation must be finite");
         return points;
     }
 
@@ -310,20 +544,24 @@ private:
     const char* m_data;
     std::size_t m_size;
     const std::string& m_file;
+    std::vector<std::string>* m_warnings;
     bool m_offsetsValid = false;
     std::string m_surfaceName;
+    // The ids of the current surface's points, in file order.
+    std::vector<long long> m_ids;
     PointIndex m_index;
 };
 
 }  // namespace
 
-std::vector<TinSurface> ParseLandXml(const char* data, std::size_t size, const std::string& file) {
-    return LandXmlParser(data, size, file).Parse();
+std::vector<TinSurface> ParseLandXml(const char* data, std::size_t size, const std::string& file,
+                                     std::vector<std::string>* warnings) {
+    return LandXmlParser(data, size, file, warnings).Parse();
 }
 
-std::vector<TinSurface> ReadLandXml(const std::string& path) {
+std::vector<TinSurface> ReadLandXml(const std::string& path, std::vector<std::string>* warnings) {
     const std::vector<char> bytes = ReadWholeFile(path);
-    return ParseLandXml(bytes.data(), bytes.size(), path);
+    return ParseLandXml(bytes.data(), bytes.size(), path, warnings);
 }
 
 }  // namespace dtmtool

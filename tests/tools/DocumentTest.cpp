@@ -305,7 +305,10 @@ TEST(DocumentTest, BytesAfterTheLastProjectAreDamage) {
     std::vector<char> bytes = SmallDocument();
     bytes.push_back('!');
     EXPECT_EQ(ParseError(bytes),
-              kFile + ": is damaged: 1 unexpected bytes follow the last project");
+              kFile + ": is damaged: 1 unexpected byte follows the last project");
+    bytes.push_back('!');
+    EXPECT_EQ(ParseError(bytes),
+              kFile + ": is damaged: 2 unexpected bytes follow the last project");
 }
 
 TEST(DocumentTest, SaveAndLoadGoThroughTheFile) {

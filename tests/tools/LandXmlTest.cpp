@@ -240,4 +240,137 @@ TEST(LandXmlTest, WriteLandXmlWritesTheFileAtomically) {
     EXPECT_EQ(tool_test::FolderEntries(folder.Path()), std::vector<std::string>{"out.xml"});
 }
 
+// A document of one TIN surface named @p name with the given <P> and <F> elements.
+std::string Tin(const std::string& points, const std::string& faces, const std::string& name = "S",
+                const std::string& sourceData = "") {
+    return "<LandXML><Surfaces><Surface name=\"" + name + "\"><Definition surfType=\"TIN\"><Pnts>" +
+           points + "</Pnts><Faces>" + faces + "</Faces></Definition><SourceData>" + sourceData +
+           "</SourceData></Surface></Surfaces></LandXML>";
+}
+
+TEST(LandXmlTest, CoordinatesThatAreNotFiniteAreRefusedWithThePointAndTheLine) {
+    for (const char* value : {"nan", "NaN", "-nan", "inf", "-inf", "Infinity"}) {
+        SCOPED_TRACE(value);
+        const std::string expected = kFile +
+                                     ": line 2: point 17 of surface 'S' holds a value that is not "
+                                     "a finite number; northing, easting and elevation must be "
+                                     "finite";
+        EXPECT_EQ(
+            ParseError(
+                Tin("<P id=\"1\">1 2 3</P>\n<P id=\"17\">4 5 " + std::string(value) + "</P>", "")),
+            expected);
+        EXPECT_EQ(
+            ParseError(
+                Tin("<P id=\"1\">1 2 3</P>\n<P id=\"17\">" + std::string(value) + " 5 6</P>", "")),
+            expected);
+    }
+}
+
+TEST(LandXmlTest, BreaklinesAndBoundariesWithCoordinatesThatAreNotFiniteAreRefused) {
+    const std::string points = "<P id=\"1\">0 0 1</P><P id=\"2\">0 1 1</P><P id=\"3\">1 1 1</P>";
+    EXPECT_EQ(ParseError(Tin(points, "<F>1 2 3</F>", "S",
+                             "<Breaklines><Breakline><PntList3D>0 0 1 1 1 nan</PntList3D>"
+                             "</Breakline></Breaklines>")),
+              kFile +
+                  ": line 1: a breakline of surface 'S' holds a value that is not a finite "
+                  "number; northing, easting and elevation must be finite");
+    EXPECT_EQ(ParseError(Tin(points, "<F>1 2 3</F>", "S",
+                             "<Boundaries><Boundary bndType=\"outer\"><PntList3D>0 0 1 1 inf 1 "
+                             "1 0 1</PntList3D></Boundary></Boundaries>")),
+              kFile +
+                  ": line 1: a boundary of surface 'S' holds a value that is not a finite "
+                  "number; northing, easting and elevation must be finite");
+}
+
+std::vector<std::string> Warnings(const std::string& text) {
+    std::vector<std::string> warnings;
+    ParseLandXml(text.data(), text.size(), kFile, &warnings);
+    return warnings;
+}
+
+using Lines = std::vector<std::string>;
+
+// Three points of a right triangle with legs of 10 m, and its face.
+const std::string kCorners = "<P id=\"1\">0 0 1</P><P id=\"2\">0 10 1</P><P id=\"3\">10 0 1</P>";
+
+TEST(LandXmlTest, ASoundTriangulationGivesNoWarnings) {
+    EXPECT_EQ(Warnings(LandXmlOf({SmallSurface()})), Lines{});
+    EXPECT_EQ(Warnings(Tin(kCorners, "<F>1 2 3</F>")), Lines{});
+}
+
+TEST(LandXmlTest, PointsAtTheNorthingAndEastingOfAnEarlierPointAreNamed) {
+    // Point 30 comes first in the file, so 20 is the one that repeats it; the findings are
+    // listed in file order.
+    EXPECT_EQ(
+        Warnings(Tin(kCorners + "<P id=\"30\">5 5 1</P><P id=\"20\">5 5 7</P>"
+                                "<P id=\"40\">0 0 2</P>",
+                     "<F>1 2 3</F>")),
+        Lines{kFile + ": surface 'S': 2 points have the northing and easting of an earlier point: "
+                      "20 (as 30), 40 (as 1)"});
+    // Different elevations or not, what counts is the place in plan.
+    EXPECT_EQ(
+        Warnings(Tin(kCorners + "<P id=\"9\">0 10 1</P>", "<F>1 2 3</F>")),
+        Lines{kFile + ": surface 'S': 1 point has the northing and easting of an earlier point: "
+                      "9 (as 2)"});
+}
+
+TEST(LandXmlTest, FacesThatRepeatAPointAreNamed) {
+    EXPECT_EQ(Warnings(Tin(kCorners, "<F>1 2 3</F><F>1 3 3</F>")),
+              Lines{kFile + ": surface 'S': 1 face repeats a point: face 2 (1 3 3)"});
+}
+
+TEST(LandXmlTest, FacesListedAgainInAnyOrderAreNamedWithTheFirstCopy) {
+    EXPECT_EQ(
+        Warnings(Tin(kCorners + "<P id=\"4\">10 10 1</P>",
+                     "<F>1 2 3</F><F>2 4 3</F><F>3 2 1</F><F>2 3 1</F>")),
+        Lines{kFile + ": surface 'S': 2 faces repeat an earlier face: face 3 = face 1 (1 2 3), "
+                      "face 4 = face 1 (1 2 3)"});
+}
+
+TEST(LandXmlTest, FacesWithoutAreaInPlanAreNamed) {
+    // Corners on one line in decimal, which in binary they are only up to rounding, at the
+    // size of real coordinates; and two corners at one place (which also repeats a place).
+    const std::string points =
+        "<P id=\"1\">6399000.1 148000.1 1</P><P id=\"2\">6399001.2 148001.2 2</P>"
+        "<P id=\"3\">6399002.3 148002.3 3</P><P id=\"4\">6399000.1 148000.1 4</P>";
+    EXPECT_EQ(
+        Warnings(Tin(points, "<F>1 2 3</F><F>1 4 2</F>")),
+        (Lines{kFile + ": surface 'S': 1 point has the northing and easting of an earlier point: "
+                       "4 (as 1)",
+               kFile +
+                   ": surface 'S': 2 faces have no area in plan (their corners lie on one line): "
+                   "face 1 (1 2 3), face 2 (1 4 2)"}));
+    // A sliver a surveyor could have measured is a triangle: 1 mm off a 100 m side.
+    const std::string sliver =
+        "<P id=\"1\">6399000 148000 1</P><P id=\"2\">6399100 148000 2</P>"
+        "<P id=\"3\">6399050 148000.001 3</P>";
+    EXPECT_EQ(Warnings(Tin(sliver, "<F>1 2 3</F>")), Lines{});
+}
+
+TEST(LandXmlTest, ManyFindingsAreCountedButOnlyTheFirstFewNamed) {
+    std::string faces;
+    for (int i = 0; i < 1200; ++i) faces += "<F>1 2 2</F>";
+    const Lines warnings = Warnings(Tin(kCorners, faces));
+    ASSERT_EQ(warnings.size(), 2u);
+    EXPECT_EQ(warnings[0], kFile +
+                               ": surface 'S': 1,200 faces repeat a point: face 1 (1 2 2), face "
+                               "2 (1 2 2), face 3 (1 2 2), face 4 (1 2 2), face 5 (1 2 2) and "
+                               "1,195 more");
+    EXPECT_EQ(warnings[1].rfind(kFile + ": surface 'S': 1,199 faces repeat an earlier face: face "
+                                        "2 = face 1 (1 2 2), ",
+                                0),
+              0u)
+        << warnings[1];
+    EXPECT_NE(warnings[1].find(" and 1,194 more"), std::string::npos) << warnings[1];
+}
+
+TEST(LandXmlTest, HiddenFacesAreNotCheckedAndEachSurfaceIsNamed) {
+    std::string text = Tin(kCorners, "<F>1 2 3</F><F i=\"1\">1 2 2</F><F i=\"1\">1 2 3</F>", "A");
+    const std::string second = Tin(kCorners, "<F>1 2 3</F><F>2 2 1</F>", "B");
+    const std::string surface = second.substr(second.find("<Surface "));
+    text.insert(text.find("</Surfaces>"), surface.substr(0, surface.find("</Surfaces>")));
+    EXPECT_EQ(Warnings(text),
+              Lines{kFile + ": surface 'B': 1 face repeats a point: face 2 (2 2 1)"});
+}
+
 }  // namespace
