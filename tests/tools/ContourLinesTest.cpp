@@ -47,10 +47,8 @@ double RunLength(const std::vector<PNT_2D>& run) {
 TEST(ContourLinesTest, AConeGetsSmoothCirclesAtEveryLevelWithLabelsOnIndexLines) {
     Workspace workspace;
     CDtmPrj& prj = ConeProject(workspace);
-    ContourSettings settings;
-    settings.interval = 2.5;
-    settings.labelEvery = 2;
-    settings.textHeight = 0.4;
+    // Interval, index lines, label height.
+    const ContourSettings settings{2.5, 2, 0.4};
     const dtmtool::ContourSummary summary = MakeContourLines(prj, settings);
 
     const CCvLvs& lines = *prj.GetCvLvs();
@@ -87,10 +85,8 @@ TEST(ContourLinesTest, AConeGetsSmoothCirclesAtEveryLevelWithLabelsOnIndexLines)
 TEST(ContourLinesTest, OnlyIndexLinesCarryLabelsAndTheDrawnRunsLeaveThemOut) {
     Workspace workspace;
     CDtmPrj& prj = ConeProject(workspace);
-    ContourSettings settings;
-    settings.interval = 2.5;
-    settings.labelEvery = 2;
-    settings.textHeight = 0.4;
+    // Interval, index lines, label height.
+    const ContourSettings settings{2.5, 2, 0.4};
     MakeContourLines(prj, settings);
     const CCvLvs& lines = *prj.GetCvLvs();
     std::size_t labelled = 0;
@@ -125,10 +121,8 @@ TEST(ContourLinesTest, LabelsAreTurnedWhereTheLineRunsRightToLeft) {
         CDtmPrj& prj = *dtmtool::AddSurfaceProject(
             workspace, tool_test::GridSurface(40, 10, 1.0, 0.0, 0.0,
                                               [slope](double, double y) { return slope * y; }));
-        ContourSettings settings;
-        settings.interval = 1.0;
-        settings.labelEvery = 1;
-        settings.textHeight = 0.5;
+        // Interval, index lines, label height.
+        const ContourSettings settings{1.0, 1, 0.5};
         MakeContourLines(prj, settings);
         const CCvLvs& lines = *prj.GetCvLvs();
         std::size_t labels = 0;
@@ -213,10 +207,8 @@ TEST(ContourLinesTest, ALabelHeightThatIsNegativeOrNotFiniteIsRefused) {
 TEST(ContourLinesTest, ALineCarriesAtMostThreeHundredLabels) {
     Workspace workspace;
     CDtmPrj& prj = ConeProject(workspace);
-    ContourSettings settings;
-    settings.interval = 10.0;
-    settings.labelEvery = 1;
-    settings.textHeight = 0.0004;
+    // Interval, index lines, label height.
+    const ContourSettings settings{10.0, 1, 0.0004};
     MakeContourLines(prj, settings);
     const CCvLvs& lines = *prj.GetCvLvs();
     unsigned most = 0;
