@@ -14,6 +14,9 @@
 #include <dtm/support/Streams.h>
 
 #include <unistd.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include <benchmark/benchmark.h>
 
@@ -187,9 +190,47 @@ void PlainRead(benchmark::State& state, StreamKind kind) {
     SetBytes(state, fixture.section.size());
 }
 
+// Memory for a read: warm, as in a program that read a network before and whose allocator kept
+// the pages (every repetition after the first), or cold, as in a program opening its first
+// document, where every page written is new to the process and costs the system a fault.
+enum class Memory { Warm, Cold };
+
+// Before a cold repetition: the allocator gives the pages it keeps back to the system, so that
+// the repetition gets its memory from the system as a fresh program does.
+void PrepareMemory(Memory memory) {
+#if defined(__GLIBC__)
+    if (memory == Memory::Cold) malloc_trim(0);
+#else
+    (void)memory;
+#endif
+}
+
+// Baseline for a cold read: the section's bytes read in one call into memory taken for them
+// inside the clock, after the allocator gave its kept pages back.
+void PlainReadCold(benchmark::State& state, StreamKind kind) {
+    const Fixture& fixture = FixtureFor(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::unique_ptr<std::streambuf> buffer = OpenSection(fixture, kind);
+        ifpstream in(buffer.get(), kVersion);
+        PrepareMemory(Memory::Cold);
+        state.ResumeTiming();
+        std::unique_ptr<char[]> target(new char[fixture.section.size()]);
+        in.read(target.get(), static_cast<std::streamsize>(fixture.section.size()));
+        benchmark::DoNotOptimize(target.get());
+        state.PauseTiming();
+        if (!in) state.SkipWithError("the section's bytes did not read back");
+        target.reset();
+        buffer.reset();
+        state.ResumeTiming();
+    }
+    SetBytes(state, fixture.section.size());
+}
+
 // Reading into a fresh project's network: the stream is opened and the project made before the
 // clock runs, and the project is destroyed after it stops.
-void ReadSection(benchmark::State& state, StreamKind kind, bool load) {
+void ReadSection(benchmark::State& state, StreamKind kind, bool load,
+                 Memory memory = Memory::Warm) {
     const Fixture& fixture = FixtureFor(static_cast<int>(state.range(0)));
     const kor::CRefObjIdRemapper remapper;
     for (auto _ : state) {
@@ -197,6 +238,7 @@ void ReadSection(benchmark::State& state, StreamKind kind, bool load) {
         ProjectPtr prj = NewProject();
         std::unique_ptr<std::streambuf> buffer = OpenSection(fixture, kind);
         ifpstream in(buffer.get(), kVersion);
+        PrepareMemory(memory);
         state.ResumeTiming();
         prj->GetTris()->LeggeDaFile(in, remapper, load);
         state.PauseTiming();
@@ -214,6 +256,10 @@ void ReadNetwork(benchmark::State& state, StreamKind kind) {
 
 void SkipNetwork(benchmark::State& state, StreamKind kind) {
     ReadSection(state, kind, false);
+}
+
+void ReadNetworkCold(benchmark::State& state, StreamKind kind) {
+    ReadSection(state, kind, true, Memory::Cold);
 }
 
 // The floor under any reader that builds the network's objects: the same bytes from the same
@@ -296,6 +342,8 @@ DTM_SECTION_BENCHMARK(PlainRead);
 DTM_SECTION_BENCHMARK(ReadNetwork);
 DTM_SECTION_BENCHMARK(SkipNetwork);
 DTM_SECTION_BENCHMARK(ObjectsOnly);
+DTM_SECTION_BENCHMARK(PlainReadCold);
+DTM_SECTION_BENCHMARK(ReadNetworkCold);
 
 // Prints, after the usual table, each writer's and reader's time as a multiple of the plain
 // write or read of the same bytes.
@@ -317,6 +365,7 @@ public:
                 Print("ReadNetwork" + name, "PlainRead" + name);
                 Print("SkipNetwork" + name, "PlainRead" + name);
                 Print("ObjectsOnly" + name, "PlainRead" + name);
+                Print("ReadNetworkCold" + name, "PlainReadCold" + name);
             }
         }
     }
