@@ -4,11 +4,27 @@
 #include <dtm/project/CLibDtmChangeContext.h>
 #include <dtm/support/RefCounter.h>
 
-#include "support/ScopeExit.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <stdexcept>
+
+namespace {
+
+// Opens an event of @p context into @p event, after the change it announces was made. Should
+// the opening fail (a listener's allocation), @p takeBack undoes that change before the failure
+// passes on, so that nothing changed unannounced.
+template <class TakeBack>
+void OpenEventOrTakeBack(kor::CEventGuard& event, kor::CSourceEvent* context, TakeBack&& takeBack) {
+    try {
+        kor::CEventGuard opened(context);
+        event.Swap(opened);
+    } catch (...) {
+        takeBack();
+        throw;
+    }
+}
+
+}  // namespace
 
 CLibDtm::CLibDtm(kor::CChangeTransactionManager* manager) : m_manager(manager) {
     m_context = new CLibDtmChangeContext(manager, this);
@@ -75,15 +91,19 @@ kor::String CLibDtm::FindNewSuitableName(const kor::String& name) const {
 bool CLibDtm::RemovePrj(CDtmPrj* prj, bool drawingAlreadyRemoved) {
     if (std::find(m_projects.begin(), m_projects.end(), prj) == m_projects.end()) return false;
     if (m_prjManager) m_prjManager->OnRemovingPrj(prj);
-    // Everything that can fail (an allocation) happens before the project leaves the sequence:
-    // room in the context's list of removed projects, and the opening of the event. From then on
-    // handing the library's reference to the context cannot fail, so it is never lost.
+    // Room in the context's list of removed projects is made before anything changes.
     m_context->ReserveRemoval();
-    kor::CEventGuard event(m_context);
     const auto found = std::find(m_projects.begin(), m_projects.end(), prj);
-    if (found == m_projects.end()) return false;  // a host listener took it out meanwhile
+    if (found == m_projects.end()) return false;  // the manager took it out meanwhile
+    const auto position = found - m_projects.begin();
     m_projects.erase(found);
     SetModifiedFlag(true);
+    // Listeners see the event open on the library without the project. Should the opening
+    // fail, the project goes back to its place, so that the library's reference is not lost;
+    // the erase left the room for it, so putting it back cannot fail.
+    kor::CEventGuard event(nullptr);
+    OpenEventOrTakeBack(event, m_context,
+                        [&] { m_projects.insert(m_projects.begin() + position, prj); });
     // The library's reference travels with the notification: the context releases it when the
     // event is over, after an undo command has had the chance to take its own.
     m_context->Notify_Prj_Removed(prj, drawingAlreadyRemoved);
@@ -102,14 +122,16 @@ bool CLibDtm::CanDelete(CDtmPrj* prj) {
 
 void CLibDtm::SetActive(CDtmPrj* prj, bool notify) {
     if (prj == m_active) return;
+    // The change is made before its notification opens an event. An undo step, which remembers
+    // the active project when its event opens, therefore records an active change only when the
+    // host made it inside an event of its own (with the projects it adds, say); a change on its
+    // own is a choice of where to work, not an edit.
+    CDtmPrj* const previous = m_active;
+    m_active = prj;
     if (notify) {
-        // The event opens before the change so that the undo step sees the project that was
-        // active before it; host listeners still see exactly one event with the flag set.
-        kor::CEventGuard event(m_context);
-        m_active = prj;
+        kor::CEventGuard event(nullptr);
+        OpenEventOrTakeBack(event, m_context, [&] { m_active = previous; });
         m_context->Notify_Prj_ChangeActive(prj);
-    } else {
-        m_active = prj;
     }
     SetModifiedFlag(true);
 }

@@ -69,12 +69,12 @@ bool CLibDtmCmdExecuted::Holds(const CDtmPrj* prj) const {
     return false;
 }
 
-// Removals come first: a project given back is renamed by AddPrj when its name is taken, and
-// the project that took it may be one the same event added, which is on its way out. Adding
-// first would rename it for good. The remembered project is made active last, once it is back.
+// Additions first, then the remembered project made active, then removals. The active project
+// thus changes before the project that was active leaves, so that leaving does not clear it on
+// the way. A project given back while another holds its name is renamed by AddPrj, as a redone
+// addition is, even when the holder leaves in the same application.
 void CLibDtmCmdExecuted::Apply(const Projects& toAdd, const Projects& toRemove) {
     auto activeNow = kor::CRefPtr<CDtmPrj>::Share(m_lib->GetActive());
-    for (const auto& prj : toRemove) m_lib->RemovePrj(prj.Get(), false);
     for (const auto& prj : toAdd) {
         if (Holds(prj.Get())) continue;
         // The library takes over a reference of its own; the command keeps its one.
@@ -83,6 +83,7 @@ void CLibDtmCmdExecuted::Apply(const Projects& toAdd, const Projects& toRemove) 
     }
     if (!m_rememberedActive || Holds(m_rememberedActive.Get()))
         m_lib->SetActive(m_rememberedActive.Get(), true);
+    for (const auto& prj : toRemove) m_lib->RemovePrj(prj.Get(), false);
     m_rememberedActive = std::move(activeNow);
 }
 

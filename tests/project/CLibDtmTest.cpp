@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 
@@ -155,6 +156,83 @@ TEST_F(LibraryTest, RemovingAProjectNotInTheLibraryDoesNothing) {
     CDtmPrj* member = lib->AddPrj("M", true, false);
     EXPECT_TRUE(lib->RemovePrj(member, false));
     EXPECT_EQ(told, 1);
+}
+
+// A host listener that runs a check, or throws, when an event of the library opens.
+struct OpeningProbe : kor::CSourceEvent::IEvent {
+    std::function<void()> atOpen;
+    void OnEventOpened(kor::CSourceEvent&) override { atOpen(); }
+    void OnEventClosed(kor::CSourceEvent&) override {}
+};
+
+TEST_F(LibraryTest, RemovalTellsTheManagerFirstAndOpensItsEventOnceTheProjectLeft) {
+    // A manager that would refuse the deletion: RemovePrj does not ask it.
+    struct Manager : IDtmPrjManager {
+        CLibDtm& lib;
+        unsigned listedWhenTold = 0;
+        explicit Manager(CLibDtm& l) : lib(l) {}
+        bool CanDeletePrj(CDtmPrj*) override { return false; }
+        void OnRemovingPrj(CDtmPrj*) override { listedWhenTold = lib.GetNoPrj(); }
+    };
+    auto* manager = new Manager(*lib);
+    lib->SetDtmPrjManager(manager);
+    CDtmPrj* prj = lib->AddPrj("P", true, false);
+    lib->AddPrj("Q", true, false);
+    lib->SetModifiedFlag(false);
+    unsigned listedAtOpen = 0;
+    bool modifiedAtOpen = false;
+    OpeningProbe probe;
+    probe.atOpen = [&] {
+        listedAtOpen = lib->GetNoPrj();
+        modifiedAtOpen = lib->IsModified();
+    };
+    lib->GetContext()->Register(&probe);
+    EXPECT_TRUE(lib->RemovePrj(prj, false));
+    lib->GetContext()->Unregister(&probe);
+    EXPECT_EQ(manager->listedWhenTold, 2u);
+    EXPECT_EQ(listedAtOpen, 1u);
+    EXPECT_TRUE(modifiedAtOpen);
+    lib->SetDtmPrjManager(nullptr);
+    delete manager;
+}
+
+TEST_F(LibraryTest, RemovalWhoseEventCannotOpenLeavesTheProjectInItsPlace) {
+    CDtmPrj* first = AddProbe("A");
+    AddProbe("B");
+    OpeningProbe probe;
+    probe.atOpen = [] { throw std::runtime_error("listener failed"); };
+    lib->GetContext()->Register(&probe);
+    EXPECT_THROW(lib->RemovePrj(first, false), std::runtime_error);
+    lib->GetContext()->Unregister(&probe);
+    ASSERT_EQ(lib->GetNoPrj(), 2u);
+    EXPECT_EQ(lib->GetPrj(0), first);
+    EXPECT_EQ(first->GetLibDtm(), lib.get());
+    EXPECT_EQ(alive, 2);
+    EXPECT_TRUE(lib->RemovePrj(first, false));  // and it can still leave
+    EXPECT_EQ(alive, 1);
+}
+
+TEST_F(LibraryTest, SetActiveChangesTheProjectBeforeItsEventOpens) {
+    CDtmPrj* prj = lib->AddPrj("P", true, false);
+    CDtmPrj* activeAtOpen = nullptr;
+    OpeningProbe probe;
+    probe.atOpen = [&] { activeAtOpen = lib->GetActive(); };
+    lib->GetContext()->Register(&probe);
+    lib->SetActive(prj, true);
+    lib->GetContext()->Unregister(&probe);
+    EXPECT_EQ(activeAtOpen, prj);
+}
+
+TEST_F(LibraryTest, SetActiveWhoseEventCannotOpenKeepsTheActiveProject) {
+    CDtmPrj* prj = lib->AddPrj("P", true, false);
+    lib->SetModifiedFlag(false);
+    OpeningProbe probe;
+    probe.atOpen = [] { throw std::runtime_error("listener failed"); };
+    lib->GetContext()->Register(&probe);
+    EXPECT_THROW(lib->SetActive(prj, true), std::runtime_error);
+    lib->GetContext()->Unregister(&probe);
+    EXPECT_EQ(lib->GetActive(), nullptr);
+    EXPECT_FALSE(lib->IsModified());
 }
 
 TEST_F(LibraryTest, SetActiveWithTheActiveProjectSendsNothingAndKeepsTheFlag) {

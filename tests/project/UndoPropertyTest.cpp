@@ -95,6 +95,7 @@ public:
             const int group = m_random.Chance(35) ? m_random.Int(2, 4) : 1;
             const int count = std::min(group, total - done);
             if (group > 1) Log(onLibrary ? "begin library event" : "begin event on " + Name(prj));
+            m_removedInEvent = false;
             {
                 kor::CEventGuard event(group == 1 ? nullptr
                                        : onLibrary
@@ -159,9 +160,12 @@ private:
     void LibraryOperation() {
         switch (m_random.Int(0, 3)) {
             case 0: {
+                // After a removal in the same event the name is fresh: undo gives the removed
+                // project back while the added one still holds its name, and renames it.
                 static const char* const names[] = {"Rilievo", "RILIEVO", "Alfa", "Beta"};
-                const char* name = names[m_random.Int(0, 3)];
-                CDtmPrj* prj = NewProject(name);
+                const std::string name =
+                    m_removedInEvent ? FreshName() : std::string(names[m_random.Int(0, 3)]);
+                CDtmPrj* prj = NewProject(name.c_str());
                 Log("AddPrj " + Name(prj) + " '" + prj->GetName().str() + "'");
                 if (m_random.Chance(50)) Fill(*prj);
                 break;
@@ -171,11 +175,15 @@ private:
                 if (!prj) return;
                 Log("RemovePrj " + Name(prj));
                 m_lib->RemovePrj(prj, m_random.Chance(50));
+                m_removedInEvent = true;
                 break;
             }
             default: {
                 CDtmPrj* prj = m_random.Chance(20) ? nullptr : RandomProject();
                 Log("SetActive " + (prj ? Name(prj) : std::string("none")));
+                // Inside an event of its own, the change is an undo step (one already inside a
+                // library group is nested, as it would be without this guard).
+                kor::CEventGuard event(m_lib->GetContext());
                 m_lib->SetActive(prj, true);
                 break;
             }
@@ -655,6 +663,8 @@ private:
     std::map<const CDtmPrj*, std::string> m_names;
     std::vector<std::string> m_log;
     int m_nameCounter = 0;
+    // Whether the library operations of the current group removed a project.
+    bool m_removedInEvent = false;
 };
 
 /// Undoes (@p undo) or redoes @p steps steps, each of which must exist, then compares the

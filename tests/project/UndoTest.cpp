@@ -590,7 +590,10 @@ TEST(LibraryReconciliation, RememberedActiveProjectThatLeftIsNotMadeActive) {
     CDtmPrj* a = lib.AddPrj("A", true, false);
     CDtmPrj* b = lib.AddPrj("B", true, false);
     lib.SetActive(a, true);
-    lib.SetActive(b, true);  // remembers a
+    {
+        kor::CEventGuard event(lib.GetContext());
+        lib.SetActive(b, true);  // the step remembers a
+    }
     tm.SetRecordingSuspended(true);
     lib.RemovePrj(a, false);  // a lives on in the step that remembers it
     tm.SetRecordingSuspended(false);

@@ -47,14 +47,19 @@ public:
     /// second one: the suffix is never parsed.
     kor::String FindNewSuitableName(const kor::String& name) const;
     /// Takes @p prj out of the library in one event: the project manager is told first, the
-    /// project is reported removed (the change context holds it until the event closes), it is
-    /// orphaned, and when it was active no project is active any more. False, with nothing
-    /// done, when @p prj is not in the library.
+    /// project leaves the sequence, and then the event opens, in which the project is reported
+    /// removed (the change context holds it until the event closes), it is orphaned, and when
+    /// it was active no project is active any more. False, with nothing done, when @p prj is
+    /// not in the library. Should the event fail to open (a listener throws), the project is
+    /// put back in its place and the failure passes on.
     bool RemovePrj(CDtmPrj* prj, bool drawingAlreadyRemoved);
     /// Whether the host allows deleting @p prj: its project manager decides, true without one.
     bool CanDelete(CDtmPrj* prj);
     /// Makes @p prj (null: none) the active project, reported when @p notify is true; the
-    /// modified flag is set either way. Nothing happens when it is already active.
+    /// modified flag is set either way. Nothing happens when it is already active. The change
+    /// is made before the event of its report opens, so a change on its own is no undo step;
+    /// made inside an event the host opened (with the projects it adds, say), it is undone
+    /// with that event. Should the event fail to open, the active project stays as it was.
     void SetActive(CDtmPrj* prj, bool notify);
     /// The active project or null (borrowed).
     CDtmPrj* GetActive() const noexcept { return m_active; }
