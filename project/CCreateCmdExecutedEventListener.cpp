@@ -32,7 +32,6 @@ std::unique_ptr<CCreateCmdExecutedEventListener::TBaseline>
 CCreateCmdExecutedEventListener::NewBaseline() const {
     CDtmPrj& project = *m_project;
     auto baseline = std::make_unique<TBaseline>();
-    baseline->options.GetFromPrj(&project);
     baseline->triMin = project.GetTris()->GetMinQuota();
     baseline->triMax = project.GetTris()->GetMaxQuota();
     project.GetCvLvs()->GetMinMaxQuota(baseline->cvLvMin, baseline->cvLvMax);
@@ -62,6 +61,7 @@ void CCreateCmdExecutedEventListener::BeginRecording() {
             m_baseline->triMax = m_baseline->cvLvMax = -std::numeric_limits<double>::infinity();
         }
     }
+    m_optionsAtBegin.GetFromPrj(m_project);
     m_propsAtBegin = {m_project->GetName(), m_project->IsVisible(), m_project->IsLocked()};
     // Taken now, so that a project removed from its library inside its own event still files
     // what it changed before.
@@ -146,7 +146,7 @@ TDtmChange CCreateCmdExecutedEventListener::Settle(const TBaseline& baseline) {
     project.GetCvLvs()->GetMinMaxQuota(change.cvLvRange.minAfter, change.cvLvRange.maxAfter);
     TDtmOpz options;
     options.GetFromPrj(&project);
-    if (!dtm::detail::SameOptions(options, baseline.options)) change.options = baseline.options;
+    if (!dtm::detail::SameOptions(options, m_optionsAtBegin)) change.options = m_optionsAtBegin;
     const dtm::detail::TPrjProps props{project.GetName(), project.IsVisible(), project.IsLocked()};
     if (m_propsFollow || props != m_propsAtBegin) change.props = m_propsAtBegin;
     return change;

@@ -25,9 +25,12 @@ class CChangeTransactionManager;
 /// destroyed, whose context is detached first), and files nothing when the network has been
 /// bound to a point cloud by the time the event closes.
 ///
-/// The options and the two elevation ranges are compared with the state the previous event
-/// left (see m_baseline), the name and flags with their values when the event opened; each is
-/// kept in the step only when it differs.
+/// The two elevation ranges are compared with the state the previous event left (see
+/// m_baseline), the options, name and flags with their values when the event opened; each is
+/// kept in the step only when it differs. An option setter stores before its report opens the
+/// event, so its change on its own is no undo step; made inside an event the host opened, as
+/// TDtmOpz::SetToPrj does, it is undone with that event. Options stored without any event (read
+/// from the INI file, say) are never taken into a later step.
 ///
 /// An event that removed all triangles needs no copy of the network: the remove-all reports
 /// every triangle removed (each keeps its state, see OnTriRemoved), the journal keeps the vertex
@@ -89,9 +92,8 @@ public:
     bool IsRecording() const noexcept { return m_manager != nullptr; }
 
 private:
-    /// What the next event starts from, of the options and the elevation ranges.
+    /// What the next event starts from, of the elevation ranges.
     struct TBaseline {
-        TDtmOpz options;
         double triMin = 0.0, triMax = 0.0;
         double cvLvMin = 0.0, cvLvMax = 0.0;
     };
@@ -110,18 +112,17 @@ private:
     /// event is not recorded. Taken at the opening so that a project removed from its library
     /// inside its own event still files what it changed before.
     kor::CChangeTransactionManager* m_manager = nullptr;
-    /// The options and elevation ranges as the last event of the project left them, whoever
-    /// recorded it, taken when it closed. Not a snapshot taken when an event opens: the option
-    /// setters, vertex appends and contour additions store first and notify after, so that
-    /// their event opens on the new value. Before the project's first event there is none;
-    /// that event's opening takes it, with the ranges a new network and a new contour
-    /// collection start from (nothing can have widened them without an event). The options it
-    /// takes then are those of the moment: an option set outside any event as the project's
-    /// very first change has already been stored and is taken as the starting point, not as a
-    /// change. Replaced whole,
-    /// never assigned in place, so that a failure while taking it leaves none rather than half
-    /// of one; the next event's opening then takes it.
+    /// The elevation ranges as the last event of the project left them, whoever recorded it,
+    /// taken when it closed. Not a snapshot taken when an event opens: vertex appends and
+    /// contour additions store first and notify after, so that their event opens on the
+    /// widened range. Before the project's first event there is none; that event's opening
+    /// takes it, with the ranges a new network and a new contour collection start from
+    /// (nothing can have widened them without an event). Replaced whole, never assigned in
+    /// place, so that a failure while taking it leaves none rather than half of one; the next
+    /// event's opening then takes it.
     std::unique_ptr<TBaseline> m_baseline;
+    /// The project's options when the event opened.
+    TDtmOpz m_optionsAtBegin;
     /// Whether an event of the complete project has been seen, recorded or not.
     bool m_seenEvent = false;
     /// The name and flags when the event opened: their setters notify before they store.

@@ -586,7 +586,10 @@ private:
         options.SetToPrj(&prj);
     }
 
+    /// Inside an event of its own, as a host makes an option change that is to be undone (a
+    /// setter stores before its report opens the event, which alone would see no change).
     void UseOptionSetter(CDtmPrj& prj) {
+        kor::CEventGuard event(prj.GetContext());
         switch (m_random.Int(0, 6)) {
             case 0:
                 Log(Name(&prj) + " SetVncActive");

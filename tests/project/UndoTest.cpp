@@ -324,14 +324,45 @@ TEST_F(UndoTest, ModificationsAnnouncedBeforeTheyHappenAreUndoneOneByOne) {
     });
 }
 
-TEST_F(UndoTest, SettersThatStoreBeforeTheyNotifyAreUndone) {
-    ExpectUndoneStepByStep([this] { prj->SetVncActive(false); });
-    ExpectUndoneStepByStep([this] { prj->SetCntActive(7, false); });
-    ExpectUndoneStepByStep([this] { prj->SetVisOptions(false, false, true, 3, 4, 5); });
-    ExpectUndoneStepByStep([this] { Tris().SetVisOptions(false); });
-    ExpectUndoneStepByStep([this] { Tris().SetTextOptions(2.5); });
+TEST_F(UndoTest, AdditionsThatWidenTheRangeBeforeTheyNotifyAreUndone) {
     ExpectUndoneStepByStep([this] { Tris().AddTriVrt(PNT_3D(5.0, 5.0, 99.0)); });
     ExpectUndoneStepByStep([this] { AddLine(Lines(), -20.0, 0.0); });
+}
+
+TEST_F(UndoTest, OptionSettersInsideAnEventOfTheHostAreUndone) {
+    const auto inEvent = [this](auto&& change) {
+        return [this, change] {
+            kor::CEventGuard event(prj->GetContext());
+            change();
+        };
+    };
+    ExpectUndoneStepByStep(inEvent([this] { prj->SetVncActive(false); }));
+    ExpectUndoneStepByStep(inEvent([this] { prj->SetCntActive(7, false); }));
+    ExpectUndoneStepByStep(inEvent([this] { prj->SetVisOptions(false, false, true, 3, 4, 5); }));
+    ExpectUndoneStepByStep(inEvent([this] { Tris().SetVisOptions(false); }));
+    ExpectUndoneStepByStep(inEvent([this] { Tris().SetTextOptions(2.5); }));
+}
+
+TEST_F(UndoTest, OptionSetterOnItsOwnFilesNoStep) {
+    // The setter stores before its report opens the event, which thus sees no change.
+    const bool before = prj->GetPrjOpz().IsVncActive();
+    const auto steps = tm.GetUndoCount();
+    prj->SetVncActive(!before);
+    Tris().SetTextOptions(2.5);
+    EXPECT_EQ(tm.GetUndoCount(), steps);
+    EXPECT_EQ(prj->GetPrjOpz().IsVncActive(), !before);
+}
+
+TEST_F(UndoTest, OptionsStoredWithoutAnEventStayWhenALaterStepIsUndone) {
+    const short colour = prj->GetPrjOpz().GetVncColor();
+    prj->GetPrjOpz().SetVncColor(static_cast<short>(colour + 1));  // a plain store
+    const auto breaklines = Vncs().GetNoVncs();
+    Vncs().AddNewVnc(Segment(0, 0, 5, 5));
+    ASSERT_TRUE(tm.Undo());
+    EXPECT_EQ(Vncs().GetNoVncs(), breaklines);
+    EXPECT_EQ(prj->GetPrjOpz().GetVncColor(), colour + 1);
+    ASSERT_TRUE(tm.Redo());
+    EXPECT_EQ(prj->GetPrjOpz().GetVncColor(), colour + 1);
 }
 
 // Network -------------------------------------------------------------------------------------
@@ -677,14 +708,17 @@ TEST(UndoStepSize, GrowsWithTheMementosAndVerticesItHolds) {
 
 namespace {
 
-// A setter that stores before it notifies, called as the very first change of a new project,
-// is undone too: the undo builder takes its starting state when the project is built.
+// An option changed inside an event as the very first change of a new project is undone: the
+// event's opening takes the options as they were.
 TEST(UndoFirstEvent, OptionSetterAsTheFirstChangeOfANewProjectIsUndone) {
     kor::CChangeTransactionManager tm;
     CLibDtm lib(&tm);
     auto* prj = new CDtmPrj(&lib, "P", true, false);
     const bool before = prj->GetPrjOpz().IsVncActive();
-    prj->SetVncActive(!before);
+    {
+        kor::CEventGuard event(prj->GetContext());
+        prj->SetVncActive(!before);
+    }
     ASSERT_TRUE(tm.CanUndo());
     ASSERT_TRUE(tm.Undo());
     EXPECT_EQ(prj->GetPrjOpz().IsVncActive(), before);
