@@ -49,6 +49,23 @@ bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
     return true;
 }
 
+bool IsQuoted(std::string_view text) {
+    return text.size() >= 2 && text.front() == '"' && text.back() == '"';
+}
+
+// Text is stored in double quotes when reading would change it otherwise: when it starts or
+// ends with a blank, which reading trims, or is itself in double quotes, which reading strips.
+std::string QuotedForStorage(std::string text) {
+    const bool padded = !text.empty() && (IsBlank(text.front()) || IsBlank(text.back()));
+    if (!padded && !IsQuoted(text)) return text;
+    return '"' + text + '"';
+}
+
+// The text of a stored value: one pair of enclosing double quotes is taken off.
+std::string_view UnquotedText(std::string_view value) {
+    return IsQuoted(value) ? value.substr(1, value.size() - 2) : value;
+}
+
 bool HasLineBreak(std::string_view text) {
     return text.find_first_of("\r\n") != text.npos;
 }
@@ -464,7 +481,7 @@ double CIniFile::GetDouble(const char* section, const char* key, double def) {
 kor::String CIniFile::GetKorString(const char* section, const char* key, const char* def) {
     std::string text;
     if (!FindValue(section, key, text)) return kor::String(def ? def : "");
-    return kor::String(std::move(text));
+    return kor::String(std::string(UnquotedText(text)));
 }
 
 bool CIniFile::WriteBool(const char* section, const char* key, bool value) {
@@ -490,5 +507,5 @@ bool CIniFile::WriteString(const char* section, const char* key, const char* val
     std::string text(value ? value : "");
     for (char& c : text)
         if (c == '\r' || c == '\n') c = ' ';
-    return StoreValue(section, key, std::string(Trim(text)));
+    return StoreValue(section, key, QuotedForStorage(std::move(text)));
 }

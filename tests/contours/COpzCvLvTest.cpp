@@ -338,15 +338,15 @@ TEST_F(OpzCvLvTest, IniColoursAcceptSignedAndUnsignedSpellingsOfSixteenBits) {
     }
 }
 
-TEST_F(OpzCvLvTest, IniTrimsBlanksAroundPrefixAndSuffix) {
-    // The INI file cannot hold blanks at the ends of a value; the document stream can.
+TEST_F(OpzCvLvTest, IniKeepsBlanksAroundPrefixAndSuffix) {
     COpzCvLv written;
     written.SetPrefix("  Z = ");
     written.SetSuffix(" m");
     written.SetInIni();
     const COpzCvLv read;
-    EXPECT_EQ("Z =", read.GetPrefix().str());
-    EXPECT_EQ("m", read.GetSuffix().str());
+    EXPECT_EQ("  Z = ", read.GetPrefix().str());
+    EXPECT_EQ(" m", read.GetSuffix().str());
+    EXPECT_EQ(written.GetFullQuotaText(12.0), read.GetFullQuotaText(12.0));
 }
 
 TEST_F(OpzCvLvTest, CopyDoesNotReadIni) {

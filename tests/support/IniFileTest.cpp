@@ -439,16 +439,40 @@ TEST_F(IniFileTest, FirstOccurrenceOfDuplicatesWins) {
     EXPECT_EQ(ReadBytes(m_path), "[S]\nk=9\nk=2\nnew=8\n[T]\nx=0\n[s]\nk=3\nj=4\n");
 }
 
-TEST_F(IniFileTest, StringsAreTrimmedAndLineBreaksBecomeBlanks) {
+TEST_F(IniFileTest, StringsKeepTheirBlanksAndLineBreaksBecomeBlanks) {
     CIniFile ini(m_path);
     ASSERT_TRUE(ini.WriteString("S", "multi", "  first\nsecond\r\nthird  "));
     ASSERT_TRUE(ini.WriteString("S", "null", nullptr));
     ASSERT_TRUE(ini.WriteString("S", "verbatim", "a=b ; c # d [e]"));
+    ASSERT_TRUE(ini.WriteString("S", "suffix", " m"));
     EXPECT_EQ(ReadBytes(m_path),
-              "[S]\nmulti=first second  third\nnull=\nverbatim=a=b ; c # d [e]\n");
-    EXPECT_EQ(ini.GetKorString("S", "multi", "").str(), "first second  third");
+              "[S]\nmulti=\"  first second  third  \"\nnull=\nverbatim=a=b ; c # d [e]\n"
+              "suffix=\" m\"\n");
+    EXPECT_EQ(ini.GetKorString("S", "multi", "").str(), "  first second  third  ");
     EXPECT_EQ(ini.GetKorString("S", "null", "x").str(), "");
     EXPECT_EQ(ini.GetKorString("S", "verbatim", "").str(), "a=b ; c # d [e]");
+    EXPECT_EQ(ini.GetKorString("S", "suffix", "").str(), " m");
+}
+
+TEST_F(IniFileTest, EveryTextComesBackAsItWasWritten) {
+    CIniFile ini(m_path);
+    for (const char* text : {"", " ", "\t", "\"", "\"\"", "\"quoted\"", "\" padded \"", "\"open",
+                             "close\"", "in \"the\" middle", "'single'", " \"\" ", "x"}) {
+        SCOPED_TRACE(text);
+        ASSERT_TRUE(ini.WriteString("S", "k", text));
+        EXPECT_EQ(ini.GetKorString("S", "k", "default").str(), text);
+    }
+}
+
+TEST_F(IniFileTest, AQuotedValueInTheFileReadsAsTheTextBetweenTheQuotes) {
+    WriteBytes(m_path, "[S]\na = \"  x  \"  \nb=\"\"\nc=\"x\nd=x\"\ne=\"1\"\n");
+    CIniFile ini(m_path);
+    EXPECT_EQ(ini.GetKorString("S", "a", "").str(), "  x  ");
+    EXPECT_EQ(ini.GetKorString("S", "b", "default").str(), "");
+    EXPECT_EQ(ini.GetKorString("S", "c", "").str(), "\"x");
+    EXPECT_EQ(ini.GetKorString("S", "d", "").str(), "x\"");
+    // Numbers are not text: a quoted one does not parse.
+    EXPECT_EQ(ini.GetLong("S", "e", 7), 7);
 }
 
 TEST_F(IniFileTest, UnstorableNamesAreRefusedWithoutTouchingTheFile) {

@@ -70,9 +70,9 @@ public:
     /// alignment outside 0..2 becomes TEXT_VALIGN_CENTRED and an orientation outside 0..1
     /// becomes TEXT_ORIENTATION_0, negative values included.
     void GetDaIni();
-    /// Writes the text group under the keys that GetDaIni reads. The INI file trims values, so
-    /// blanks at either end of the prefix or suffix are not kept there (the document keeps
-    /// them), and a line break inside them becomes a blank.
+    /// Writes the text group under the keys that GetDaIni reads. A line break inside the
+    /// prefix or suffix becomes a blank there (the document keeps it); blanks at their ends are
+    /// kept.
     void SetInIni() const;
     /// Reads the display group from the host's INI file, section "CURVE": category flags
     /// ("ClAt5" to "ClAt8", default true), colour by layer ("CvLvClrByLayer", default true),

@@ -19,7 +19,8 @@
 ///   header belong to the section named "" (empty).
 /// - "key=value" is an entry; the key is everything before the first '=', the value everything
 ///   after it, both trimmed of blanks and tabs. A ';' or '#' inside a value is part of the
-///   value: there are no end-of-line comments.
+///   value: there are no end-of-line comments. A text value in double quotes (key="  x  ")
+///   reads as the text between them, blanks included.
 /// - A line whose first non-blank character is ';' or '#' is a comment; blank lines are kept.
 /// - Any other line (no '=', an empty key, a '[' without ']') is malformed and skipped.
 /// - Section and key names compare case-insensitively (ASCII letters only, as INI files
@@ -65,7 +66,8 @@ public:
     /// A decimal number with '.' as separator, whatever locale the process has set; "inf",
     /// "-inf" and "nan" are accepted. A value that overflows a double gives @p def.
     double GetDouble(const char* section, const char* key, double def);
-    /// The value as written in the file, trimmed. A null @p def counts as "".
+    /// The value as written in the file, trimmed, and without one pair of enclosing double
+    /// quotes. A null @p def counts as "".
     kor::String GetKorString(const char* section, const char* key, const char* def);
 
     /// Writes "1" or "0". False when the file cannot be written or a name is not storable (see
@@ -80,7 +82,8 @@ public:
     /// are not kept).
     bool WriteDouble(const char* section, const char* key, double value);
     /// Writes @p value (null counts as ""). A line cannot hold a line break, so each CR or LF
-    /// becomes a blank; leading and trailing blanks are dropped, since reading trims them. False
+    /// becomes a blank. A value that starts or ends with a blank, or is itself enclosed in double
+    /// quotes, is written in double quotes, so that GetKorString gives it back whole. False
     /// when the file cannot be written, or when a name cannot be stored: a null or empty key, a
     /// key with '=', a key starting with '[', ';' or '#', a section with ']', or a line break
     /// in either.
