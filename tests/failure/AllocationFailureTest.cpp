@@ -417,6 +417,34 @@ TEST(AllocationFailure, UndoingAndRedoingAStepThatChangedAndRemovedEntities) {
     });
 }
 
+TEST(AllocationFailure, BuildingALibraryAndAProjectInIt) {
+    // A name too long to be kept inside the string object, so that naming allocates too.
+    const char* const name = "Rilievo del cantiere nord";
+    const auto build = [name](kor::CChangeTransactionManager& undo,
+                              std::unique_ptr<CLibDtm>& library) {
+        library = std::make_unique<CLibDtm>(&undo);
+        library->AddPrj(name, true, false);
+    };
+    {
+        kor::CChangeTransactionManager undo;
+        std::unique_ptr<CLibDtm> library;
+        build(undo, library);  // what is allocated once per process is not taken for a leak
+    }
+    ForEachFailingAllocation([&](std::int64_t failing) {
+        kor::CChangeTransactionManager undo;
+        std::unique_ptr<CLibDtm> library;
+        RunFailingAt(failing, [&] { build(undo, library); });
+        if (!library) return;  // the constructor failed and gave back what it had built
+        ASSERT_TRUE(EventsClosed(*library));
+        // The library built is usable: a project goes in and its edit is undone.
+        CDtmPrj* project = library->AddPrj(name, true, false);
+        ASSERT_EQ(project->GetLibDtm(), library.get());
+        project->GetTris()->AddTriVrt(PNT_3D(1.0, 2.0, 3.0));
+        ASSERT_TRUE(undo.Undo());
+        EXPECT_EQ(project->GetTris()->GetNoTriVrts(), 0);
+    });
+}
+
 TEST(AllocationFailure, UndoingAndRedoingTheAdditionOfAProject) {
     FailEachAllocation(UndoAndRedo,
                        // A name too long to be kept inside the string object, so that
