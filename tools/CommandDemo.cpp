@@ -39,8 +39,10 @@ void CheckRoundTrip(const std::string& path, const CDtmPrj& original, Workspace&
                     std::ostream& out) {
     const std::vector<char> saved = ReadWholeFile(path);
     UndoSuspension quiet(reread.Undo());
-    const DocumentInfo info = ParseDocument(reread.Library(), saved.data(), saved.size(), path);
-    const std::vector<char> again = SerializeDocument(reread.Library(), info.version);
+    const DocumentInfo info =
+        ParseDocument(reread.Library(), saved.data(), saved.size(), path, &reread.Surveys());
+    const std::vector<char> again =
+        SerializeDocument(reread.Library(), info.version, &reread.Surveys());
     if (again != saved) {
         const auto mismatch = std::mismatch(saved.begin(), saved.end(), again.begin(), again.end());
         throw FileError(path, "does not read back as it was written (first difference at byte " +
@@ -115,7 +117,7 @@ int RunDemo(const std::string& folder, std::ostream& out) {
         << Count(contours.closedLines) << " closed) at " << Count(contours.levels)
         << " elevations, smoothed by the library, " << Count(contours.labels) << " labels\n";
 
-    SaveDocument(workspace.Library(), documentPath);
+    SaveDocument(workspace, documentPath);
     Workspace reread;
     CheckRoundTrip(documentPath, prj, reread, out);
 

@@ -44,9 +44,10 @@ void DescribeContours(const CCvLvs& lines, std::ostream& out) {
         << "\n";
 }
 
-void DescribeProject(const CDtmPrj& prj, std::ostream& out) {
+void DescribeProject(const CDtmPrj& prj, const SurveyRecord* record, std::ostream& out) {
     out << "project '" << prj.GetName().str() << "'" << (prj.IsActive() ? " (active)" : "")
         << (prj.IsVisible() ? "" : " (hidden)") << (prj.IsLocked() ? " (locked)" : "") << "\n";
+    out << "  units        " << (record ? record->units : SurveyUnits{}).Describe() << "\n";
     DescribeNetwork(*prj.GetTris(), out);
     out << "  boundaries   " << prj.GetCnts(false)->GetNoCnts() << " external, "
         << prj.GetCnts(true)->GetNoCnts() << " internal\n";
@@ -88,7 +89,7 @@ int RunImport(const std::string& landXml, const std::string& output, std::ostrea
     for (const TinSurface& surface : surfaces)
         ReportImport(surface, *AddSurfaceProject(workspace, surface), out);
     workspace.Library().SetActive(workspace.Library().GetPrj(0), false);
-    SaveDocument(workspace.Library(), output);
+    SaveDocument(workspace, output);
     out << "saved " << output << "\n";
     return 0;
 }
@@ -97,11 +98,19 @@ int RunExport(const std::string& document, const std::string& output, std::ostre
     CheckOutput(document, output);
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
-    LoadDocument(workspace.Library(), document);
+    LoadDocument(workspace, document);
     std::vector<TinSurface> surfaces;
-    for (unsigned int i = 0; i < workspace.Library().GetNoPrj(); ++i)
-        surfaces.push_back(SurfaceOfProject(*workspace.Library().GetPrj(i)));
-    WriteLandXml(output, surfaces);
+    for (unsigned int i = 0; i < workspace.Library().GetNoPrj(); ++i) {
+        const CDtmPrj& prj = *workspace.Library().GetPrj(i);
+        surfaces.push_back(SurfaceOfProject(prj, FindSurveyRecord(workspace.Surveys(), prj)));
+    }
+    const SurveyUnits units = UnitsOfSurfaces(surfaces, document);
+    // Writing units the document does not know would be a guess that moves every coordinate
+    // if it is wrong; the file goes out without them and the surveyor is told.
+    if (!units.IsKnown())
+        std::cerr << "dtm: warning: " << document << ": the document does not record its units, "
+                  << "so " << output << " states none\n";
+    WriteLandXml(output, surfaces, units);
     for (const TinSurface& surface : surfaces)
         out << "project '" << surface.name
             << "': " << Counted(surface.points.size(), "point", "points") << ", "
@@ -113,12 +122,13 @@ int RunExport(const std::string& document, const std::string& output, std::ostre
 int RunInfo(const std::string& document, std::ostream& out) {
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
-    const DocumentInfo info = LoadDocument(workspace.Library(), document);
+    const DocumentInfo info = LoadDocument(workspace, document);
     out << document << ": document version " << info.version << ", " << Count(info.bytes)
         << " bytes, " << workspace.Library().GetNoPrj() << " project"
         << (workspace.Library().GetNoPrj() == 1 ? "" : "s") << "\n";
     for (unsigned int i = 0; i < workspace.Library().GetNoPrj(); ++i)
-        DescribeProject(*workspace.Library().GetPrj(i), out);
+        DescribeProject(*workspace.Library().GetPrj(i),
+                        FindSurveyRecord(workspace.Surveys(), *workspace.Library().GetPrj(i)), out);
     return 0;
 }
 

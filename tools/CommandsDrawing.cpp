@@ -36,7 +36,7 @@ int RunContours(const std::string& document, const ContourSettings& settings,
     if (!output.empty()) CheckOutputKind(output);
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
-    LoadDocument(workspace.Library(), document);
+    LoadDocument(workspace, document);
     CLibDtm& library = workspace.Library();
     std::vector<CDtmPrj*> projects;
     if (!project.empty())
@@ -58,7 +58,7 @@ int RunContours(const std::string& document, const ContourSettings& settings,
         }
     }
     const std::string target = output.empty() ? document : output;
-    SaveDocument(library, target);
+    SaveDocument(workspace, target);
     out << "saved " << target << "\n";
     return 0;
 }
@@ -68,7 +68,7 @@ int RunRender(const std::string& document, const std::string& output, const Rend
     CheckOutput(document, output);
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
-    LoadDocument(workspace.Library(), document);
+    LoadDocument(workspace, document);
     RenderSvg(workspace.Library(), options, document, output);
     out << "picture: " << output << "\n";
     return 0;

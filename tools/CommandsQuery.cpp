@@ -195,7 +195,7 @@ int RunElev(const std::string& document, const std::optional<PNT_2D>& point,
             const std::string& project, std::istream& in, std::ostream& out) {
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
-    LoadDocument(workspace.Library(), document);
+    LoadDocument(workspace, document);
     const std::vector<const CDtmPrj*> projects = ProjectsToAsk(workspace, project, document);
     if (!point) return ElevationsFromList(projects, document, project, in, out);
     const double z = ElevationAt(projects, *point);
@@ -210,7 +210,7 @@ int RunProfile(const std::string& document, const kor::geom::LINE_2D& line,
                const std::string& project, std::ostream& out) {
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
-    LoadDocument(workspace.Library(), document);
+    LoadDocument(workspace, document);
     CDtmPrj& prj = workspace.FindProject(project, document);
     std::vector<TLineProgPnt> points;
     CCalcIntersect(prj).CalcQuotedPnts(line, points);

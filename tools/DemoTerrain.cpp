@@ -221,6 +221,10 @@ CDtmPrj* BuildDemoTerrain(Workspace& workspace, DemoLandmarks& landmarks) {
         AddCreaseBreaklines(*prj->GetVncs(), grid, true, kValleyRow, 0, kColumns);
         AddCreaseBreaklines(*prj->GetVncs(), grid, false, kBankColumn, kBankFrom, kBankTo);
     }
+    // The patch is laid out in metres; saying so lets an export state it.
+    workspace.Surveys()[prj].units = {
+        "Metric",
+        {{"linearUnit", "meter"}, {"areaUnit", "squareMeter"}, {"volumeUnit", "cubicMeter"}}};
 
     landmarks.hillTop = kHillCentre;
     landmarks.valleyFloor = grid.Point(60, kValleyRow);

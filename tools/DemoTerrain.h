@@ -25,7 +25,8 @@ struct DemoLandmarks {
 /// one external boundary (the patch's irregular outline), one internal boundary (a pond, whose
 /// triangles are left out) and three breaklines along the creases of the relief (the ridge's
 /// crest, the valley's floor and the foot of a bank), which follow edges of the network as a
-/// triangulation respecting them would. The same terrain comes out on every machine: nothing
+/// triangulation respecting them would. Its units (metres) go to the workspace's survey
+/// records. The same terrain comes out on every machine: nothing
 /// random is drawn from the standard library, whose distributions differ between
 /// implementations.
 ///

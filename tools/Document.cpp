@@ -19,6 +19,7 @@
 #include "ProjectSections.h"
 #include "TextFormat.h"
 #include "ToolError.h"
+#include "Workspace.h"
 
 namespace dtmtool {
 
@@ -28,6 +29,10 @@ namespace {
 
 constexpr std::uint32_t kDocumentTag = MakeTag('D', 'O', 'C', ' ');
 constexpr std::uint32_t kProjectTag = MakeTag('P', 'R', 'J', ' ');
+constexpr std::uint32_t kSurveyTag = MakeTag('S', 'R', 'V', 'Y');
+// The layout of the survey record; a reader skips a record of a later layout, as it skips a
+// section it does not know.
+constexpr std::uint16_t kSurveyFormat = 1;
 // Tag, payload length, checksum.
 constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
 constexpr std::uint32_t kFlagVisible = 1;
@@ -86,16 +91,39 @@ int ActiveIndex(const CLibDtm& library) {
     return -1;
 }
 
-void AppendProjectHeader(std::vector<char>& bytes, const CDtmPrj& prj) {
+void AppendText(std::vector<char>& bytes, const std::string& text) {
+    Append(bytes, static_cast<std::uint32_t>(text.size()));
+    bytes.insert(bytes.end(), text.begin(), text.end());
+}
+
+void AppendProjectHeader(std::vector<char>& bytes, const CDtmPrj& prj, std::uint32_t blocks) {
     BlockWriter block(bytes, kProjectTag);
-    const std::string& name = prj.GetName().str();
-    Append(bytes, static_cast<std::uint32_t>(name.size()));
-    bytes.insert(bytes.end(), name.begin(), name.end());
+    AppendText(bytes, prj.GetName().str());
     const std::uint32_t flags =
         (prj.IsVisible() ? kFlagVisible : 0u) | (prj.IsLocked() ? kFlagLocked : 0u);
     Append(bytes, flags);
-    Append(bytes, static_cast<std::uint32_t>(ProjectSections().size()));
+    Append(bytes, blocks);
     block.Close();
+}
+
+void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
+    BlockWriter block(bytes, kSurveyTag);
+    Append(bytes, kSurveyFormat);
+    AppendText(bytes, record.units.system);
+    Append(bytes, static_cast<std::uint32_t>(record.units.attributes.size()));
+    for (const auto& attribute : record.units.attributes) {
+        AppendText(bytes, attribute.first);
+        AppendText(bytes, attribute.second);
+    }
+    Append(bytes, static_cast<std::uint32_t>(record.pointIds.size()));
+    for (const long long id : record.pointIds) Append<std::int64_t>(bytes, id);
+    block.Close();
+}
+
+// The record of @p prj in @p surveys, or null when it has none worth writing.
+const SurveyRecord* RecordToWrite(const SurveyRecords* surveys, const CDtmPrj& prj) {
+    const SurveyRecord* record = surveys ? FindSurveyRecord(*surveys, prj) : nullptr;
+    return record && !record->IsEmpty() ? record : nullptr;
 }
 
 // What the sections will roughly take, so that the progress bar of a save can move evenly: a
@@ -144,6 +172,11 @@ public:
 
     // Skips the next block whatever its tag: a section that a newer writer added.
     void SkipBlock(const std::string& what) { Read(nullptr, what); }
+
+    // The tag of the next block, or 0 when not even a tag is left.
+    std::uint32_t NextTag() const {
+        return m_size - m_at < 4 ? 0u : GetAt<std::uint32_t>(m_data + m_at);
+    }
 
     void ExpectEnd() const {
         if (m_at != m_size)
@@ -214,6 +247,7 @@ public:
         m_at += sizeof(T);
         return value;
     }
+    std::string ReadText() { return ReadText(Read<std::uint32_t>()); }
     std::string ReadText(std::uint32_t length) {
         Need(length);
         std::string text(m_data + m_at, length);
@@ -265,11 +299,34 @@ void ReadSection(CDtmPrj& prj, const ProjectSection& section,
                                " but its reader used " + Count(buffer.Consumed()));
 }
 
+// Reads the survey record of @p prj; a record of a later layout is skipped.
+void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::string& what,
+                      SurveyRecords& surveys) {
+    FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
+    if (fields.Read<std::uint16_t>() != kSurveyFormat) return;
+    SurveyRecord record;
+    record.units.system = fields.ReadText();
+    const std::uint32_t attributes = fields.Read<std::uint32_t>();
+    for (std::uint32_t i = 0; i < attributes; ++i) {
+        std::string name = fields.ReadText();
+        record.units.attributes.emplace_back(std::move(name), fields.ReadText());
+    }
+    const std::uint32_t ids = fields.Read<std::uint32_t>();
+    const int vertices = prj.GetTris()->GetNoTriVrts();
+    if (ids != 0 && ids != static_cast<std::uint32_t>(vertices))
+        throw document.Damaged(what + " holds " + Counted(ids, "point id", "point ids") + " for " +
+                               Counted(static_cast<std::size_t>(vertices), "vertex", "vertices"));
+    record.pointIds.reserve(ids);
+    for (std::uint32_t i = 0; i < ids; ++i) record.pointIds.push_back(fields.Read<std::int64_t>());
+    fields.ExpectEnd();
+    surveys[&prj] = std::move(record);
+}
+
 void ReadProject(CLibDtm& library, DocumentReader& document, unsigned int number, short version,
-                 Progress& progress) {
+                 Progress& progress, SurveyRecords* surveys) {
     const std::string header = "the header of project " + std::to_string(number + 1);
     FieldReader fields(document.ReadBlock(kProjectTag, header), document, header);
-    const std::string name = fields.ReadText(fields.Read<std::uint32_t>());
+    const std::string name = fields.ReadText();
     const std::uint32_t flags = fields.Read<std::uint32_t>();
     const std::uint32_t sectionCount = fields.Read<std::uint32_t>();
     fields.ExpectEnd();
@@ -289,16 +346,24 @@ void ReadProject(CLibDtm& library, DocumentReader& document, unsigned int number
                     [&progress, start](std::size_t consumed) { progress.Set(start + consumed); });
         progress.Set(document.Offset());
     }
-    // Sections a newer writer added after the known ones: their lengths let this reader step
-    // over them.
+    // The survey record, and sections a newer writer added after the known ones: their lengths
+    // let this reader step over them.
     for (std::uint32_t extra = static_cast<std::uint32_t>(sections.size()); extra < sectionCount;
-         ++extra)
-        document.SkipBlock("section " + std::to_string(extra + 1) + " of project " + Quoted(name));
+         ++extra) {
+        const std::string what =
+            "section " + std::to_string(extra + 1) + " of project " + Quoted(name);
+        if (surveys && document.NextTag() == kSurveyTag)
+            ReadSurveyRecord(*prj, document, "the survey record of project " + Quoted(name),
+                             *surveys);
+        else
+            document.SkipBlock(what);
+    }
 }
 
 }  // namespace
 
-std::vector<char> SerializeDocument(const CLibDtm& library, short version) {
+std::vector<char> SerializeDocument(const CLibDtm& library, short version,
+                                    const SurveyRecords* surveys) {
     std::vector<char> bytes(kDocumentMagic, kDocumentMagic + sizeof(kDocumentMagic));
     Append<std::int16_t>(bytes, version);
     {
@@ -311,20 +376,23 @@ std::vector<char> SerializeDocument(const CLibDtm& library, short version) {
     GrowingBuffer buffer(bytes, [&progress](std::size_t size) { progress.Set(size); });
     for (unsigned int i = 0; i < library.GetNoPrj(); ++i) {
         const CDtmPrj& prj = *library.GetPrj(i);
-        AppendProjectHeader(bytes, prj);
+        const SurveyRecord* record = RecordToWrite(surveys, prj);
+        AppendProjectHeader(
+            bytes, prj, static_cast<std::uint32_t>(ProjectSections().size()) + (record ? 1 : 0));
         for (const ProjectSection& section : ProjectSections()) {
             BlockWriter block(bytes, section.tag);
             ofpstream stream(&buffer, version);
             section.write(prj, stream);
             block.Close();
         }
+        if (record) AppendSurveyRecord(bytes, *record);
     }
     progress.Finish();
     return bytes;
 }
 
 DocumentInfo ParseDocument(CLibDtm& library, const char* data, std::size_t size,
-                           const std::string& file) {
+                           const std::string& file, SurveyRecords* surveys) {
     DocumentReader document(data, size, file);
     DocumentInfo info;
     info.version = document.ReadHeader();
@@ -340,21 +408,29 @@ DocumentInfo ParseDocument(CLibDtm& library, const char* data, std::size_t size,
 
     Progress progress("loading", size);
     for (std::uint32_t i = 0; i < projectCount; ++i)
-        ReadProject(library, document, i, info.version, progress);
+        ReadProject(library, document, i, info.version, progress, surveys);
     document.ExpectEnd();
     if (active >= 0) library.SetActive(library.GetPrj(static_cast<unsigned int>(active)), false);
     progress.Finish();
     return info;
 }
 
-void SaveDocument(const CLibDtm& library, const std::string& path) {
-    const std::vector<char> bytes = SerializeDocument(library);
+void SaveDocument(const CLibDtm& library, const std::string& path, const SurveyRecords* surveys) {
+    const std::vector<char> bytes = SerializeDocument(library, kNewestDocumentVersion, surveys);
     WriteFileAtomically(path, bytes.data(), bytes.size());
 }
 
-DocumentInfo LoadDocument(CLibDtm& library, const std::string& path) {
+void SaveDocument(const Workspace& workspace, const std::string& path) {
+    SaveDocument(workspace.Library(), path, &workspace.Surveys());
+}
+
+DocumentInfo LoadDocument(CLibDtm& library, const std::string& path, SurveyRecords* surveys) {
     const std::vector<char> bytes = ReadWholeFile(path);
-    return ParseDocument(library, bytes.data(), bytes.size(), path);
+    return ParseDocument(library, bytes.data(), bytes.size(), path, surveys);
+}
+
+DocumentInfo LoadDocument(Workspace& workspace, const std::string& path) {
+    return LoadDocument(workspace.Library(), path, &workspace.Surveys());
 }
 
 std::vector<char> ReadWholeFile(const std::string& path) {

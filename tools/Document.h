@@ -11,6 +11,12 @@
 //     block "PRJ "          uint32 name length, name (UTF-8), uint32 flags (1 visible,
 //                           2 locked), uint32 number of section blocks that follow
 //     one block per section, in the order of ProjectSections()
+//     block "SRVY"          only for a project with a survey record, after the sections (and
+//                           counted with them): uint16 record format (1), uint32 length and
+//                           text of the units system ("" when unknown), uint32 attribute
+//                           count, each attribute as uint32 length and name, uint32 length
+//                           and value; uint32 point id count (0 or the vertex count), int64
+//                           ids in vertex order
 //
 // A block is: uint32 tag (four ASCII letters), uint64 payload length, uint32 CRC-32 of the
 // payload, then the payload. The length lets a reader check that a section's reader consumed
@@ -27,9 +33,13 @@
 #include <string>
 #include <vector>
 
+#include "SurveyRecord.h"
+
 class CLibDtm;
 
 namespace dtmtool {
+
+class Workspace;
 
 /// The version new documents are written with: the newest the library knows, at which the
 /// network keeps its spatial index in the file (so a load does not rebuild it).
@@ -44,23 +54,34 @@ struct DocumentInfo {
     std::uint64_t bytes = 0;
 };
 
-/// The bytes of a document holding every project of @p library, written at @p version.
-std::vector<char> SerializeDocument(const CLibDtm& library, short version = kNewestDocumentVersion);
+/// The bytes of a document holding every project of @p library, written at @p version, with the
+/// survey record that @p surveys (when given) holds for a project.
+std::vector<char> SerializeDocument(const CLibDtm& library, short version = kNewestDocumentVersion,
+                                    const SurveyRecords* surveys = nullptr);
 
 /// Adds to @p library (which should hold no project) the projects of the document in @p size
-/// bytes at @p data. @p file names the document in messages. Throws ToolError, naming @p file
-/// and what is wrong, for a foreign, truncated, damaged or too new document; the projects read
-/// so far are then still in @p library, so a caller reads into a library it can throw away.
+/// bytes at @p data, and their survey records to @p surveys when given (without it they are
+/// skipped). @p file names the document in messages. Throws ToolError, naming @p file and what
+/// is wrong, for a foreign, truncated, damaged or too new document; the projects read so far
+/// are then still in @p library, so a caller reads into a library it can throw away.
 DocumentInfo ParseDocument(CLibDtm& library, const char* data, std::size_t size,
-                           const std::string& file);
+                           const std::string& file, SurveyRecords* surveys = nullptr);
 
-/// Writes every project of @p library to @p path atomically: a failed save leaves the previous
-/// file as it was. Throws ToolError naming @p path.
-void SaveDocument(const CLibDtm& library, const std::string& path);
+/// Writes every project of @p library, with its survey record from @p surveys when given, to
+/// @p path atomically: a failed save leaves the previous file as it was. Throws ToolError
+/// naming @p path.
+void SaveDocument(const CLibDtm& library, const std::string& path,
+                  const SurveyRecords* surveys = nullptr);
+/// SaveDocument of the workspace's library and survey records.
+void SaveDocument(const Workspace& workspace, const std::string& path);
 
-/// Reads the document at @p path into @p library as ParseDocument does. Throws ToolError for
-/// a file that is missing or cannot be read, and for everything ParseDocument rejects.
-DocumentInfo LoadDocument(CLibDtm& library, const std::string& path);
+/// Reads the document at @p path into @p library (and its survey records into @p surveys) as
+/// ParseDocument does. Throws ToolError for a file that is missing or cannot be read, and for
+/// everything ParseDocument rejects.
+DocumentInfo LoadDocument(CLibDtm& library, const std::string& path,
+                          SurveyRecords* surveys = nullptr);
+/// LoadDocument into the workspace's library and survey records.
+DocumentInfo LoadDocument(Workspace& workspace, const std::string& path);
 
 /// The whole content of the file at @p path. Throws ToolError naming @p path when it is
 /// missing, not a regular file or cannot be read.

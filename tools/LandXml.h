@@ -17,9 +17,10 @@
 namespace dtmtool {
 
 /// The TIN surfaces of the LandXML document in @p size bytes at @p data, in file order, each
-/// with its breaklines and its outer (external) and void (internal) boundaries; boundaries of
-/// other kinds are counted, not read. Elements are matched by local name, so every LandXML
-/// namespace (and none) is read alike. @p file names the document in messages.
+/// with its breaklines, its outer (external) and void (internal) boundaries, the ids of its
+/// points and the units the file states; boundaries of other kinds are counted, not read. Elements
+/// are matched by local name, so every LandXML namespace (and none) is read alike. @p file names
+/// the document in messages.
 ///
 /// Throws ToolError naming @p file (and the line, where the parser knows it) for text that is
 /// not XML, a document that is not LandXML, one without a TIN surface, a point without a
@@ -44,12 +45,20 @@ std::vector<TinSurface> ParseLandXml(const char* data, std::size_t size, const s
 std::vector<TinSurface> ReadLandXml(const std::string& path,
                                     std::vector<std::string>* warnings = nullptr);
 
-/// The LandXML 1.2 text of @p surfaces: points numbered 1..n in vertex order, the faces, and in
-/// SourceData the breaklines and the boundaries (outer and void), every number written with
-/// the fewest digits that read back as exactly the same double.
-std::string LandXmlText(const std::vector<TinSurface>& surfaces);
+/// The units one LandXML file of @p surfaces states: those the surfaces that know their units
+/// share (unknown when none does). Throws ToolError naming @p file (the document the surfaces
+/// come from) when two surfaces are in different units, since a LandXML file has one set.
+SurveyUnits UnitsOfSurfaces(const std::vector<TinSurface>& surfaces, const std::string& file);
 
-/// Writes LandXmlText(@p surfaces) to @p path atomically.
-void WriteLandXml(const std::string& path, const std::vector<TinSurface>& surfaces);
+/// The LandXML 1.2 text of @p surfaces: @p units (left out when unknown), then per surface the
+/// points in vertex order with the survey's ids where the surface has one per point (else
+/// numbered 1..n), the faces, and in SourceData the breaklines and the boundaries (outer and
+/// void), every number written with the fewest digits that read back as exactly the same
+/// double.
+std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units = {});
+
+/// Writes LandXmlText(@p surfaces, @p units) to @p path atomically.
+void WriteLandXml(const std::string& path, const std::vector<TinSurface>& surfaces,
+                  const SurveyUnits& units = {});
 
 }  // namespace dtmtool

@@ -358,6 +358,8 @@ public:
                 for (pugi::xml_node surface : group.children())
                     if (Is(surface, "Surface")) ReadSurface(surface, surfaces);
         if (surfaces.empty()) throw FileError(m_file, "holds no TIN surface");
+        const SurveyUnits units = ReadUnits(Child(root, "Units"));
+        for (TinSurface& surface : surfaces) surface.survey.units = units;
         return surfaces;
     }
 
@@ -370,6 +372,23 @@ private:
     }
     ToolError Error(const pugi::xml_node& node, const std::string& what) const {
         return Error(node.offset_debug(), what);
+    }
+
+    // The units the whole file is in: the first element inside <Units>, with its attributes as
+    // they stand (namespace declarations aside).
+    static SurveyUnits ReadUnits(const pugi::xml_node& element) {
+        SurveyUnits units;
+        for (pugi::xml_node system : element.children()) {
+            if (system.type() != pugi::node_element) continue;
+            units.system = LocalName(system);
+            for (pugi::xml_attribute attribute : system.attributes()) {
+                const std::string name = attribute.name();
+                if (name == "xmlns" || name.rfind("xmlns:", 0) == 0) continue;
+                units.attributes.emplace_back(name, attribute.value());
+            }
+            break;
+        }
+        return units;
     }
 
     void ReadSurface(const pugi::xml_node& element, std::vector<TinSurface>& surfaces) {
@@ -386,7 +405,7 @@ private:
         // The check costs a few passes over the points and faces, spent only when someone
         // hears its findings.
         std::optional<TriangulationCheck> check;
-        if (m_warnings) check.emplace(surface.points, m_ids);
+        if (m_warnings) check.emplace(surface.points, surface.survey.pointIds);
         ReadFaces(Child(definition, "Faces"), surface, check);
         if (check) check->Report(m_file + ": surface " + m_surfaceName + ": ", *m_warnings);
         const pugi::xml_node source = Child(element, "SourceData");
@@ -396,7 +415,6 @@ private:
     }
 
     void ReadPoints(const pugi::xml_node& pnts, TinSurface& surface) {
-        m_ids.clear();
         for (pugi::xml_node p : pnts.children()) {
             if (!Is(p, "P")) continue;
             const char* idText = p.attribute("id").as_string();
@@ -415,7 +433,7 @@ private:
             if (!ReadTriple(p.child_value(), northing, easting, elevation))
                 throw Error(p,
                             point() + " does not hold three numbers (northing easting elevation)");
-            m_ids.push_back(id);
+            surface.survey.pointIds.push_back(id);
             surface.points.emplace_back(easting, northing, elevation);
             // "nan" and "inf" read as numbers, but no surface can be made of them.
             if (!IsFinite(surface.points.back()))
@@ -425,7 +443,7 @@ private:
         }
         try {
             m_index = PointIndex();
-            m_index.Build(m_ids);
+            m_index.Build(surface.survey.pointIds);
         } catch (const PointIndex::Repeated& repeated) {
             throw FileError(m_file, "point id " + std::to_string(repeated.id) +
                                         " appears twice in surface " + m_surfaceName);
@@ -547,8 +565,7 @@ private:
     std::vector<std::string>* m_warnings;
     bool m_offsetsValid = false;
     std::string m_surfaceName;
-    // The ids of the current surface's points, in file order.
-    std::vector<long long> m_ids;
+    // The point ids of the current surface, for its faces to look up.
     PointIndex m_index;
 };
 

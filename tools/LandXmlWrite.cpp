@@ -7,6 +7,7 @@
 #include "LandXml.h"
 #include "Progress.h"
 #include "TextFormat.h"
+#include "ToolError.h"
 
 namespace dtmtool {
 
@@ -37,7 +38,12 @@ public:
         m_text.append(buffer, written.ptr);
         return *this;
     }
-    XmlText& operator<<(int value) { return *this << static_cast<std::size_t>(value); }
+    XmlText& operator<<(long long value) {
+        char buffer[24];
+        const std::to_chars_result written = std::to_chars(buffer, buffer + sizeof(buffer), value);
+        m_text.append(buffer, written.ptr);
+        return *this;
+    }
 
     // A point as LandXML writes it: northing easting elevation.
     void Point(const PNT_3D& p) { *this << p.y << " " << p.x << " " << p.z; }
@@ -93,18 +99,35 @@ void WriteSourceData(XmlText& xml, const TinSurface& surface) {
     xml << "      </SourceData>\n";
 }
 
+// The id a point is written with: the survey's own where the project kept them, else its
+// place in the vertex list counted from 1.
+class PointIds {
+public:
+    explicit PointIds(const TinSurface& surface)
+        : m_ids(surface.survey.pointIds.size() == surface.points.size() ? &surface.survey.pointIds
+                                                                        : nullptr) {}
+    long long operator[](std::size_t vertex) const {
+        return m_ids ? (*m_ids)[vertex] : static_cast<long long>(vertex) + 1;
+    }
+
+private:
+    const std::vector<long long>* m_ids;
+};
+
 void WriteDefinition(XmlText& xml, const TinSurface& surface, Progress& progress) {
+    const PointIds ids(surface);
     xml << "      <Definition surfType=\"TIN\">\n        <Pnts>\n";
     for (std::size_t i = 0; i < surface.points.size(); ++i) {
-        xml << "          <P id=\"" << i + 1 << "\">";
+        xml << "          <P id=\"" << ids[i] << "\">";
         xml.Point(surface.points[i]);
         xml << "</P>\n";
         progress.Advance();
     }
     xml << "        </Pnts>\n        <Faces>\n";
     for (const auto& face : surface.faces) {
-        xml << "          <F>" << face[0] + 1 << " " << face[1] + 1 << " " << face[2] + 1
-            << "</F>\n";
+        xml << "          <F>" << ids[static_cast<std::size_t>(face[0])] << " "
+            << ids[static_cast<std::size_t>(face[1])] << " "
+            << ids[static_cast<std::size_t>(face[2])] << "</F>\n";
         progress.Advance();
     }
     xml << "        </Faces>\n      </Definition>\n";
@@ -120,9 +143,34 @@ std::string Timestamp(const char* format) {
     return buffer;
 }
 
+void WriteUnits(XmlText& xml, const SurveyUnits& units) {
+    if (!units.IsKnown()) return;
+    xml << "  <Units>\n    <" << units.system;
+    for (const auto& attribute : units.attributes)
+        xml << " " << attribute.first << "=\"" << XmlEscaped(attribute.second) << "\"";
+    xml << "/>\n  </Units>\n";
+}
+
 }  // namespace
 
-std::string LandXmlText(const std::vector<TinSurface>& surfaces) {
+SurveyUnits UnitsOfSurfaces(const std::vector<TinSurface>& surfaces, const std::string& file) {
+    const TinSurface* first = nullptr;
+    for (const TinSurface& surface : surfaces) {
+        if (!surface.survey.units.IsKnown()) continue;
+        if (!first) {
+            first = &surface;
+        } else if (surface.survey.units != first->survey.units) {
+            throw FileError(file, "projects '" + first->name + "' and '" + surface.name +
+                                      "' are in different units (" +
+                                      first->survey.units.Describe() + "; " +
+                                      surface.survey.units.Describe() +
+                                      "), and a LandXML file has one set of units");
+        }
+    }
+    return first ? first->survey.units : SurveyUnits{};
+}
+
+std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units) {
     std::size_t work = 0;
     for (const TinSurface& surface : surfaces) work += surface.points.size() + surface.faces.size();
     Progress progress("exporting", work);
@@ -130,8 +178,9 @@ std::string LandXmlText(const std::vector<TinSurface>& surfaces) {
     XmlText xml;
     xml << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
         << "<LandXML xmlns=\"http://www.landxml.org/schema/LandXML-1.2\" version=\"1.2\" date=\""
-        << Timestamp("%Y-%m-%d") << "\" time=\"" << Timestamp("%H:%M:%S") << "\">\n"
-        << "  <Application name=\"dtm\" manufacturer=\"dtm\"/>\n"
+        << Timestamp("%Y-%m-%d") << "\" time=\"" << Timestamp("%H:%M:%S") << "\">\n";
+    WriteUnits(xml, units);
+    xml << "  <Application name=\"dtm\" manufacturer=\"dtm\"/>\n"
         << "  <Surfaces>\n";
     for (const TinSurface& surface : surfaces) {
         xml << "    <Surface name=\"" << XmlEscaped(surface.name) << "\">\n";
@@ -144,8 +193,9 @@ std::string LandXmlText(const std::vector<TinSurface>& surfaces) {
     return xml.Take();
 }
 
-void WriteLandXml(const std::string& path, const std::vector<TinSurface>& surfaces) {
-    const std::string text = LandXmlText(surfaces);
+void WriteLandXml(const std::string& path, const std::vector<TinSurface>& surfaces,
+                  const SurveyUnits& units) {
+    const std::string text = LandXmlText(surfaces, units);
     WriteFileAtomically(path, text.data(), text.size());
 }
 

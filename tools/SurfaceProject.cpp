@@ -64,13 +64,15 @@ CDtmPrj* AddSurfaceProject(Workspace& workspace, const TinSurface& surface) {
         AddBoundaries(*prj->GetCnts(true), surface.internalBoundaries);
         AddBreaklines(*prj->GetVncs(), surface.breaklines);
     }
+    if (!surface.survey.IsEmpty()) workspace.Surveys()[prj] = surface.survey;
     progress.Finish();
     return prj;
 }
 
-TinSurface SurfaceOfProject(const CDtmPrj& prj) {
+TinSurface SurfaceOfProject(const CDtmPrj& prj, const SurveyRecord* record) {
     TinSurface surface;
     surface.name = prj.GetName().str();
+    if (record) surface.survey = *record;
     const CTris& tris = *prj.GetTris();
     surface.points = tris.GetPnts();
     const int vertexCount = tris.GetNoTriVrts();

@@ -14,12 +14,15 @@ class Workspace;
 /// vertices and triangles (coloured by elevation classes), the external and internal boundaries
 /// and the breaklines, one breakline per polyline segment, since a breakline of the library is
 /// one 3D segment. The network computes its colours and spatial index when the event closes.
-/// The faces must refer to existing points. The answer is borrowed: the library holds it.
+/// The surface's survey record (units, point ids), when it has one, goes to the workspace's
+/// records. The faces must refer to existing points. The answer is borrowed: the library
+/// holds it.
 CDtmPrj* AddSurfaceProject(Workspace& workspace, const TinSurface& surface);
 
 /// The surface of @p prj: its vertices in network order, its triangles (those whose vertices
 /// all exist) in network order, its boundaries as plain rings and its breaklines joined into
-/// polylines where one segment starts exactly where the previous one ended.
-TinSurface SurfaceOfProject(const CDtmPrj& prj);
+/// polylines where one segment starts exactly where the previous one ended; with @p record, the
+/// project's survey record.
+TinSurface SurfaceOfProject(const CDtmPrj& prj, const SurveyRecord* record = nullptr);
 
 }  // namespace dtmtool

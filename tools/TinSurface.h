@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "SurveyRecord.h"
+
 namespace dtmtool {
 
 /// A polyline or ring of 3D points; x is the easting, y the northing, z the elevation.
@@ -29,6 +31,8 @@ struct TinSurface {
     std::vector<Polyline3D> externalBoundaries;
     /// Holes (voids) as rings without the closing repeat.
     std::vector<Polyline3D> internalBoundaries;
+    /// The units of the file and the survey's id of each point.
+    SurveyRecord survey;
 
     /// Faces the file marks invisible, which are left out.
     std::size_t hiddenFaces = 0;

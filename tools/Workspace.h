@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "SurveyRecord.h"
+
 namespace dtmtool {
 
 /// Owns a CLibDtm and its transaction manager. The library's undo commands refer to the library,
@@ -24,6 +26,10 @@ public:
     const CLibDtm& Library() const noexcept { return *m_library; }
     /// The undo store the library's projects record into.
     kor::CChangeTransactionManager& Undo() noexcept { return m_undo; }
+    /// The survey facts of the projects that have any (their units and point ids), which the
+    /// document keeps beside the library's sections.
+    SurveyRecords& Surveys() noexcept { return m_surveys; }
+    const SurveyRecords& Surveys() const noexcept { return m_surveys; }
 
     /// Creates an empty project named @p name (made unique by the library) and arms its
     /// network's listener: the network ignores the first change event of its project, so
@@ -38,6 +44,7 @@ public:
 private:
     kor::CChangeTransactionManager m_undo;
     std::unique_ptr<CLibDtm> m_library;
+    SurveyRecords m_surveys;
 };
 
 /// Suspends undo recording while it lives: loading, importing and generating are not edits a

@@ -8,9 +8,12 @@
 #include <regex>
 
 #include "CliSupport.h"
+#include "Document.h"
 #include "LandXml.h"
+#include "SurfaceProject.h"
 #include "TempDir.h"
 #include "ToolTestSupport.h"
+#include "Workspace.h"
 
 namespace {
 
@@ -166,11 +169,45 @@ TEST_F(CliTest, ImportAndExportKeepVerticesFacesBreaklinesAndBoundaries) {
     EXPECT_EQ(back[0].externalBoundaries.size(), 1u);
     EXPECT_EQ(back[0].internalBoundaries.size(), 1u);
 
+    // The survey's own point ids (900, 903, ... written in reverse) and its units come back.
+    EXPECT_EQ(back[0].survey.pointIds, original[0].survey.pointIds);
+    EXPECT_EQ(back[0].survey.units, original[0].survey.units);
+    EXPECT_EQ(back[0].survey.units.Describe(), "Metric, linearUnit meter");
+    EXPECT_EQ(result.err, "");
+
     // Read back, the exported file makes the same document again.
     ASSERT_EQ(RunDtm({"import", "back.xml", "-o", "again.dtm"}, folder.Path()).status, 0);
     const CliResult first = RunDtm({"info", "survey.dtm"}, folder.Path());
     const CliResult second = RunDtm({"info", "again.dtm"}, folder.Path());
     EXPECT_EQ(first.out.substr(first.out.find('\n')), second.out.substr(second.out.find('\n')));
+}
+
+TEST_F(CliTest, ContouringKeepsTheSurveyRecordForALaterExport) {
+    Import();
+    ASSERT_EQ(RunDtm({"contours", "survey.dtm", "--interval", "1"}, folder.Path()).status, 0);
+    const CliResult info = RunDtm({"info", "survey.dtm"}, folder.Path());
+    EXPECT_NE(info.out.find("  units        Metric, linearUnit meter\n"), std::string::npos)
+        << info.out;
+    ASSERT_EQ(RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path()).status, 0);
+    EXPECT_EQ(dtmtool::ReadLandXml(folder.File("back.xml"))[0].survey.pointIds,
+              dtmtool::ReadLandXml(folder.File("survey.xml"))[0].survey.pointIds);
+}
+
+TEST_F(CliTest, ExportOfADocumentWithoutUnitsWarnsAndStatesNone) {
+    // A document written without a survey record, as one from before records were kept.
+    {
+        dtmtool::Workspace workspace;
+        dtmtool::AddSurfaceProject(workspace, PlaneSurface("Plane"));
+        dtmtool::SaveDocument(workspace.Library(), folder.File("old.dtm"));
+    }
+    const CliResult info = RunDtm({"info", "old.dtm"}, folder.Path());
+    EXPECT_NE(info.out.find("  units        not recorded\n"), std::string::npos) << info.out;
+    const CliResult result = RunDtm({"export", "old.dtm", "-o", "old.xml"}, folder.Path());
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err,
+              "dtm: warning: old.dtm: the document does not record its units, so old.xml states "
+              "none\n");
+    EXPECT_EQ(ReadText(folder.File("old.xml")).find("Units"), std::string::npos);
 }
 
 TEST_F(CliTest, EachSurfaceBecomesAProject) {
@@ -430,10 +467,12 @@ TEST_F(CliTest, ATruncatedDocumentIsNamedAndLeftAsItWas) {
 TEST_F(CliTest, ACorruptDocumentIsNamed) {
     Import();
     std::string bytes = ReadText(folder.File("survey.dtm"));
+    // The last block is the survey record the import keeps (units and point ids).
     bytes[bytes.size() - 5] ^= 0x10;
     WriteText(folder.File("survey.dtm"), bytes);
     ExpectFailure(RunDtm({"render", "survey.dtm", "-o", "x.svg"}, folder.Path()), "survey.dtm",
-                  "is damaged: the checksum of the breaklines of project 'Plane' does not match",
+                  "is damaged: the checksum of the survey record of project 'Plane' does not "
+                  "match",
                   {"survey.dtm", "survey.xml"});
 }
 

@@ -44,13 +44,18 @@ void AddSmallProject(Workspace& workspace, const std::string& name, double slope
     dtmtool::MakeContourLines(prj, settings);
 }
 
-std::vector<char> SmallDocument() {
-    Workspace workspace;
+// Two small projects, "First" hidden and "Second" locked and active.
+void FillSmallWorkspace(Workspace& workspace) {
     AddSmallProject(workspace, "First", 0.3);
     AddSmallProject(workspace, "Second", -0.2);
     workspace.Library().GetPrj(1)->SetLocked(true);
     workspace.Library().GetPrj(0)->SetVisible(false);
     workspace.Library().SetActive(workspace.Library().GetPrj(1), false);
+}
+
+std::vector<char> SmallDocument() {
+    Workspace workspace;
+    FillSmallWorkspace(workspace);
     return SerializeDocument(workspace.Library());
 }
 
@@ -284,6 +289,141 @@ TEST(DocumentTest, SectionsAddedByANewerWriterAreSkipped) {
     ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
     ASSERT_EQ(read.Library().GetNoPrj(), 2u);
     EXPECT_EQ(SerializeDocument(read.Library()), SmallDocument());
+}
+
+// The small document with survey records: "First" with units and point ids, "Second" with
+// an empty record, so that only the first carries a record block.
+struct RecordedDocument {
+    std::vector<char> bytes;
+    dtmtool::SurveyRecord first;  // the record of "First"
+};
+
+RecordedDocument SmallDocumentWithRecords() {
+    Workspace workspace;
+    FillSmallWorkspace(workspace);
+    dtmtool::SurveyRecord& record = workspace.Surveys()[workspace.Library().GetPrj(0)];
+    record.units = {"Imperial", {{"linearUnit", "USSurveyFoot"}, {"areaUnit", "squareFoot"}}};
+    const int vertices = workspace.Library().GetPrj(0)->GetTris()->GetNoTriVrts();
+    for (int i = 0; i < vertices; ++i)
+        record.pointIds.push_back(i % 2 == 0 ? 9000000000LL + i : -i);
+    workspace.Surveys()[workspace.Library().GetPrj(1)];
+    return {SerializeDocument(workspace.Library(), dtmtool::kNewestDocumentVersion,
+                              &workspace.Surveys()),
+            record};
+}
+
+TEST(DocumentTest, ASurveyRecordFollowsItsProjectsSectionsAndReadsBack) {
+    const RecordedDocument document = SmallDocumentWithRecords();
+    const std::vector<char>& bytes = document.bytes;
+    const std::vector<Block> blocks = Blocks(bytes);
+    // DOC, then PRJ + six sections + SRVY for "First", PRJ + six sections for "Second".
+    ASSERT_EQ(blocks.size(), 1u + 8u + 7u);
+    EXPECT_EQ(blocks[8].tag, "SRVY");
+    EXPECT_EQ(Get<std::uint32_t>(bytes, blocks[1].payload() + 13), 7u);
+    EXPECT_EQ(blocks[9].tag, "PRJ ");
+    EXPECT_EQ(Get<std::uint32_t>(bytes, blocks[9].payload() + 14), 6u);
+    // The layout: format 1, the system, the attributes, the ids.
+    std::size_t at = blocks[8].payload();
+    EXPECT_EQ(Get<std::uint16_t>(bytes, at), 1u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 2), 8u);
+    EXPECT_EQ(std::string(bytes.data() + at + 6, 8), "Imperial");
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 14), 2u);
+    const dtmtool::SurveyRecord& expected = document.first;
+    const std::size_t ids = expected.pointIds.size();
+    EXPECT_EQ(blocks[8].length,
+              2u + 4 + 8 + 4 + (4 + 10 + 4 + 12) + (4 + 8 + 4 + 10) + 4 + 8 * ids);
+    at = blocks[8].payload() + blocks[8].length - 8 * ids - 4;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), ids);
+    EXPECT_EQ(Get<std::int64_t>(bytes, at + 4), expected.pointIds[0]);
+
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+    ASSERT_EQ(read.Surveys().size(), 1u);
+    const dtmtool::SurveyRecord* record =
+        dtmtool::FindSurveyRecord(read.Surveys(), *read.Library().GetPrj(0));
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->units, expected.units);
+    EXPECT_EQ(record->pointIds, expected.pointIds);
+    EXPECT_EQ(SerializeDocument(read.Library(), dtmtool::kNewestDocumentVersion, &read.Surveys()),
+              bytes);
+}
+
+TEST(DocumentTest, AReaderThatKeepsNoRecordsSkipsThemAsItSkipsNewSections) {
+    const std::vector<char> bytes = SmallDocumentWithRecords().bytes;
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
+    ASSERT_EQ(read.Library().GetNoPrj(), 2u);
+    EXPECT_EQ(SerializeDocument(read.Library()), SmallDocument());
+}
+
+TEST(DocumentTest, ARecordOfALaterLayoutIsSkipped) {
+    std::vector<char> bytes = SmallDocumentWithRecords().bytes;
+    const Block record = Blocks(bytes)[8];
+    Put<std::uint16_t>(bytes, record.payload(), 2);
+    Reseal(bytes, record);
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+    EXPECT_TRUE(read.Surveys().empty());
+    EXPECT_EQ(read.Library().GetNoPrj(), 2u);
+}
+
+TEST(DocumentTest, ARecordWhosePointIdsDoNotFitTheNetworkIsDamaged) {
+    RecordedDocument document = SmallDocumentWithRecords();
+    std::vector<char>& bytes = document.bytes;
+    Block record = Blocks(bytes)[8];
+    // Drop the last id and lower the count by one.
+    const std::size_t end = record.payload() + record.length;
+    bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(end - 8),
+                bytes.begin() + static_cast<std::ptrdiff_t>(end));
+    record.length -= 8;
+    const std::size_t vertices = document.first.pointIds.size();
+    const std::size_t countAt = record.payload() + record.length - 8 * (vertices - 1) - 4;
+    ASSERT_EQ(Get<std::uint32_t>(bytes, countAt), vertices);
+    Put<std::uint32_t>(bytes, countAt, static_cast<std::uint32_t>(vertices - 1));
+    Reseal(bytes, record);
+    Workspace read;
+    try {
+        ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+        ADD_FAILURE() << "no error";
+    } catch (const ToolError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  kFile + ": is damaged: the survey record of project 'First' holds " +
+                      std::to_string(vertices - 1) + " point ids for " + std::to_string(vertices) +
+                      " vertices");
+    }
+}
+
+TEST(DocumentTest, ACutShortRecordIsDamaged) {
+    std::vector<char> bytes = SmallDocumentWithRecords().bytes;
+    Block record = Blocks(bytes)[8];
+    bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(record.payload() + 3),
+                bytes.begin() + static_cast<std::ptrdiff_t>(record.payload() + record.length));
+    record.length = 3;
+    Reseal(bytes, record);
+    Workspace read;
+    try {
+        ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+        ADD_FAILURE() << "no error";
+    } catch (const ToolError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  kFile + ": is damaged: the survey record of project 'First' is too short");
+    }
+}
+
+TEST(DocumentTest, AWorkspaceSavesAndLoadsItsRecords) {
+    dtm_test::TempDir folder;
+    const std::string path = folder.File("doc.dtm");
+    Workspace original;
+    AddSmallProject(original, "Survey", 0.1);
+    original.Surveys()[original.Library().GetPrj(0)].units = {"Metric", {{"linearUnit", "meter"}}};
+    dtmtool::SaveDocument(original, path);
+    Workspace read;
+    dtmtool::LoadDocument(read, path);
+    const dtmtool::SurveyRecord* record =
+        dtmtool::FindSurveyRecord(read.Surveys(), *read.Library().GetPrj(0));
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->units.Describe(), "Metric, linearUnit meter");
+    EXPECT_TRUE(record->pointIds.empty());
 }
 
 TEST(DocumentTest, ASectionWithBytesItsReaderDoesNotUseIsDamaged) {

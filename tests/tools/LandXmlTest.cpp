@@ -183,6 +183,102 @@ TEST(LandXmlTest, WriterOutputReadsBackAsTheSameSurfaces) {
     ExpectSamePoints(read[0].internalBoundaries[0], a.internalBoundaries[0]);
 }
 
+TEST(LandXmlTest, PointIdsAreKeptInFileOrderAndTheUnitsOfTheFileGoToEverySurface) {
+    LandXmlStyle style;
+    style.prefix = "lx";
+    style.firstId = 1000;
+    style.idStep = 7;
+    TinSurface other = SmallSurface();
+    other.name = "Other";
+    const std::vector<TinSurface> read = Parse(LandXmlOf({SmallSurface(), other}, style));
+    ASSERT_EQ(read.size(), 2u);
+    for (const TinSurface& surface : read) {
+        ASSERT_EQ(surface.survey.pointIds.size(), surface.points.size());
+        for (std::size_t i = 0; i < surface.points.size(); ++i)
+            EXPECT_EQ(surface.survey.pointIds[i], 1000 + 7 * static_cast<long long>(i));
+        EXPECT_EQ(surface.survey.units.system, "Metric");
+        EXPECT_EQ(surface.survey.units.attributes,
+                  (std::vector<std::pair<std::string, std::string>>{{"linearUnit", "meter"}}));
+    }
+}
+
+TEST(LandXmlTest, UnitsAreReadAsTheyStandWithoutNamespaceDeclarations) {
+    const std::string surface =
+        "<Surfaces><Surface name=\"S\"><Definition surfType=\"TIN\"><Pnts><P id=\"4\">0 0 1</P>"
+        "<P id=\"-2\">0 1 1</P><P id=\"9\">1 1 1</P></Pnts><Faces><F>4 -2 9</F></Faces>"
+        "</Definition></Surface></Surfaces>";
+    const std::vector<TinSurface> read = Parse(
+        "<LandXML><Units><x:Imperial xmlns:x=\"urn:x\" linearUnit=\"USSurveyFoot\" "
+        "areaUnit=\"squareFoot\" angularUnit=\"decimal degrees\"/></Units>" +
+        surface + "</LandXML>");
+    ASSERT_EQ(read.size(), 1u);
+    EXPECT_EQ(read[0].survey.units.system, "Imperial");
+    EXPECT_EQ(read[0].survey.units.attributes, (std::vector<std::pair<std::string, std::string>>{
+                                                   {"linearUnit", "USSurveyFoot"},
+                                                   {"areaUnit", "squareFoot"},
+                                                   {"angularUnit", "decimal degrees"}}));
+    EXPECT_EQ(read[0].survey.units.Describe(), "Imperial, linearUnit USSurveyFoot");
+    EXPECT_EQ(read[0].survey.pointIds, (std::vector<long long>{4, -2, 9}));
+
+    const std::vector<TinSurface> bare = Parse("<LandXML>" + surface + "</LandXML>");
+    EXPECT_FALSE(bare[0].survey.units.IsKnown());
+    EXPECT_EQ(bare[0].survey.units.Describe(), "not recorded");
+}
+
+TEST(LandXmlTest, TheWriterUsesTheSurveysIdsAndStatesItsUnits) {
+    TinSurface surface = SmallSurface();
+    for (std::size_t i = 0; i < surface.points.size(); ++i)
+        surface.survey.pointIds.push_back(i % 3 == 0
+                                              ? -static_cast<long long>(i) - 1
+                                              : 5000000000LL - 11 * static_cast<long long>(i));
+    const dtmtool::SurveyUnits units{"Imperial",
+                                     {{"linearUnit", "foot"}, {"note", "Smith & \"Sons\" <1>"}}};
+    const std::string text = dtmtool::LandXmlText({surface}, units);
+    EXPECT_NE(text.find("<Units>\n    <Imperial linearUnit=\"foot\" note=\"Smith &amp; "
+                        "&quot;Sons&quot; &lt;1&gt;\"/>\n  </Units>\n  <Application"),
+              std::string::npos)
+        << text;
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 1u);
+    EXPECT_EQ(read[0].survey.pointIds, surface.survey.pointIds);
+    EXPECT_EQ(read[0].survey.units, units);
+    EXPECT_EQ(read[0].faces, surface.faces);
+    ExpectSamePoints(read[0].points, surface.points);
+}
+
+TEST(LandXmlTest, WithoutIdsForEveryPointTheWriterNumbersThemAndStatesNoUnknownUnits) {
+    TinSurface surface = SmallSurface();
+    surface.survey.pointIds = {77, 78};  // not one per point: not used
+    const std::string text = dtmtool::LandXmlText({surface});
+    EXPECT_EQ(text.find("<Units>"), std::string::npos);
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read[0].survey.pointIds.size(), surface.points.size());
+    for (std::size_t i = 0; i < surface.points.size(); ++i)
+        EXPECT_EQ(read[0].survey.pointIds[i], static_cast<long long>(i) + 1);
+    EXPECT_EQ(read[0].faces, surface.faces);
+}
+
+TEST(LandXmlTest, OneFileStatesTheUnitsTheSurfacesShare) {
+    TinSurface a = SmallSurface(), b = SmallSurface(), c = SmallSurface();
+    a.name = "A";
+    b.name = "B";
+    c.name = "C";
+    EXPECT_FALSE(dtmtool::UnitsOfSurfaces({a, b}, "doc.dtm").IsKnown());
+    b.survey.units = {"Metric", {{"linearUnit", "meter"}}};
+    // A surface that records no units does not stand against one that does.
+    EXPECT_EQ(dtmtool::UnitsOfSurfaces({a, b}, "doc.dtm"), b.survey.units);
+    c.survey.units = {"Imperial", {{"linearUnit", "USSurveyFoot"}}};
+    try {
+        dtmtool::UnitsOfSurfaces({a, b, c}, "doc.dtm");
+        ADD_FAILURE() << "no error";
+    } catch (const ToolError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  "doc.dtm: projects 'B' and 'C' are in different units (Metric, linearUnit "
+                  "meter; Imperial, linearUnit USSurveyFoot), and a LandXML file has one set of "
+                  "units");
+    }
+}
+
 TEST(LandXmlTest, AFaceOnAMissingPointNamesTheFaceThePointAndTheLine) {
     const std::string text =
         "<LandXML>\n<Surfaces>\n<Surface name=\"S\">\n<Definition surfType=\"TIN\">\n<Pnts>\n"
