@@ -19,10 +19,9 @@ const CCvLvMemento& AsCvLvMemento(const kor::IMemento* memento) {
 
 }  // namespace
 
-CCvLvMemento::CCvLvMemento(double sigma, double sigmap, std::int32_t color,
-                           std::vector<TVrtPol> nodes, std::vector<TCvLvInterv> intervals)
+CCvLvMemento::CCvLvMemento(double sigma, std::int32_t color, std::vector<TVrtPol> nodes,
+                           std::vector<TCvLvInterv> intervals)
     : m_sigma(sigma),
-      m_sigmap(sigmap),
       m_color(color),
       m_nodes(std::move(nodes)),
       m_intervals(std::move(intervals)) {}
@@ -38,7 +37,7 @@ kor::IMemento* CCvLv::CreateMemento() const {
     intervals.reserve(m_intervals.size());
     for (const auto& interval : m_intervals)
         intervals.push_back({interval->GetStart(), interval->GetEnd(), interval->GetFlags()});
-    return new CCvLvMemento(m_sigma, m_sigmap, m_color, m_nodes, std::move(intervals));
+    return new CCvLvMemento(m_sigma, m_color, m_nodes, std::move(intervals));
 }
 
 bool CCvLv::HasChanged(const kor::IMemento* /*memento*/) const {
@@ -46,12 +45,13 @@ bool CCvLv::HasChanged(const kor::IMemento* /*memento*/) const {
 }
 
 // Colour and tension go first, each as its own change and only when it differs (the setters
-// test that); the tension change recomputes the spline over the present nodes. The nodes, with
-// their coefficients, and the intervals then always come back as one geometry change.
+// test that); the tension change recomputes the spline, and with it sigmap, over the present
+// nodes. The nodes, with their coefficients, and the intervals then always come back as one
+// geometry change.
 //
-// The memento also carries sigmap, and it is put back with the nodes: the stored coefficients
-// are scaled by that very sigmap, and a node move changes it (it depends on the chord lengths),
-// so restoring the coefficients without it would draw a different curve from the one saved.
+// sigmap is not part of the memento: it is derived, and stays what the line last computed. A
+// restore of moved nodes at an unchanged tension therefore keeps the sigmap of the moved line
+// beside the restored coefficients; documents written after such an undo carry that sigmap.
 void CCvLv::OnSetMemento(kor::IMemento* memento) {
     const CCvLvMemento& saved = AsCvLvMemento(memento);
     SetColor(saved.GetColor());
@@ -63,6 +63,5 @@ void CCvLv::OnSetMemento(kor::IMemento* memento) {
     kor::CEventGuard event(GetContext());
     NotifyModifying(eCvLvChangeGeometry);
     m_nodes.swap(nodes);
-    m_sigmap = saved.GetSigmap();
     SwapIntervals(intervals, removed);
 }

@@ -118,8 +118,7 @@ kor::IMemento* TCvLvKind::CreateMemento(const CCvLv& entity, CCvLvs&) {
 bool TCvLvKind::IsUnchanged(const CCvLv& entity, const kor::IMemento& memento) {
     const auto* kept = dynamic_cast<const CCvLvMemento*>(&memento);
     if (kept == nullptr) return false;
-    return entity.GetSigma() == kept->GetSigma() && entity.GetSigmap() == kept->GetSigmap() &&
-           entity.GetColor() == kept->GetColor() &&
+    return entity.GetSigma() == kept->GetSigma() && entity.GetColor() == kept->GetColor() &&
            SameNodes(entity.GetNodes(), kept->GetNodes()) &&
            SameIntervals(entity, kept->GetIntervals());
 }

@@ -109,12 +109,14 @@ CollectionState CntsOf(const CCnts& cnts) {
     });
 }
 
-// Visibility is left out on purpose: no memento holds it, so undo does not restore it.
+// Visibility is left out on purpose: no memento holds it, so undo does not restore it. Nor does
+// any memento hold sigmap, the tension scaled to the line: a restore keeps the line's present
+// one unless it changes the tension, so after undoing a node move it is still the moved line's.
 CollectionState CvLvsOf(const CCvLvs& lines) {
     return Sorted(static_cast<int>(lines.GetNoCvLvs()), [&lines](int i) {
         const CCvLv* line = lines.GetCvLvAt(static_cast<unsigned>(i));
         Fields f;
-        f << line->GetQuota() << line->GetSigma() << line->GetSigmap() << line->GetColor();
+        f << line->GetQuota() << line->GetSigma() << line->GetColor();
         for (const TVrtPol& node : line->GetNodes())
             f << node.x << node.y << node.xp << node.yp << node.len;
         for (unsigned k = 0; k < line->GetNoIntervals(); ++k) {

@@ -88,9 +88,9 @@ public:
     /// Bytes reported per interval held: its values plus its own object's bookkeeping.
     static constexpr std::size_t INTERVAL_SIZE = 48;
 
-    /// A memento of tension @p sigma (with its denormalised value @p sigmap), colour @p color,
-    /// @p nodes and @p intervals; the creator holds its one reference.
-    CCvLvMemento(double sigma, double sigmap, std::int32_t color, std::vector<TVrtPol> nodes,
+    /// A memento of tension @p sigma, colour @p color, @p nodes and @p intervals; the creator
+    /// holds its one reference.
+    CCvLvMemento(double sigma, std::int32_t color, std::vector<TVrtPol> nodes,
                  std::vector<TCvLvInterv> intervals);
 
     /// FIXED_SIZE + NODE_SIZE × nodes + INTERVAL_SIZE × intervals: the figure the host budgets
@@ -99,9 +99,6 @@ public:
 
     /// The tension held.
     double GetSigma() const noexcept { return m_sigma; }
-    /// The denormalised tension that belongs to the nodes held, kept so that restored
-    /// coefficients draw the curve they were computed for.
-    double GetSigmap() const noexcept { return m_sigmap; }
     /// The colour index held.
     std::int32_t GetColor() const noexcept { return m_color; }
     /// The nodes held, coefficients included.
@@ -114,7 +111,6 @@ protected:
 
 private:
     double m_sigma;
-    double m_sigmap;
     std::int32_t m_color;
     std::vector<TVrtPol> m_nodes;
     std::vector<TCvLvInterv> m_intervals;
@@ -267,7 +263,8 @@ protected:
     /// Puts a CCvLvMemento back, in this order: the colour when it differs (as SetColor); the
     /// tension when it differs (as ChangeSigmaTension, recomputing over the present nodes);
     /// then always, in one event with kind eCvLvChangeGeometry, the memento's nodes with their
-    /// coefficients and sigmap (not recomputed), every present interval reported removed, and
+    /// coefficients (nothing recomputed: sigmap stays the line's present one, which the memento
+    /// does not hold), every present interval reported removed, and
     /// new intervals made from the memento's values in their stored order. Throws
     /// std::invalid_argument, changing and reporting nothing, when @p memento is not a contour
     /// line memento.
