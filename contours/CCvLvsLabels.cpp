@@ -41,12 +41,11 @@ void CCvLvs::UpdateCvLvTextIntervals(CCvLv* line) {
         throw std::invalid_argument("CCvLvs::UpdateCvLvTextIntervals: null contour line");
     const unsigned count = line->GetNoIntervals();
     if (count == 0 || line->GetNoNodes() == 0) return;
-    bool anyText = false;
-    for (unsigned i = 0; i < count; ++i) anyText = anyText || line->GetIntervalAt(i)->IsText();
-    if (!anyText) return;
 
+    // Each interval is stored as a change of its own: outside an event of the caller's, every
+    // text interval is one event (and one undo step). SetTextOptions brackets all its lines in
+    // one event.
     const double extent = m_opz.GetQuotaExtent(line->GetQuota());
-    kor::CEventGuard event(m_context);
     for (unsigned i = 0; i < count; ++i) {
         const CCvLvInterv& interval = *line->GetIntervalAt(i);
         if (!interval.IsText()) continue;

@@ -133,20 +133,38 @@ TEST_F(LabelsTest, ThePreviousIntervalDoesNotLimitTheLabel) {
     ExpectInterval(*line, 1, 10.0 - half, 10.0 + half);
 }
 
-TEST_F(LabelsTest, UpdatingALineIsOneEventThatReportsTheLineOnce) {
+TEST_F(LabelsTest, UpdatingALineStoresEveryTextIntervalAsAChangeOfItsOwn) {
     CCvLv* line = AddStraightLine();
     line->AddInterval(10.0, 11.0, TEXT);
     line->AddInterval(20.0, 21.0, TEXT);
     line->AddInterval(30.0, 31.0, EMPTY);
     ForgetEvents();
-    // Unchanged extents are stored and reported all the same.
+    // Unchanged extents are stored and reported all the same; the gap is not visited.
     cvlvs->UpdateCvLvTextIntervals(line);
     cvlvs->UpdateCvLvTextIntervals(line);
-    ASSERT_EQ(recorder.events.size(), 2u);
-    EXPECT_EQ(recorder.events[1].cvLvModified, std::vector<CCvLv*>{line});
-    EXPECT_EQ(recorder.events[1].cvLvChangeType, eCvLvChangeGeometry);
-    EXPECT_EQ(listener->log, (Log{"BeginEvent", "CvLvModifying", "EndEvent", "BeginEvent",
-                                  "CvLvModifying", "EndEvent"}));
+    ASSERT_EQ(recorder.events.size(), 4u);
+    for (const auto& event : recorder.events) {
+        EXPECT_EQ(event.cvLvModified, std::vector<CCvLv*>{line});
+        EXPECT_EQ(event.cvLvChangeType, eCvLvChangeGeometry);
+    }
+    const Log one{"BeginEvent", "CvLvModifying", "EndEvent"};
+    Log four;
+    for (int i = 0; i < 4; ++i) four.insert(four.end(), one.begin(), one.end());
+    EXPECT_EQ(listener->log, four);
+}
+
+TEST_F(LabelsTest, UpdatingALineInsideAnEventOfTheCallerIsPartOfIt) {
+    CCvLv* line = AddStraightLine();
+    line->AddInterval(10.0, 11.0, TEXT);
+    line->AddInterval(20.0, 21.0, TEXT);
+    ForgetEvents();
+    {
+        kor::CEventGuard event(context);
+        cvlvs->UpdateCvLvTextIntervals(line);
+    }
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].cvLvModified, std::vector<CCvLv*>{line});
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "CvLvModifying", "EndEvent"}));
 }
 
 TEST_F(LabelsTest, LinesWithoutNodesOrLabelsAreLeftAlone) {

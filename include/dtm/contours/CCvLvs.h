@@ -134,9 +134,9 @@ public:
     /// centre and takes half the label extent on either side, shortened by the start of the
     /// line and the start of the next interval; with a label that is not centred on the line
     /// (extent 0) it collapses to its centre. Empty intervals are left alone. Every text
-    /// interval is stored with CCvLv::ChangeIntervalDimension, changed or not, all in one
-    /// event. Nothing happens when the line has no intervals or no nodes. Throws
-    /// std::invalid_argument for a null line.
+    /// interval is stored with CCvLv::ChangeIntervalDimension, changed or not, each an event of
+    /// its own unless the caller has one open. Nothing happens when the line has no intervals or no
+    /// nodes. Throws std::invalid_argument for a null line.
     void UpdateCvLvTextIntervals(CCvLv* line);
 
     /// Sets the label text options. Nothing happens when every value equals the stored one
