@@ -106,17 +106,26 @@ void AppendProjectHeader(std::vector<char>& bytes, const CDtmPrj& prj, std::uint
     block.Close();
 }
 
+void AppendAttributes(std::vector<char>& bytes, const SurveyAttributes& attributes) {
+    Append(bytes, static_cast<std::uint32_t>(attributes.size()));
+    for (const auto& attribute : attributes) {
+        AppendText(bytes, attribute.first);
+        AppendText(bytes, attribute.second);
+    }
+}
+
 void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
     BlockWriter block(bytes, kSurveyTag);
     Append(bytes, kSurveyFormat);
     AppendText(bytes, record.units.system);
-    Append(bytes, static_cast<std::uint32_t>(record.units.attributes.size()));
-    for (const auto& attribute : record.units.attributes) {
-        AppendText(bytes, attribute.first);
-        AppendText(bytes, attribute.second);
-    }
+    AppendAttributes(bytes, record.units.attributes);
     Append(bytes, static_cast<std::uint32_t>(record.pointIds.size()));
     for (const long long id : record.pointIds) Append<std::int64_t>(bytes, id);
+    Append(bytes, static_cast<std::uint32_t>(record.breaklines.size()));
+    for (const SurveyBreakline& line : record.breaklines) {
+        Append(bytes, static_cast<std::uint32_t>(line.segments));
+        AppendAttributes(bytes, line.attributes);
+    }
     block.Close();
 }
 
@@ -299,6 +308,16 @@ void ReadSection(CDtmPrj& prj, const ProjectSection& section,
                                " but its reader used " + Count(buffer.Consumed()));
 }
 
+SurveyAttributes ReadAttributes(FieldReader& fields) {
+    SurveyAttributes attributes;
+    const std::uint32_t count = fields.Read<std::uint32_t>();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        std::string name = fields.ReadText();
+        attributes.emplace_back(std::move(name), fields.ReadText());
+    }
+    return attributes;
+}
+
 // Reads the survey record of @p prj; a record of a later layout is skipped.
 void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::string& what,
                       SurveyRecords& surveys) {
@@ -306,11 +325,7 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
     if (fields.Read<std::uint16_t>() != kSurveyFormat) return;
     SurveyRecord record;
     record.units.system = fields.ReadText();
-    const std::uint32_t attributes = fields.Read<std::uint32_t>();
-    for (std::uint32_t i = 0; i < attributes; ++i) {
-        std::string name = fields.ReadText();
-        record.units.attributes.emplace_back(std::move(name), fields.ReadText());
-    }
+    record.units.attributes = ReadAttributes(fields);
     const std::uint32_t ids = fields.Read<std::uint32_t>();
     const int vertices = prj.GetTris()->GetNoTriVrts();
     if (ids != 0 && ids != static_cast<std::uint32_t>(vertices))
@@ -318,6 +333,16 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
                                Counted(static_cast<std::size_t>(vertices), "vertex", "vertices"));
     record.pointIds.reserve(ids);
     for (std::uint32_t i = 0; i < ids; ++i) record.pointIds.push_back(fields.Read<std::int64_t>());
+    const std::uint32_t breaklines = fields.Read<std::uint32_t>();
+    for (std::uint32_t i = 0; i < breaklines; ++i) {
+        SurveyBreakline line;
+        line.segments = fields.Read<std::uint32_t>();
+        if (line.segments == 0)
+            throw document.Damaged(what + " holds breakline " + std::to_string(i + 1) +
+                                   " without a segment");
+        line.attributes = ReadAttributes(fields);
+        record.breaklines.push_back(std::move(line));
+    }
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
 }

@@ -12,11 +12,12 @@
 //                           2 locked), uint32 number of section blocks that follow
 //     one block per section, in the order of ProjectSections()
 //     block "SRVY"          only for a project with a survey record, after the sections (and
-//                           counted with them): uint16 record format (1), uint32 length and
-//                           text of the units system ("" when unknown), uint32 attribute
-//                           count, each attribute as uint32 length and name, uint32 length
-//                           and value; uint32 point id count (0 or the vertex count), int64
-//                           ids in vertex order
+//                           counted with them): uint16 record format (1); the units as uint32
+//                           length and text of the system ("" when unknown) and attributes;
+//                           uint32 point id count (0 or the vertex count), int64 ids in vertex
+//                           order; uint32 breakline count, each as uint32 segment count (at
+//                           least 1) and attributes. Attributes are a uint32 count, then each
+//                           name and value as uint32 length and text.
 //
 // A block is: uint32 tag (four ASCII letters), uint64 payload length, uint32 CRC-32 of the
 // payload, then the payload. The length lets a reader check that a section's reader consumed

@@ -374,21 +374,23 @@ private:
         return Error(node.offset_debug(), what);
     }
 
-    // The units the whole file is in: the first element inside <Units>, with its attributes as
-    // they stand (namespace declarations aside).
-    static SurveyUnits ReadUnits(const pugi::xml_node& element) {
-        SurveyUnits units;
-        for (pugi::xml_node system : element.children()) {
-            if (system.type() != pugi::node_element) continue;
-            units.system = LocalName(system);
-            for (pugi::xml_attribute attribute : system.attributes()) {
-                const std::string name = attribute.name();
-                if (name == "xmlns" || name.rfind("xmlns:", 0) == 0) continue;
-                units.attributes.emplace_back(name, attribute.value());
-            }
-            break;
+    // The attributes of @p element as they stand, namespace declarations aside.
+    static SurveyAttributes ReadAttributes(const pugi::xml_node& element) {
+        SurveyAttributes attributes;
+        for (pugi::xml_attribute attribute : element.attributes()) {
+            const std::string name = attribute.name();
+            if (name == "xmlns" || name.rfind("xmlns:", 0) == 0) continue;
+            attributes.emplace_back(name, attribute.value());
         }
-        return units;
+        return attributes;
+    }
+
+    // The units the whole file is in: the first element inside <Units>, with its attributes.
+    static SurveyUnits ReadUnits(const pugi::xml_node& element) {
+        for (pugi::xml_node system : element.children())
+            if (system.type() == pugi::node_element)
+                return {LocalName(system), ReadAttributes(system)};
+        return {};
     }
 
     void ReadSurface(const pugi::xml_node& element, std::vector<TinSurface>& surfaces) {
@@ -500,7 +502,10 @@ private:
             for (pugi::xml_node list : breakline.children())
                 if (Is(list, "PntList3D")) {
                     Polyline3D line = ReadPointList(list, "breakline");
-                    if (line.size() >= 2) surface.breaklines.push_back(std::move(line));
+                    if (line.size() < 2) continue;
+                    surface.survey.breaklines.push_back(
+                        {ReadAttributes(breakline), line.size() - 1});
+                    surface.breaklines.push_back(std::move(line));
                 }
         }
     }

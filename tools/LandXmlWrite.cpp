@@ -76,6 +76,19 @@ void WriteBoundaries(XmlText& xml, const std::vector<Polyline3D>& rings, const c
     }
 }
 
+void WriteAttributes(XmlText& xml, const SurveyAttributes& attributes) {
+    for (const auto& attribute : attributes)
+        xml << " " << attribute.first << "=\"" << XmlEscaped(attribute.second) << "\"";
+}
+
+// The attributes of breakline @p index: the survey's where the record follows the lines, else
+// a plain standard breakline.
+SurveyAttributes BreaklineAttributes(const TinSurface& surface, std::size_t index) {
+    if (surface.survey.breaklines.size() == surface.breaklines.size())
+        return surface.survey.breaklines[index].attributes;
+    return {{"brkType", "standard"}};
+}
+
 void WriteSourceData(XmlText& xml, const TinSurface& surface) {
     if (surface.breaklines.empty() && surface.externalBoundaries.empty() &&
         surface.internalBoundaries.empty())
@@ -89,9 +102,11 @@ void WriteSourceData(XmlText& xml, const TinSurface& surface) {
     }
     if (!surface.breaklines.empty()) {
         xml << "        <Breaklines>\n";
-        for (const Polyline3D& line : surface.breaklines) {
-            xml << "          <Breakline brkType=\"standard\">";
-            WritePointList(xml, line, false);
+        for (std::size_t i = 0; i < surface.breaklines.size(); ++i) {
+            xml << "          <Breakline";
+            WriteAttributes(xml, BreaklineAttributes(surface, i));
+            xml << ">";
+            WritePointList(xml, surface.breaklines[i], false);
             xml << "</Breakline>\n";
         }
         xml << "        </Breaklines>\n";
@@ -146,8 +161,7 @@ std::string Timestamp(const char* format) {
 void WriteUnits(XmlText& xml, const SurveyUnits& units) {
     if (!units.IsKnown()) return;
     xml << "  <Units>\n    <" << units.system;
-    for (const auto& attribute : units.attributes)
-        xml << " " << attribute.first << "=\"" << XmlEscaped(attribute.second) << "\"";
+    WriteAttributes(xml, units.attributes);
     xml << "/>\n  </Units>\n";
 }
 

@@ -39,6 +39,33 @@ bool SamePoint(const PNT_3D& a, const PNT_3D& b) {
     return a.x == b.x && a.y == b.y && a.z == b.z;
 }
 
+// The project's breakline segments as polylines: cut where the survey's lines ended when the
+// record accounts for every segment, else joined wherever a segment starts exactly where the
+// previous one ended.
+std::vector<Polyline3D> BreaklinesOf(const CVncs& vncs, const SurveyRecord* record) {
+    std::size_t recorded = 0;
+    if (record)
+        for (const SurveyBreakline& line : record->breaklines) recorded += line.segments;
+    const bool cutByRecord = record && !record->breaklines.empty() &&
+                             recorded == static_cast<std::size_t>(vncs.GetNoVncs());
+    std::vector<Polyline3D> lines;
+    // With the record: the next of its lines, and the segments left of the current one (every
+    // record line has at least one).
+    std::size_t next = 0, left = 0;
+    for (int i = 0; i < vncs.GetNoVncs(); ++i) {
+        const kor::geom::LINE_3D& segment = vncs.GetVncAt(i)->GetCoords();
+        bool starts = lines.empty() || !SamePoint(lines.back().back(), segment.start);
+        if (cutByRecord) {
+            starts = left == 0;
+            if (starts) left = record->breaklines[next++].segments;
+            --left;
+        }
+        if (starts) lines.push_back({segment.start});
+        lines.back().push_back(segment.end);
+    }
+    return lines;
+}
+
 }  // namespace
 
 CDtmPrj* AddSurfaceProject(Workspace& workspace, const TinSurface& surface) {
@@ -90,14 +117,10 @@ TinSurface SurfaceOfProject(const CDtmPrj& prj, const SurveyRecord* record) {
     for (int i = 0; i < prj.GetCnts(true)->GetNoCnts(); ++i)
         surface.internalBoundaries.push_back(RealRing(*prj.GetCnts(true)->GetCntAt(i)));
 
-    const CVncs& vncs = *prj.GetVncs();
-    for (int i = 0; i < vncs.GetNoVncs(); ++i) {
-        const kor::geom::LINE_3D& segment = vncs.GetVncAt(i)->GetCoords();
-        if (surface.breaklines.empty() ||
-            !SamePoint(surface.breaklines.back().back(), segment.start))
-            surface.breaklines.push_back({segment.start});
-        surface.breaklines.back().push_back(segment.end);
-    }
+    surface.breaklines = BreaklinesOf(*prj.GetVncs(), record);
+    // Attributes go with the lines only where the record cut them.
+    if (surface.breaklines.size() != surface.survey.breaklines.size())
+        surface.survey.breaklines.clear();
     return surface;
 }
 

@@ -6,6 +6,7 @@
 // receiving program coordinates it may read in the wrong unit, with points it cannot match
 // to the field book.
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <utility>
@@ -15,12 +16,15 @@ class CDtmPrj;
 
 namespace dtmtool {
 
+/// Attributes of a LandXML element as they stood: names and values in file order, kept as text
+/// so that a value this program has not heard of comes out as it went in.
+using SurveyAttributes = std::vector<std::pair<std::string, std::string>>;
+
 /// The units a LandXML file states: the element inside <Units> ("Metric" or "Imperial") and its
-/// attributes in file order, kept as text so that a unit this program has not heard of comes
-/// out as it went in. An empty system means the units are not known.
+/// attributes. An empty system means the units are not known.
 struct SurveyUnits {
     std::string system;
-    std::vector<std::pair<std::string, std::string>> attributes;
+    SurveyAttributes attributes;
 
     bool IsKnown() const noexcept { return !system.empty(); }
     /// The value of attribute @p name, or an empty text.
@@ -33,14 +37,30 @@ struct SurveyUnits {
     bool operator!=(const SurveyUnits& other) const { return !(*this == other); }
 };
 
+/// One breakline of the survey: its attributes (name, brkType, desc and the like) and the number
+/// of the project's breakline segments it became, one per pair of consecutive points.
+struct SurveyBreakline {
+    SurveyAttributes attributes;
+    std::size_t segments = 0;
+
+    bool operator==(const SurveyBreakline& other) const {
+        return attributes == other.attributes && segments == other.segments;
+    }
+};
+
 /// The survey facts of one project.
 struct SurveyRecord {
     SurveyUnits units;
     /// The survey's id of each vertex, in vertex order; empty when the points have no ids of
     /// their own (they are then numbered 1..n on export).
     std::vector<long long> pointIds;
+    /// The survey's breaklines in the order the project's segments follow them; empty when
+    /// not known (an export then joins segments that meet end to start into one line).
+    std::vector<SurveyBreakline> breaklines;
 
-    bool IsEmpty() const noexcept { return !units.IsKnown() && pointIds.empty(); }
+    bool IsEmpty() const noexcept {
+        return !units.IsKnown() && pointIds.empty() && breaklines.empty();
+    }
 };
 
 /// The records of the projects of one library, by project.

@@ -61,6 +61,21 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
                   std::string::npos)
             << info.out;
 
+    // An export gives the survey back: its points under their own ids, its units, and its
+    // breaklines one by one with their attributes.
+    const CliResult exported = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());
+    ASSERT_EQ(exported.status, 0) << exported.err;
+    EXPECT_EQ(exported.err, "");
+    const std::vector<dtmtool::TinSurface> back = dtmtool::ReadLandXml(folder.File("back.xml"));
+    ASSERT_EQ(back.size(), surfaces.size());
+    for (std::size_t s = 0; s < surfaces.size(); ++s) {
+        EXPECT_EQ(back[s].points.size(), surfaces[s].points.size());
+        EXPECT_EQ(back[s].survey.pointIds, surfaces[s].survey.pointIds);
+        EXPECT_EQ(back[s].survey.units, surfaces[s].survey.units);
+        EXPECT_EQ(back[s].breaklines.size(), surfaces[s].breaklines.size());
+        EXPECT_EQ(back[s].survey.breaklines, surfaces[s].survey.breaklines);
+    }
+
     const auto renderStart = std::chrono::steady_clock::now();
     const CliResult render = RunDtm({"render", "survey.dtm", "-o", "survey.svg"}, folder.Path());
     const double renderSeconds = Seconds(renderStart);

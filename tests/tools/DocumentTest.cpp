@@ -306,6 +306,7 @@ RecordedDocument SmallDocumentWithRecords() {
     const int vertices = workspace.Library().GetPrj(0)->GetTris()->GetNoTriVrts();
     for (int i = 0; i < vertices; ++i)
         record.pointIds.push_back(i % 2 == 0 ? 9000000000LL + i : -i);
+    record.breaklines = {{{{"name", "Ridge"}, {"brkType", "standard"}}, 2}};
     workspace.Surveys()[workspace.Library().GetPrj(1)];
     return {SerializeDocument(workspace.Library(), dtmtool::kNewestDocumentVersion,
                               &workspace.Surveys()),
@@ -322,19 +323,27 @@ TEST(DocumentTest, ASurveyRecordFollowsItsProjectsSectionsAndReadsBack) {
     EXPECT_EQ(Get<std::uint32_t>(bytes, blocks[1].payload() + 13), 7u);
     EXPECT_EQ(blocks[9].tag, "PRJ ");
     EXPECT_EQ(Get<std::uint32_t>(bytes, blocks[9].payload() + 14), 6u);
-    // The layout: format 1, the system, the attributes, the ids.
+    // The layout: format 1, the system, its attributes, the ids, the breaklines.
     std::size_t at = blocks[8].payload();
     EXPECT_EQ(Get<std::uint16_t>(bytes, at), 1u);
     EXPECT_EQ(Get<std::uint32_t>(bytes, at + 2), 8u);
     EXPECT_EQ(std::string(bytes.data() + at + 6, 8), "Imperial");
     EXPECT_EQ(Get<std::uint32_t>(bytes, at + 14), 2u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 18), 10u);
+    EXPECT_EQ(std::string(bytes.data() + at + 22, 10), "linearUnit");
     const dtmtool::SurveyRecord& expected = document.first;
     const std::size_t ids = expected.pointIds.size();
-    EXPECT_EQ(blocks[8].length,
-              2u + 4 + 8 + 4 + (4 + 10 + 4 + 12) + (4 + 8 + 4 + 10) + 4 + 8 * ids);
-    at = blocks[8].payload() + blocks[8].length - 8 * ids - 4;
+    at += 2 + 4 + 8 + 4 + (4 + 10 + 4 + 12) + (4 + 8 + 4 + 10);
     EXPECT_EQ(Get<std::uint32_t>(bytes, at), ids);
     EXPECT_EQ(Get<std::int64_t>(bytes, at + 4), expected.pointIds[0]);
+    EXPECT_EQ(Get<std::int64_t>(bytes, at + 12), expected.pointIds[1]);
+    at += 4 + 8 * ids;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 1u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 4), 2u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 8), 2u);
+    EXPECT_EQ(std::string(bytes.data() + at + 16, 4), "name");
+    EXPECT_EQ(blocks[8].payload() + blocks[8].length,
+              at + 4 + 4 + 4 + (4 + 4 + 4 + 5) + (4 + 7 + 4 + 8));
 
     Workspace read;
     ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
@@ -344,6 +353,7 @@ TEST(DocumentTest, ASurveyRecordFollowsItsProjectsSectionsAndReadsBack) {
     ASSERT_NE(record, nullptr);
     EXPECT_EQ(record->units, expected.units);
     EXPECT_EQ(record->pointIds, expected.pointIds);
+    EXPECT_EQ(record->breaklines, expected.breaklines);
     EXPECT_EQ(SerializeDocument(read.Library(), dtmtool::kNewestDocumentVersion, &read.Surveys()),
               bytes);
 }
@@ -371,14 +381,15 @@ TEST(DocumentTest, ARecordWhosePointIdsDoNotFitTheNetworkIsDamaged) {
     RecordedDocument document = SmallDocumentWithRecords();
     std::vector<char>& bytes = document.bytes;
     Block record = Blocks(bytes)[8];
-    // Drop the last id and lower the count by one.
-    const std::size_t end = record.payload() + record.length;
-    bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(end - 8),
-                bytes.begin() + static_cast<std::ptrdiff_t>(end));
-    record.length -= 8;
+    // Drop the last id and lower the count by one; the ids follow the units.
     const std::size_t vertices = document.first.pointIds.size();
-    const std::size_t countAt = record.payload() + record.length - 8 * (vertices - 1) - 4;
+    const std::size_t countAt =
+        record.payload() + 2 + 4 + 8 + 4 + (4 + 10 + 4 + 12) + (4 + 8 + 4 + 10);
     ASSERT_EQ(Get<std::uint32_t>(bytes, countAt), vertices);
+    const std::size_t lastId = countAt + 4 + 8 * (vertices - 1);
+    bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(lastId),
+                bytes.begin() + static_cast<std::ptrdiff_t>(lastId + 8));
+    record.length -= 8;
     Put<std::uint32_t>(bytes, countAt, static_cast<std::uint32_t>(vertices - 1));
     Reseal(bytes, record);
     Workspace read;
@@ -390,6 +401,27 @@ TEST(DocumentTest, ARecordWhosePointIdsDoNotFitTheNetworkIsDamaged) {
                   kFile + ": is damaged: the survey record of project 'First' holds " +
                       std::to_string(vertices - 1) + " point ids for " + std::to_string(vertices) +
                       " vertices");
+    }
+}
+
+TEST(DocumentTest, ARecordBreaklineWithoutASegmentIsDamaged) {
+    std::vector<char> bytes = SmallDocumentWithRecords().bytes;
+    const Block record = Blocks(bytes)[8];
+    // The breakline's segment count follows the breakline count, after the ids.
+    const std::size_t at =
+        record.payload() + record.length - (4 + (4 + 4 + 4 + 5) + (4 + 7 + 4 + 8)) - 4;
+    ASSERT_EQ(Get<std::uint32_t>(bytes, at), 2u);
+    Put<std::uint32_t>(bytes, at, 0u);
+    Reseal(bytes, record);
+    Workspace read;
+    try {
+        ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+        ADD_FAILURE() << "no error";
+    } catch (const ToolError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  kFile +
+                      ": is damaged: the survey record of project 'First' holds breakline 1 "
+                      "without a segment");
     }
 }
 

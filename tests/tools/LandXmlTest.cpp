@@ -258,6 +258,37 @@ TEST(LandXmlTest, WithoutIdsForEveryPointTheWriterNumbersThemAndStatesNoUnknownU
     EXPECT_EQ(read[0].faces, surface.faces);
 }
 
+TEST(LandXmlTest, BreaklineAttributesAreKeptPerPointListAndWrittenBack) {
+    const std::string text =
+        "<LandXML><Surfaces><Surface name=\"S\"><SourceData><Breaklines>"
+        "<Breakline name=\"Kerb &amp; gutter\" brkType=\"nonDestructive\" desc=\"d\">"
+        "<PntList3D>0 0 1 1 1 1 2 2 2</PntList3D><PntList3D>5 5 5 6 6 6</PntList3D></Breakline>"
+        "<Breakline><PntList3D>7 7 7</PntList3D></Breakline>"
+        "<Breakline brkType=\"standard\"><PntList3D>8 8 8 9 9 9</PntList3D></Breakline>"
+        "</Breaklines></SourceData><Definition surfType=\"TIN\"><Pnts><P id=\"1\">0 0 1</P>"
+        "<P id=\"2\">0 1 1</P><P id=\"3\">1 1 1</P></Pnts><Faces><F>1 2 3</F></Faces>"
+        "</Definition></Surface></Surfaces></LandXML>";
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read[0].breaklines.size(), 3u);
+    const dtmtool::SurveyAttributes kerb{
+        {"name", "Kerb & gutter"}, {"brkType", "nonDestructive"}, {"desc", "d"}};
+    // The single point list makes no breakline and has no entry.
+    const std::vector<dtmtool::SurveyBreakline> expected{
+        {kerb, 2}, {kerb, 1}, {{{"brkType", "standard"}}, 1}};
+    EXPECT_EQ(read[0].survey.breaklines, expected);
+
+    const std::vector<TinSurface> again = Parse(dtmtool::LandXmlText(read));
+    EXPECT_EQ(again[0].survey.breaklines, expected);
+    // Lines the record does not describe are written as standard breaklines.
+    TinSurface plain = read[0];
+    plain.survey.breaklines.clear();
+    const std::string written = dtmtool::LandXmlText({plain});
+    EXPECT_EQ(Parse(written)[0].survey.breaklines,
+              (std::vector<dtmtool::SurveyBreakline>{{{{"brkType", "standard"}}, 2},
+                                                     {{{"brkType", "standard"}}, 1},
+                                                     {{{"brkType", "standard"}}, 1}}));
+}
+
 TEST(LandXmlTest, OneFileStatesTheUnitsTheSurfacesShare) {
     TinSurface a = SmallSurface(), b = SmallSurface(), c = SmallSurface();
     a.name = "A";

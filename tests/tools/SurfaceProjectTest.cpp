@@ -72,6 +72,53 @@ TEST(SurfaceProjectTest, AProjectTurnsBackIntoTheSameSurface) {
     EXPECT_EQ(back.internalBoundaries[0].size(), 3u);
 }
 
+// Three survey breaklines of which the second starts where the first ends: joined by position
+// they would make two lines.
+TinSurface TouchingBreaklines() {
+    TinSurface surface = Sample();
+    surface.breaklines = {{{10, 20, 4}, {12, 22, 5}},
+                          {{12, 22, 5}, {14, 24, 6}, {16, 24, 6}},
+                          {{20, 20, 4}, {20, 28, 5}}};
+    surface.survey.breaklines = {
+        {{{"name", "A"}}, 1}, {{{"name", "B"}, {"desc", "kerb"}}, 2}, {{{"name", "C"}}, 1}};
+    return surface;
+}
+
+TEST(SurfaceProjectTest, TheRecordCutsBreaklinesWhereTheSurveysLinesEnded) {
+    Workspace workspace;
+    const TinSurface surface = TouchingBreaklines();
+    const CDtmPrj& prj = *dtmtool::AddSurfaceProject(workspace, surface);
+    const dtmtool::SurveyRecord* record = dtmtool::FindSurveyRecord(workspace.Surveys(), prj);
+    ASSERT_NE(record, nullptr);
+    const TinSurface back = dtmtool::SurfaceOfProject(prj, record);
+    ASSERT_EQ(back.breaklines.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        ASSERT_EQ(back.breaklines[i].size(), surface.breaklines[i].size()) << i;
+        for (std::size_t k = 0; k < back.breaklines[i].size(); ++k) {
+            EXPECT_EQ(back.breaklines[i][k].x, surface.breaklines[i][k].x);
+            EXPECT_EQ(back.breaklines[i][k].y, surface.breaklines[i][k].y);
+        }
+    }
+    EXPECT_EQ(back.survey.breaklines, surface.survey.breaklines);
+}
+
+TEST(SurfaceProjectTest, WithoutARecordThatAccountsForEverySegmentBreaklinesAreJoined) {
+    Workspace workspace;
+    const TinSurface surface = TouchingBreaklines();
+    const CDtmPrj& prj = *dtmtool::AddSurfaceProject(workspace, surface);
+    const TinSurface joined = dtmtool::SurfaceOfProject(prj);
+    ASSERT_EQ(joined.breaklines.size(), 2u);
+    EXPECT_EQ(joined.breaklines[0].size(), 4u);
+    EXPECT_TRUE(joined.survey.breaklines.empty());
+    // A record that counts one segment too many is not followed either, and its attributes,
+    // which would no longer match the lines, are dropped.
+    dtmtool::SurveyRecord record = *dtmtool::FindSurveyRecord(workspace.Surveys(), prj);
+    record.breaklines[1].segments = 3;
+    const TinSurface back = dtmtool::SurfaceOfProject(prj, &record);
+    EXPECT_EQ(back.breaklines.size(), 2u);
+    EXPECT_TRUE(back.survey.breaklines.empty());
+}
+
 TEST(SurfaceProjectTest, ProjectNamesAreMadeUnique) {
     Workspace workspace;
     dtmtool::AddSurfaceProject(workspace, Sample());
