@@ -20,10 +20,6 @@ constexpr std::int16_t OLD_LABEL_NODE = 2;
 /// An old label position is in hundredths of its segment's length.
 constexpr double OLD_POSITION_STEPS = 100.0;
 
-/// A damaged decimals value must not build a label of millions of digits; a double carries no
-/// more than this many significant ones.
-constexpr int MAX_LABEL_DECIMALS = std::numeric_limits<double>::max_digits10;
-
 /// The length of the vector (@p dx, @p dy), with the larger component factored out so that
 /// squaring cannot overflow or underflow.
 double Hypotenuse(double dx, double dy) {
@@ -48,7 +44,7 @@ void CCvLv::ConvertOldVrtPolTipo2(double sigmap, double elevation, double charHe
     double t = position * step;
     start = t + base;
 
-    const kor::String text = StringDaDouble(elevation, std::min(decimals, MAX_LABEL_DECIMALS));
+    const kor::String text = StringDaDouble(elevation, decimals);
     // Old files always measured their labels as centred ones, whatever the alignment.
     const double span = COpzCvLv::LabelExtent(text.length(), charHeight);
     const double last = node1.len - dtm::ToleranceOf(node1.len);

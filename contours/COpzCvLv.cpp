@@ -38,10 +38,6 @@ constexpr std::uint16_t kDefaultCategoryColor = 7;
 constexpr double kLabelTrailingSpacing = 0.3333;
 constexpr double kLabelClearance = 1.0;
 
-/// More decimals than a double carries only add noise digits; the cap keeps a damaged decimals
-/// value from building a label of millions of characters.
-constexpr int kMaxLabelDecimals = std::numeric_limits<double>::max_digits10;
-
 /// The alignment a stored value stands for. The check is on the value taken as unsigned, so a
 /// negative value is out of range too. Applied to INI and stream reads alike.
 enumTextVAlignment VAlignmentFromStored(long stored) {
@@ -255,8 +251,7 @@ bool COpzCvLv::ReadVisGroup(ifpstream& stream) {
 }
 
 kor::String COpzCvLv::GetFullQuotaText(double elevation) const {
-    const int decimals = static_cast<int>(std::min<std::int32_t>(m_decimals, kMaxLabelDecimals));
-    return m_prefix + StringDaDouble(elevation, decimals) + m_suffix;
+    return m_prefix + StringDaDouble(elevation, m_decimals) + m_suffix;
 }
 
 double COpzCvLv::LabelExtent(std::size_t characters, double textHeight) {

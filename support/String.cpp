@@ -55,7 +55,7 @@ kor::String StringDaDouble(double value, int decimals) {
     std::ostringstream text;
     text.imbue(std::locale::classic());
     text.setf(std::ios::fixed, std::ios::floatfield);
-    text.precision(std::max(decimals, 0));
+    text.precision(std::min(std::max(decimals, 0), STRING_MAX_DECIMALS));
     text << value;
     std::string formatted = text.str();
     // A value that rounds to zero is shown without a sign: a label "-0.00" would puzzle a user.

@@ -423,12 +423,14 @@ TEST_F(OpzCvLvTest, FullQuotaTextCountsNegativeDecimalsAsZero) {
     EXPECT_EQ("12", options.GetFullQuotaText(12.25).str());
 }
 
-TEST_F(OpzCvLvTest, FullQuotaTextCapsDamagedDecimalsAtWhatADoubleCarries) {
+TEST_F(OpzCvLvTest, FullQuotaTextWritesTheDecimalsAsSetUpToTheFormattersLimit) {
     COpzCvLv options;
-    options.SetDecimals(17);
-    EXPECT_EQ("0.50000000000000000", options.GetFullQuotaText(0.5).str());
+    options.SetDecimals(20);
+    EXPECT_EQ("0.50000000000000000000", options.GetFullQuotaText(0.5).str());
+    EXPECT_EQ(StringDaDouble(0.1, 20), options.GetFullQuotaText(0.1));
     options.SetDecimals(2000000000);  // would make a label of two thousand million digits
-    EXPECT_EQ("0.50000000000000000", options.GetFullQuotaText(0.5).str());
+    EXPECT_EQ(std::string("0.5") + std::string(STRING_MAX_DECIMALS - 1, '0'),
+              options.GetFullQuotaText(0.5).str());
     EXPECT_EQ(2000000000, options.GetDecimals());  // stored as set
 }
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <locale>
 #include <random>
 #include <sstream>
@@ -145,6 +146,19 @@ TEST(StringTest, StringDaDoubleGivesTheAskedDecimals) {
     EXPECT_EQ(StringDaDouble(value, 6).str(), "3.141593");
     EXPECT_EQ(StringDaDouble(value, -2).str(), "3");
     EXPECT_EQ(StringDaDouble(120.0, 2).str(), "120.00");
+}
+
+TEST(StringTest, StringDaDoubleWritesEveryDigitADoubleHasAndNoMore) {
+    // The smallest subnormal, 2^-1074, written out exactly, needs all 1074 decimals; its last
+    // digit is the 5 every negative power of two ends with.
+    const double tiny = std::numeric_limits<double>::denorm_min();
+    const std::string full = StringDaDouble(tiny, STRING_MAX_DECIMALS).str();
+    ASSERT_EQ(full.size(), 2u + STRING_MAX_DECIMALS);
+    EXPECT_EQ(full.substr(0, 2), "0.");
+    EXPECT_EQ(full.back(), '5');
+    // Asking for more gives the same text: beyond the cap only zeros would follow.
+    EXPECT_EQ(StringDaDouble(tiny, STRING_MAX_DECIMALS + 1).str(), full);
+    EXPECT_EQ(StringDaDouble(1.5, 2000000000).str().size(), 2u + STRING_MAX_DECIMALS);
 }
 
 TEST(StringTest, StringDaDoubleRoundsToNearest) {

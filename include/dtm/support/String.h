@@ -52,5 +52,11 @@ DTM_API int kor_sprintf(char* buffer, std::size_t size, const char* format, ...)
     ;
 
 /// @p value with @p decimals digits after a '.' (never a locale's comma), rounded to nearest.
-/// Negative @p decimals count as 0.
+/// Negative @p decimals count as 0, and more than STRING_MAX_DECIMALS as that many.
 DTM_API kor::String StringDaDouble(double value, int decimals);
+
+/// The most decimals StringDaDouble writes: the longest fraction a double can have in decimal
+/// (that of the smallest subnormal), so every digit up to it may be significant. Beyond it only
+/// zeros would follow, and a damaged count (a label option read as two billion) must not build
+/// a text of gigabytes.
+constexpr int STRING_MAX_DECIMALS = 1074;
