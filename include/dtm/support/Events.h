@@ -86,6 +86,11 @@ public:
         /// The outermost event of @p source has opened.
         virtual void OnEventOpened(CSourceEvent& source) = 0;
         /// The outermost event of @p source has closed; its change lists are still readable.
+        ///
+        /// A listener must not change what @p source reports on from here (add a breakline in
+        /// reply to another, say): the change would open an event of its own while this one is
+        /// still being told, which clears the change lists the later listeners read and the
+        /// undo step being built for this event. Make such a change after EndEvent returns.
         virtual void OnEventClosed(CSourceEvent& source) = 0;
     };
 
