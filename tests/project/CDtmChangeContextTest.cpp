@@ -3,6 +3,8 @@
 #include <dtm/breaklines/CVncs.h>
 #include <dtm/contours/CCvLv.h>
 #include <dtm/contours/CCvLvs.h>
+#include <dtm/network/CTri.h>
+#include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
 #include <dtm/project/CDtmPrj.h>
 #include <dtm/support/Events.h>
@@ -448,6 +450,37 @@ TEST_F(ChangeContextTest, RemoveAllOfAnEmptyNetworkSetsTheFlagOnly) {
     EXPECT_TRUE(recorder.events[0].triRemovedAll);
     EXPECT_TRUE(recorder.events[0].triRemoved.empty());
     EXPECT_FALSE(context->AreTriRemovedAll());
+}
+
+TEST_F(ChangeContextTest, RemoveAllOfAFilledNetworkTellsEachTriangleAfterTheFlag) {
+    CTris& tris = *prj->GetTris();
+    {
+        kor::CEventGuard event(context);
+        tris.AddTriVrt(kor::geom::PNT_3D(0, 0, 0));
+        tris.AddTriVrt(kor::geom::PNT_3D(1, 0, 0));
+        tris.AddTriVrt(kor::geom::PNT_3D(0, 1, 0));
+        tris.AddTriVrt(kor::geom::PNT_3D(1, 1, 0));
+        tris.AddNewTri(1, 0, 1, 2);
+        tris.AddNewTri(1, 1, 3, 2);
+    }
+    CTri* first = tris.GetTriAt(0);
+    CTri* second = tris.GetTriAt(1);
+    const int held = first->GetReferenceCount();
+    listener->log.clear();
+    recorder.events.clear();
+    {
+        kor::CEventGuard event(context);
+        Notify().TriRemoveAll();
+        // The removed list holds a reference on each triangle until the event closes.
+        EXPECT_EQ(first->GetReferenceCount(), held + 1);
+        EXPECT_EQ(second->GetReferenceCount(), held + 1);
+    }
+    EXPECT_EQ(listener->log,
+              (Log{"BeginEvent", "TriRemoveAll", "TriRemoved", "TriRemoved", "EndEvent"}));
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(recorder.events[0].triRemovedAll);
+    EXPECT_EQ(recorder.events[0].triRemoved, (std::vector<CTri*>{first, second}));
+    EXPECT_EQ(first->GetReferenceCount(), held);
 }
 
 }  // namespace
