@@ -32,12 +32,7 @@ public:
         AppendExact(m_text, value);
         return *this;
     }
-    XmlText& operator<<(std::size_t value) {
-        char buffer[24];
-        const std::to_chars_result written = std::to_chars(buffer, buffer + sizeof(buffer), value);
-        m_text.append(buffer, written.ptr);
-        return *this;
-    }
+    // A point id.
     XmlText& operator<<(long long value) {
         char buffer[24];
         const std::to_chars_result written = std::to_chars(buffer, buffer + sizeof(buffer), value);
