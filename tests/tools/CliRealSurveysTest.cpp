@@ -1,17 +1,26 @@
 // End to end on real surveys: every LandXML file beside the repository is imported, queried and
 // drawn. Skipped where the survey folder is absent (a user's clone).
 
+#include <dtm/dtm.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
+#include <fstream>
+#include <map>
 #include <pugixml.hpp>
+#include <sstream>
 
 #include "CliSupport.h"
+#include "Document.h"
 #include "LandXml.h"
+#include "SurveyRecord.h"
 #include "TempDir.h"
 #include "TestPaths.h"
 #include "TextFormat.h"
+#include "Workspace.h"
 
 namespace {
 
@@ -101,5 +110,92 @@ INSTANTIATE_TEST_SUITE_P(
             if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
         return name;
     });
+
+// A mesh in the plain text layout that a mesh plugin wrote from the same survey, read here
+// without any of the tool's code: "ND id x y z" nodes and "E3T id n1 n2 n3 material" triangles.
+struct TextMesh {
+    std::map<long long, kor::geom::PNT_3D> nodes;
+    std::vector<std::array<long long, 3>> triangles;
+};
+
+TextMesh ReadTextMesh(const std::string& path) {
+    std::ifstream in(path);
+    TextMesh mesh;
+    std::string line;
+    while (std::getline(in, line)) {
+        std::istringstream fields(line);
+        std::string card;
+        long long id = 0;
+        fields >> card >> id;
+        if (card == "ND") {
+            kor::geom::PNT_3D p;
+            fields >> p.x >> p.y >> p.z;
+            mesh.nodes[id] = p;
+        } else if (card == "E3T") {
+            std::array<long long, 3> nodes{};
+            fields >> nodes[0] >> nodes[1] >> nodes[2];
+            mesh.triangles.push_back(nodes);
+        }
+    }
+    return mesh;
+}
+
+// A triangle turned so that its smallest id comes first, its winding kept.
+std::array<long long, 3> Canonical(std::array<long long, 3> ids) {
+    std::rotate(ids.begin(), std::min_element(ids.begin(), ids.end()), ids.end());
+    return ids;
+}
+
+// The mesh was made from the three surfaces of Example_Clean without their hidden faces, each
+// node numbered by its survey id plus 10000 times its surface's position, x = easting and
+// y = northing, every triangle counter-clockwise. A document the tool imported from that survey
+// must hold exactly those vertices and triangles, with the same winding.
+TEST(CliRealSurveysCrossCheck, ExampleCleanHoldsTheTrianglesOfTheMeshMadeFromIt) {
+    const std::string survey = dtm_test::SharedDataDir() + "/landxml/qgismesh_Example_Clean.xml";
+    const std::string meshPath = dtm_test::SharedDataDir() + "/other/qgismesh_Example_Clean.2dm";
+    if (!dtm_test::FileExists(survey) || !dtm_test::FileExists(meshPath))
+        GTEST_SKIP() << "the Example_Clean survey or its mesh is not here";
+    const TextMesh mesh = ReadTextMesh(meshPath);
+    ASSERT_EQ(mesh.nodes.size(), 264u);
+    ASSERT_EQ(mesh.triangles.size(), 362u);
+
+    dtm_test::TempDir folder;
+    const CliResult imported = RunDtm({"import", survey, "-o", "survey.dtm"}, folder.Path());
+    ASSERT_EQ(imported.status, 0) << imported.err;
+    dtmtool::Workspace workspace;
+    dtmtool::LoadDocument(workspace, folder.File("survey.dtm"));
+    ASSERT_EQ(workspace.Library().GetNoPrj(), 3u);
+
+    std::vector<std::array<long long, 3>> fromDocument;
+    for (unsigned int s = 0; s < workspace.Library().GetNoPrj(); ++s) {
+        const CDtmPrj& prj = *workspace.Library().GetPrj(s);
+        const dtmtool::SurveyRecord* record = dtmtool::FindSurveyRecord(workspace.Surveys(), prj);
+        ASSERT_NE(record, nullptr) << "project " << s;
+        const CTris& tris = *prj.GetTris();
+        ASSERT_EQ(record->pointIds.size(), static_cast<std::size_t>(tris.GetNoTriVrts()));
+        const auto meshId = [&](int vertex) {
+            return record->pointIds[static_cast<std::size_t>(vertex)] + 10000LL * s;
+        };
+        for (int v = 0; v < tris.GetNoTriVrts(); ++v) {
+            const auto node = mesh.nodes.find(meshId(v));
+            ASSERT_NE(node, mesh.nodes.end()) << "vertex " << v << " of project " << s;
+            const kor::geom::PNT_3D& p = tris.GetTriVrtAt(v);
+            EXPECT_EQ(p.x, node->second.x) << "vertex " << v << " of project " << s;
+            EXPECT_EQ(p.y, node->second.y) << "vertex " << v << " of project " << s;
+            EXPECT_EQ(p.z, node->second.z) << "vertex " << v << " of project " << s;
+        }
+        for (int t = 0; t < tris.GetNoTris(); ++t) {
+            const CTri& tri = *tris.GetTriAt(t);
+            fromDocument.push_back(
+                Canonical({meshId(tri.GetVerIndex(0)), meshId(tri.GetVerIndex(1)),
+                           meshId(tri.GetVerIndex(2))}));
+        }
+    }
+    std::vector<std::array<long long, 3>> fromMesh;
+    for (const auto& triangle : mesh.triangles) fromMesh.push_back(Canonical(triangle));
+    std::sort(fromDocument.begin(), fromDocument.end());
+    std::sort(fromMesh.begin(), fromMesh.end());
+    EXPECT_EQ(fromDocument, fromMesh);
+}
 
 }  // namespace
