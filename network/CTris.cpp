@@ -147,6 +147,18 @@ CTri* CTris::AddNewTri(int colour, int i0, int i1, int i2) {
     return triangle;
 }
 
+void CTris::AppendNewTrisUnheard(CTri* const* created, std::size_t count) {
+    try {
+        m_tris.insert(m_tris.end(), created, created + count);
+    } catch (...) {
+        // The array is as it was; the references handed over have no other owner.
+        for (std::size_t i = 0; i < count; ++i) created[i]->SubReference();
+        throw;
+    }
+    m_appendedTris += count;  // search index: appends, not changes
+    m_context->NoteTrisAddedUnheard(created, count);
+}
+
 void CTris::RemoveTriAt(int i) {
     CTri* triangle = m_tris.at(static_cast<std::size_t>(i));
     m_tris.erase(m_tris.begin() + i);

@@ -590,6 +590,8 @@ private:
     static void WritePoints(const CTris& tris, CBlockWriter& writer, bool cloudBound);
     static bool ReadDirect(CTris& tris, std::istream& stream, short version, std::int32_t count);
     static bool ReadPointsDirect(CTris& tris, std::istream& stream, std::int32_t count);
+    static bool ReadTrisDirect(CTris& tris, std::istream& stream, short version,
+                               std::int32_t storedTris, std::int32_t& accepted);
     static void ReadRest(CTris& tris, std::istream& stream, short version, bool load,
                          std::int32_t sectionTris, bool fitsNetwork);
     static bool ServeFromCloud(CTris& tris, const TSectionData& data,
@@ -736,17 +738,8 @@ bool CTrisFileSection::ReadDirect(CTris& tris, std::istream& stream, short versi
     read = read && io::ReadRaw(stream, storedTris);
     if (!read) return true;
     tris.ReserveTriAppends(static_cast<std::size_t>(storedTris));
-    // Checked also on a broken network, where AddNewTri would not: a triangle taken in from a
-    // file never refers outside the vertex array.
-    const int vertexCount = tris.GetNoTriVrts();
     std::int32_t accepted = 0;
-    read = ReadItems(stream, storedTris, TriBytes(version), [&](const unsigned char*& bytes) {
-        const TSectionTri tri = TakeTri(bytes, version);
-        if (!RefersToVertices(tri, vertexCount)) return;  // dropped without a word
-        tris.AddNewTri(tri.colour, tri.vertex[0], tri.vertex[1], tri.vertex[2]);
-        ++accepted;
-    });
-    if (!read) return true;
+    if (!ReadTrisDirect(tris, stream, version, storedTris, accepted)) return true;
     if (HasTriColors(version)) {
         double minQuota = 0.0;
         double maxQuota = 0.0;
@@ -758,6 +751,50 @@ bool CTrisFileSection::ReadDirect(CTris& tris, std::istream& stream, short versi
     }
     ReadRest(tris, stream, version, true, storedTris, trisBefore == 0 && accepted == storedTris);
     return true;
+}
+
+// Appends the @p storedTris triangles that the stream holds to the network, counting in
+// @p accepted those that refer to its vertices; the others are dropped without a word. When
+// nobody hears the additions, the triangles of a block go in together: the same array and
+// the same list of the event as one AddNewTri after the other, without a call and a check
+// of the listener for each of millions of triangles.
+bool CTrisFileSection::ReadTrisDirect(CTris& tris, std::istream& stream, short version,
+                                      std::int32_t storedTris, std::int32_t& accepted) {
+    // Checked also on a broken network, where AddNewTri would not: a triangle taken in from a
+    // file never refers outside the vertex array.
+    const int vertexCount = tris.GetNoTriVrts();
+    if (!tris.AdditionsUnheard()) {
+        return ReadItems(stream, storedTris, TriBytes(version), [&](const unsigned char*& bytes) {
+            const TSectionTri tri = TakeTri(bytes, version);
+            if (!RefersToVertices(tri, vertexCount)) return;
+            tris.AddNewTri(tri.colour, tri.vertex[0], tri.vertex[1], tri.vertex[2]);
+            ++accepted;
+        });
+    }
+    std::vector<CTri*> made;
+    made.reserve(std::min(static_cast<std::size_t>(storedTris), kBlockBytes / TriBytes(version)));
+    return ReadBlocks(
+        stream, storedTris, TriBytes(version), [&](const unsigned char* bytes, std::int64_t items) {
+            made.clear();
+            const auto handOver = [&] {
+                tris.AppendNewTrisUnheard(made.data(), made.size());
+                accepted += static_cast<std::int32_t>(made.size());
+            };
+            try {
+                for (std::int64_t i = 0; i < items; ++i) {
+                    const TSectionTri tri = TakeTri(bytes, version);
+                    if (!RefersToVertices(tri, vertexCount)) continue;
+                    made.push_back(
+                        new CTri(tri.colour, tri.vertex[0], tri.vertex[1], tri.vertex[2]));
+                }
+            } catch (...) {
+                // Those made before the triangle that could not be had go in, as
+                // one by one they would have.
+                handOver();
+                throw;
+            }
+            handOver();
+        });
 }
 
 // Appends the @p count points that the stream holds to the network a block at a time. When

@@ -10,6 +10,7 @@
 #include "project/CCreateCmdExecutedEventListener.h"
 #include "support/ScopeExit.h"
 
+#include <cassert>
 #include <typeinfo>
 #include <utility>
 
@@ -320,6 +321,14 @@ void CDtmChangeContext::Notify_Tri_Added(CTri* triangle) {
 // same.
 bool CDtmChangeContext::AdditionsUnheard() const noexcept {
     return m_state->additionsUnheard && GetEventDepth() > 0;
+}
+
+void CDtmChangeContext::NoteTrisAddedUnheard(CTri* const* triangles, std::size_t count) {
+    assert(AdditionsUnheard());
+    if (m_state->triRemovedAll) return;
+    Recorded(this, [this, triangles, count] {
+        m_state->triAdded.insert(m_state->triAdded.end(), triangles, triangles + count);
+    });
 }
 
 void CDtmChangeContext::ReserveTriAdded(std::size_t count) {

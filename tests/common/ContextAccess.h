@@ -31,6 +31,7 @@ struct DtmChangeContextTestAccess {
     void CvLvModifying(CCvLv* e, enumCvLvChangeType t) { c.Notify_CvLv_Modifying(e, t); }
     void CvLvRemoved(CCvLv* e) { c.Notify_CvLv_Removed(e); }
     void CvLvIntervalRemoved(CCvLvInterv* e) { c.Notify_CvLv_IntervalRemoved(e); }
+    bool AdditionsUnheard() const { return c.AdditionsUnheard(); }
 };
 
 struct LibDtmChangeContextTestAccess {

@@ -22,6 +22,7 @@
 
 #include "FailingAllocator.h"
 #include "ProjectState.h"
+#include "support/ScopeExit.h"
 
 namespace {
 
@@ -281,6 +282,25 @@ TEST(AllocationFailure, ReadingTheNetworkSection) {
                 project.GetTris()->LeggeDaFile(stream, NoObjects(), true);
             });
     }
+}
+
+// With recording suspended nobody hears the additions, and the reader hands the network its
+// triangles a block at a time.
+TEST(AllocationFailure, ReadingTheNetworkSectionWhileRecordingIsSuspended) {
+    FailEachAllocationWhileReading(
+        1502,
+        [](const CDtmPrj& project, ofpstream& stream) {
+            kor::CPtr64Mapper mapper;
+            project.GetTris()->SalvaInFile(stream, &mapper);
+        },
+        [](CDtmPrj& project, ifpstream& stream) {
+            kor::CChangeTransactionManager& undo =
+                *project.GetContext()->GetChangeTransactionManager();
+            undo.SetRecordingSuspended(true);
+            const auto resume =
+                dtm::detail::OnScopeExit([&undo] { undo.SetRecordingSuspended(false); });
+            project.GetTris()->LeggeDaFile(stream, NoObjects(), true);
+        });
 }
 
 TEST(AllocationFailure, ReadingTheBoundarySections) {

@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <ios>
 #include <limits>
 #include <memory>
@@ -29,6 +30,7 @@
 
 #include "ByteBuilder.h"
 #include "CloudNetworkTestSupport.h"
+#include "ContextAccess.h"
 #include "OcTreeChecker.h"
 #include "Probes.h"
 
@@ -382,6 +384,86 @@ TEST(NetworkFileSection, LoadIsOneEventAnnouncingEveryVertexAndTriangle) {
     EXPECT_EQ(count("EndEvent"), 1);
     EXPECT_EQ(count("TriVrtAdded"), 4);
     EXPECT_EQ(count("TriAdded"), 3);
+}
+
+// ---- Reads that nobody hears triangle by triangle
+// ------------------------------------------------ When the event's listener acts on no addition,
+// the reader hands the network its triangles a block at a time; when it does, one by one. Both must
+// leave the same network and tell the host the same event.
+
+// The section of a grid of 5000 triangles (more than one block of the reader), with records
+// that point outside the vertices at the ends of the first two blocks and in between.
+std::string GridSectionWithStrayTriangles() {
+    const auto source = NewProject();
+    FillGrid(*source->GetTris(), 50);
+    std::string bytes = WriteSection(*source->GetTris(), 1502);
+    const std::size_t points = static_cast<std::size_t>(source->GetTris()->GetNoTriVrts());
+    const std::size_t firstRecord = 4 + 8 + points * 24 + 4;
+    for (const std::size_t stray : {0, 1234, 4095, 4096, 4999}) {
+        const std::int32_t outside = 1 << 30;
+        std::memcpy(&bytes[firstRecord + stray * 16 + 4], &outside, sizeof(outside));
+    }
+    return bytes;
+}
+
+struct HeardRead {
+    std::vector<TriRecord> network;    // the network's triangles after the read
+    std::vector<TriRecord> toldAdded;  // the triangles the host was told of, in their order
+    bool toldRemovedAll = false;
+    std::size_t events = 0;
+};
+
+std::vector<TriRecord> RecordsOf(const std::vector<CTri*>& triangles) {
+    std::vector<TriRecord> records;
+    for (const CTri* t : triangles)
+        records.push_back({t->GetVerIndex(0), t->GetVerIndex(1), t->GetVerIndex(2), t->GetColor()});
+    return records;
+}
+
+// Reads @p bytes into a network holding one triangle, after a remove-all in the same event when
+// @p afterRemoveAll; with a listener that hears each addition when @p heard.
+HeardRead ReadGridSection(const std::string& bytes, bool heard, bool afterRemoveAll) {
+    const auto prj = NewProject();
+    CTris& tris = *prj->GetTris();
+    FillOneTriangle(tris);
+    if (heard)
+        prj->GetContext()->SetUndoListener(std::make_unique<dtm_test::LoggingEventListener>());
+    dtm_test::ProjectEventRecorder recorder;
+    prj->GetContext()->Register(&recorder);
+    {
+        kor::CEventGuard event(prj->GetContext());
+        EXPECT_EQ(DtmChangeContextTestAccess{*prj->GetContext()}.AdditionsUnheard(), !heard);
+        if (afterRemoveAll) tris.RemoveAll();
+        EXPECT_FALSE(ReadSection(tris, bytes, 1502).failed);
+    }
+    prj->GetContext()->Unregister(&recorder);
+    HeardRead read;
+    read.network = TrianglesOf(tris);
+    read.events = recorder.events.size();
+    if (!recorder.events.empty()) {
+        read.toldAdded = RecordsOf(recorder.events.front().triAdded);
+        read.toldRemovedAll = recorder.events.front().triRemovedAll;
+    }
+    return read;
+}
+
+TEST(NetworkFileSection, ReadNobodyHearsGivesTheNetworkAndTheEventOfAHeardRead) {
+    const std::string bytes = GridSectionWithStrayTriangles();
+    for (const bool afterRemoveAll : {false, true}) {
+        SCOPED_TRACE(afterRemoveAll ? "after a remove-all" : "into a filled network");
+        const HeardRead unheard = ReadGridSection(bytes, false, afterRemoveAll);
+        const HeardRead heard = ReadGridSection(bytes, true, afterRemoveAll);
+        EXPECT_EQ(unheard.events, 1u);
+        EXPECT_EQ(heard.events, 1u);
+        EXPECT_EQ(unheard.network.size(), afterRemoveAll ? 4995u : 4996u);
+        EXPECT_EQ(unheard.network, heard.network);
+        EXPECT_EQ(unheard.toldAdded, heard.toldAdded);
+        EXPECT_EQ(unheard.toldRemovedAll, afterRemoveAll);
+        EXPECT_EQ(heard.toldRemovedAll, afterRemoveAll);
+        // After a remove-all no addition is listed; otherwise each kept triangle, in the order
+        // of the section.
+        EXPECT_EQ(unheard.toldAdded.size(), afterRemoveAll ? 0u : 4995u);
+    }
 }
 
 // ---- Listener and existing tree -----------------------------------------------------------------

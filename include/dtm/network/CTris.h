@@ -292,6 +292,11 @@ private:
     /// Room for @p count more triangles in the array and in the open event's list of added
     /// ones, ahead of a long run of AddNewTri.
     void ReserveTriAppends(std::size_t count);
+    /// Appends the @p count triangles at @p created, each made with its creation reference,
+    /// which the network takes over, as that many AddNewTri would while no listener hears the
+    /// additions (AdditionsUnheard): listed in the array and in the open event in one step.
+    /// Should the array not grow, the triangles are released and the array stays as it was.
+    void AppendNewTrisUnheard(CTri* const* created, std::size_t count);
     void UpdateTriColors();
     /// Keeps the index and values of the vertex overwrite or erasure about to be reported:
     /// Notify_Tri_Vrt_Moved and Notify_Tri_Vrt_Removed carry no index, and undo needs it.

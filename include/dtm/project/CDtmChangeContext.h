@@ -114,6 +114,10 @@ private:
     /// is about to announce millions of triangles (a file section) does not grow the list step
     /// by step. Nothing outside an event, where the list is emptied at the close anyway.
     void ReserveTriAdded(std::size_t count);
+    /// Lists the @p count triangles at @p triangles as added, as that many Notify_Tri_Added in
+    /// turn would while AdditionsUnheard() holds: a file section hands over its triangles a
+    /// block at a time.
+    void NoteTrisAddedUnheard(CTri* const* triangles, std::size_t count);
     void Notify_Tri_Modifying(CTri* triangle, enumTriChangeType type);
     void Notify_Tri_Removed(CTri* triangle);
     void Notify_Tri_RemoveAll();
