@@ -70,11 +70,61 @@ NumberText ReadNumber(std::string_view text, double& value) {
     return NumberText::Finite;
 }
 
+namespace {
+
+constexpr const char* kReplacementCharacter = "\xEF\xBF\xBD";  // U+FFFD, in UTF-8
+
+// The length of the well-formed UTF-8 sequence at @p at of a character XML 1.0 allows, or 0.
+// Overlong forms, surrogates, code points past U+10FFFF and the non-characters U+FFFE and
+// U+FFFF are not well-formed here.
+std::size_t XmlCharacterLength(const std::string& text, std::size_t at) {
+    const auto byte = [&text](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
+    };
+    const unsigned lead = byte(at);
+    std::size_t length = 0;
+    unsigned code = 0;
+    unsigned lowest = 0;
+    if (lead < 0x80) {
+        // Below the space only the tab, the line feed and the carriage return are characters.
+        return lead >= 0x20 || lead == '\t' || lead == '\n' || lead == '\r' ? 1 : 0;
+    } else if ((lead & 0xE0) == 0xC0) {
+        length = 2, code = lead & 0x1F, lowest = 0x80;
+    } else if ((lead & 0xF0) == 0xE0) {
+        length = 3, code = lead & 0x0F, lowest = 0x800;
+    } else if ((lead & 0xF8) == 0xF0) {
+        length = 4, code = lead & 0x07, lowest = 0x10000;
+    } else {
+        return 0;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        const unsigned next = byte(at + i);
+        if ((next & 0xC0) != 0x80) return 0;
+        code = (code << 6) | (next & 0x3F);
+    }
+    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+    if (code < lowest || code > 0x10FFFF || surrogate || code == 0xFFFE || code == 0xFFFF) return 0;
+    return length;
+}
+
+}  // namespace
+
 std::string XmlEscaped(const std::string& text) {
     std::string escaped;
     escaped.reserve(text.size());
-    for (const char c : text) {
-        switch (c) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = XmlCharacterLength(text, at);
+        if (length == 0) {
+            escaped += kReplacementCharacter;
+            ++at;
+            continue;
+        }
+        if (length > 1) {
+            escaped.append(text, at, length);
+            at += length;
+            continue;
+        }
+        switch (const char c = text[at++]) {
             case '&':
                 escaped += "&amp;";
                 break;
@@ -89,6 +139,17 @@ std::string XmlEscaped(const std::string& text) {
                 break;
             case '\'':
                 escaped += "&apos;";
+                break;
+            // A reader turns these into spaces in an attribute value unless they come as
+            // references.
+            case '\t':
+                escaped += "&#9;";
+                break;
+            case '\n':
+                escaped += "&#10;";
+                break;
+            case '\r':
+                escaped += "&#13;";
                 break;
             default:
                 escaped += c;

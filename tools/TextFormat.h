@@ -40,8 +40,11 @@ enum class NumberText {
 /// a finite number.
 NumberText ReadNumber(std::string_view text, double& value);
 
-/// @p text with the characters XML reserves replaced by entities, for element text and
-/// attribute values alike.
+/// @p text made fit for element text and attribute values alike: the characters XML reserves
+/// become entities, and the tab, line feed and carriage return character references, so that
+/// they come back as they were from an attribute value too. What a document of XML 1.0 cannot
+/// hold (other control characters, bytes that are not well-formed UTF-8, surrogates, U+FFFE
+/// and U+FFFF) becomes U+FFFD, one for each byte, so that the document stays readable.
 std::string XmlEscaped(const std::string& text);
 
 }  // namespace dtmtool

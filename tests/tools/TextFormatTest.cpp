@@ -1,6 +1,7 @@
 // Number and text formatting of the tool's outputs.
 
 #include <gtest/gtest.h>
+#include <pugixml.hpp>
 
 #include <cstdlib>
 #include <limits>
@@ -51,6 +52,43 @@ TEST(TextFormatTest, CountGroupsThousands) {
 TEST(TextFormatTest, XmlEscapedReplacesTheReservedCharacters) {
     EXPECT_EQ(dtmtool::XmlEscaped("a<b & \"c\" 'd'>"),
               "a&lt;b &amp; &quot;c&quot; &apos;d&apos;&gt;");
+}
+
+TEST(TextFormatTest, XmlEscapedKeepsWhitespaceAsReferences) {
+    EXPECT_EQ(dtmtool::XmlEscaped("line1\nline2\ttab\r"), "line1&#10;line2&#9;tab&#13;");
+}
+
+TEST(TextFormatTest, XmlEscapedKeepsWellFormedUtf8) {
+    const std::string text = "Sj\xC3\xB6 \xE5\x8C\x97 \xF0\x9F\x98\x80 \xEF\xBF\xBD \x7F";
+    EXPECT_EQ(dtmtool::XmlEscaped(text), text);
+}
+
+TEST(TextFormatTest, XmlEscapedReplacesWhatXmlCannotHoldByteByByte) {
+    const std::string r = "\xEF\xBF\xBD";
+    EXPECT_EQ(dtmtool::XmlEscaped(std::string("a\x01"
+                                              "b\x1F",
+                                              4) +
+                                  std::string(1, '\0')),
+              "a" + r + "b" + r + r);
+    EXPECT_EQ(dtmtool::XmlEscaped("\xFF\xFE"), r + r);                  // not UTF-8
+    EXPECT_EQ(dtmtool::XmlEscaped("\xC0\xAF"), r + r);                  // overlong '/'
+    EXPECT_EQ(dtmtool::XmlEscaped("\xED\xA0\x80"), r + r + r);          // a surrogate
+    EXPECT_EQ(dtmtool::XmlEscaped("\xEF\xBF\xBE"), r + r + r);          // U+FFFE
+    EXPECT_EQ(dtmtool::XmlEscaped("\xF4\x90\x80\x80"), r + r + r + r);  // past U+10FFFF
+    EXPECT_EQ(dtmtool::XmlEscaped("x\xE5\x8C"), "x" + r + r);           // cut short
+}
+
+TEST(TextFormatTest, XmlEscapedTextReadsBackInAnAttributeAndAnElement) {
+    const std::string text = std::string(
+        "a\x01"
+        "<&>\"'\n\t\r\xFF b",
+        13);
+    const std::string escaped = dtmtool::XmlEscaped(text);
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(("<e v=\"" + escaped + "\">" + escaped + "</e>").c_str()));
+    const std::string expected = "a\xEF\xBF\xBD<&>\"'\n\t\r\xEF\xBF\xBD b";
+    EXPECT_EQ(document.child("e").attribute("v").value(), expected);
+    EXPECT_EQ(document.child("e").text().get(), expected);
 }
 
 TEST(TextFormatTest, CountedAgreesInNumber) {
