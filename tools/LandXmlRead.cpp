@@ -136,8 +136,22 @@ private:
     std::unordered_map<long long, int> m_map;
 };
 
-bool IsFinite(const PNT_3D& point) {
-    return std::isfinite(point.x) && std::isfinite(point.y) && std::isfinite(point.z);
+// The largest magnitude a surface's coordinate may have. Survey coordinates in any unit stay far
+// below it, and within it the products of coordinate differences that elevations, profiles and
+// drawings are computed from stay finite; beyond it they overflow into answers that are no
+// numbers at all.
+constexpr double kLargestCoordinate = 1e15;
+constexpr const char* kCoordinateRule =
+    " holds a value that is not a number within 1e15 of zero, which every northing, easting and "
+    "elevation must be";
+
+bool IsUsableCoordinate(double value) {
+    return std::isfinite(value) && std::fabs(value) <= kLargestCoordinate;
+}
+
+bool IsUsablePoint(const PNT_3D& point) {
+    return IsUsableCoordinate(point.x) && IsUsableCoordinate(point.y) &&
+           IsUsableCoordinate(point.z);
 }
 
 // Every instance of one kind of doubt is counted, but only the first few are described: a bad
@@ -438,10 +452,7 @@ private:
             surface.survey.pointIds.push_back(id);
             surface.points.emplace_back(easting, northing, elevation);
             // "nan" and "inf" read as numbers, but no surface can be made of them.
-            if (!IsFinite(surface.points.back()))
-                throw Error(p, point() +
-                                   " holds a value that is not a finite number; northing, "
-                                   "easting and elevation must be finite");
+            if (!IsUsablePoint(surface.points.back())) throw Error(p, point() + kCoordinateRule);
         }
         try {
             m_index = PointIndex();
@@ -547,10 +558,9 @@ private:
             throw Error(list, std::string("a ") + what + " of surface " + m_surfaceName +
                                   " does not hold northing easting elevation triples");
         }
-        if (!std::all_of(points.begin(), points.end(), IsFinite))
-            throw Error(list, std::string("a ") + what + " of surface " + m_surfaceName +
-                                  " holds a value that is not a finite number; northing, easting "
-                                  "and elevation must be finite");
+        if (!std::all_of(points.begin(), points.end(), IsUsablePoint))
+            throw Error(
+                list, std::string("a ") + what + " of surface " + m_surfaceName + kCoordinateRule);
         return points;
     }
 

@@ -167,19 +167,21 @@ TEST_F(CliFilesTest, AnOutputNameAsLongAsTheFileSystemAllowsIsWritten) {
 }
 
 TEST_F(CliFilesTest, CoordinatesThatAreNotFiniteAreRefusedWithTheFileLineAndPoint) {
-    for (const char* value : {"nan", "inf", "-inf"}) {
+    // Finite values too large for a survey overflow the computations made of them.
+    for (const char* value : {"nan", "inf", "-inf", "1e300", "-1.0000001e15"}) {
         WriteText(folder.File("odd.xml"), Tin({"<P id=\"1\">0 0 1</P>", "<P id=\"2\">0 10 1</P>",
                                                "<P id=\"17\">10 0 " + std::string(value) + "</P>"},
                                               {"<F>1 2 17</F>"}));
         ExpectRefused({"import", "odd.xml", "-o", "odd.dtm"},
                       "odd.xml: line 9: point 17 of surface 'S' holds a value that is not a "
-                      "finite number; northing, easting and elevation must be finite");
+                      "number within 1e15 of zero, which every northing, easting and elevation "
+                      "must be");
     }
     WriteText(folder.File("odd.xml"),
               Tin({"<P id=\"1\">0 0 1</P>", "<P id=\"5\">nan 10 1</P>"}, {}));
     ExpectRefused({"import", "odd.xml", "-o", "odd.dtm"},
-                  "odd.xml: line 8: point 5 of surface 'S' holds a value that is not a finite "
-                  "number; northing, easting and elevation must be finite");
+                  "odd.xml: line 8: point 5 of surface 'S' holds a value that is not a number "
+                  "within 1e15 of zero, which every northing, easting and elevation must be");
 }
 
 TEST_F(CliFilesTest, ADoubtfulTriangulationIsImportedWithWarnings) {

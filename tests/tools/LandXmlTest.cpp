@@ -375,13 +375,14 @@ std::string Tin(const std::string& points, const std::string& faces, const std::
            "</SourceData></Surface></Surfaces></LandXML>";
 }
 
-TEST(LandXmlTest, CoordinatesThatAreNotFiniteAreRefusedWithThePointAndTheLine) {
-    for (const char* value : {"nan", "NaN", "-nan", "inf", "-inf", "Infinity"}) {
+TEST(LandXmlTest, CoordinatesThatAreNotFiniteOrTooLargeAreRefusedWithThePointAndTheLine) {
+    for (const char* value :
+         {"nan", "NaN", "-nan", "inf", "-inf", "Infinity", "1e308", "-1000000000000001"}) {
         SCOPED_TRACE(value);
         const std::string expected = kFile +
                                      ": line 2: point 17 of surface 'S' holds a value that is not "
-                                     "a finite number; northing, easting and elevation must be "
-                                     "finite";
+                                     "a number within 1e15 of zero, which every northing, easting "
+                                     "and elevation must be";
         EXPECT_EQ(
             ParseError(
                 Tin("<P id=\"1\">1 2 3</P>\n<P id=\"17\">4 5 " + std::string(value) + "</P>", "")),
@@ -393,20 +394,30 @@ TEST(LandXmlTest, CoordinatesThatAreNotFiniteAreRefusedWithThePointAndTheLine) {
     }
 }
 
+TEST(LandXmlTest, CoordinatesAtTheLimitAreTaken) {
+    EXPECT_EQ(ParseError(Tin("<P id=\"1\">1 2 3</P>\n<P id=\"17\">-1e15 5 1e15</P>", "")), "");
+}
+
 TEST(LandXmlTest, BreaklinesAndBoundariesWithCoordinatesThatAreNotFiniteAreRefused) {
     const std::string points = "<P id=\"1\">0 0 1</P><P id=\"2\">0 1 1</P><P id=\"3\">1 1 1</P>";
     EXPECT_EQ(ParseError(Tin(points, "<F>1 2 3</F>", "S",
                              "<Breaklines><Breakline><PntList3D>0 0 1 1 1 nan</PntList3D>"
                              "</Breakline></Breaklines>")),
               kFile +
-                  ": line 1: a breakline of surface 'S' holds a value that is not a finite "
-                  "number; northing, easting and elevation must be finite");
+                  ": line 1: a breakline of surface 'S' holds a value that is not a number "
+                  "within 1e15 of zero, which every northing, easting and elevation must be");
     EXPECT_EQ(ParseError(Tin(points, "<F>1 2 3</F>", "S",
                              "<Boundaries><Boundary bndType=\"outer\"><PntList3D>0 0 1 1 inf 1 "
                              "1 0 1</PntList3D></Boundary></Boundaries>")),
               kFile +
-                  ": line 1: a boundary of surface 'S' holds a value that is not a finite "
-                  "number; northing, easting and elevation must be finite");
+                  ": line 1: a boundary of surface 'S' holds a value that is not a number "
+                  "within 1e15 of zero, which every northing, easting and elevation must be");
+    EXPECT_EQ(ParseError(Tin(points, "<F>1 2 3</F>", "S",
+                             "<Breaklines><Breakline><PntList3D>0 0 1 1 2e15 1</PntList3D>"
+                             "</Breakline></Breaklines>")),
+              kFile +
+                  ": line 1: a breakline of surface 'S' holds a value that is not a number "
+                  "within 1e15 of zero, which every northing, easting and elevation must be");
 }
 
 std::vector<std::string> Warnings(const std::string& text) {
