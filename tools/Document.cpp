@@ -6,9 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <exception>
+#include <iostream>
 #include <type_traits>
 #include <utility>
 
@@ -318,11 +321,18 @@ SurveyAttributes ReadAttributes(FieldReader& fields) {
     return attributes;
 }
 
-// Reads the survey record of @p prj; a record of a later layout is skipped.
+// Reads the survey record of @p prj; a record of a later layout is skipped, and said so in
+// @p skipped.
 void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::string& what,
-                      SurveyRecords& surveys) {
+                      SurveyRecords& surveys, std::vector<std::string>& skipped) {
     FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
-    if (fields.Read<std::uint16_t>() != kSurveyFormat) return;
+    const std::uint16_t format = fields.Read<std::uint16_t>();
+    if (format != kSurveyFormat) {
+        skipped.push_back(what + " has layout " + std::to_string(format) +
+                          ", which this program does not know; the units and point ids in it "
+                          "were left out");
+        return;
+    }
     SurveyRecord record;
     record.units.system = fields.ReadText();
     record.units.attributes = ReadAttributes(fields);
@@ -347,8 +357,23 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
     surveys[&prj] = std::move(record);
 }
 
+// The tag @p tag as its four characters when they are printable, else in hex.
+std::string TagText(std::uint32_t tag) {
+    std::string text;
+    for (int i = 0; i < 4; ++i) {
+        const char c = static_cast<char>((tag >> (8 * i)) & 0xFF);
+        if (!std::isprint(static_cast<unsigned char>(c)) || c == '\'') {
+            char hex[16];
+            std::snprintf(hex, sizeof(hex), "0x%08X", static_cast<unsigned>(tag));
+            return hex;
+        }
+        text += c;
+    }
+    return "'" + text + "'";
+}
+
 void ReadProject(CLibDtm& library, DocumentReader& document, unsigned int number, short version,
-                 Progress& progress, SurveyRecords* surveys) {
+                 Progress& progress, SurveyRecords* surveys, std::vector<std::string>& skipped) {
     const std::string header = "the header of project " + std::to_string(number + 1);
     FieldReader fields(document.ReadBlock(kProjectTag, header), document, header);
     const std::string name = fields.ReadText();
@@ -377,11 +402,20 @@ void ReadProject(CLibDtm& library, DocumentReader& document, unsigned int number
          ++extra) {
         const std::string what =
             "section " + std::to_string(extra + 1) + " of project " + Quoted(name);
-        if (surveys && document.NextTag() == kSurveyTag)
-            ReadSurveyRecord(*prj, document, "the survey record of project " + Quoted(name),
-                             *surveys);
-        else
-            document.SkipBlock(what);
+        const std::uint32_t tag = document.NextTag();
+        if (tag == kSurveyTag) {
+            if (surveys)
+                ReadSurveyRecord(*prj, document, "the survey record of project " + Quoted(name),
+                                 *surveys, skipped);
+            else
+                document.SkipBlock(what);
+            continue;
+        }
+        document.SkipBlock(what);
+        // A block of a newer writer, or one whose tag was damaged (the checksum covers only
+        // the payload): either way something the document holds is not in what was read.
+        skipped.push_back(what + " (tagged " + TagText(tag) +
+                          ") is not one this program knows; it was left out");
     }
 }
 
@@ -433,7 +467,7 @@ DocumentInfo ParseDocument(CLibDtm& library, const char* data, std::size_t size,
 
     Progress progress("loading", size);
     for (std::uint32_t i = 0; i < projectCount; ++i)
-        ReadProject(library, document, i, info.version, progress, surveys);
+        ReadProject(library, document, i, info.version, progress, surveys, info.skipped);
     document.ExpectEnd();
     if (active >= 0) library.SetActive(library.GetPrj(static_cast<unsigned int>(active)), false);
     progress.Finish();
@@ -455,7 +489,10 @@ DocumentInfo LoadDocument(CLibDtm& library, const std::string& path, SurveyRecor
 }
 
 DocumentInfo LoadDocument(Workspace& workspace, const std::string& path) {
-    return LoadDocument(workspace.Library(), path, &workspace.Surveys());
+    DocumentInfo info = LoadDocument(workspace.Library(), path, &workspace.Surveys());
+    for (const std::string& sentence : info.skipped)
+        std::cerr << "dtm: warning: " << path << ": " << sentence << "\n";
+    return info;
 }
 
 std::vector<char> ReadWholeFile(const std::string& path) {

@@ -53,6 +53,10 @@ extern const char kDocumentMagic[8];
 struct DocumentInfo {
     short version = 0;
     std::uint64_t bytes = 0;
+    /// A sentence for each block of a project that was stepped over unread: a section or a
+    /// survey record of a layout this program does not know (a newer writer's, or one whose
+    /// tag was damaged).
+    std::vector<std::string> skipped;
 };
 
 /// The bytes of a document holding every project of @p library, written at @p version, with the
@@ -81,7 +85,8 @@ void SaveDocument(const Workspace& workspace, const std::string& path);
 /// everything ParseDocument rejects.
 DocumentInfo LoadDocument(CLibDtm& library, const std::string& path,
                           SurveyRecords* surveys = nullptr);
-/// LoadDocument into the workspace's library and survey records.
+/// LoadDocument into the workspace's library and survey records; each block stepped over is
+/// told on standard error as a warning that names @p path.
 DocumentInfo LoadDocument(Workspace& workspace, const std::string& path);
 
 /// The whole content of the file at @p path. Throws ToolError naming @p path when it is

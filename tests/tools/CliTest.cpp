@@ -476,6 +476,23 @@ TEST_F(CliTest, ACorruptDocumentIsNamed) {
                   {"survey.dtm", "survey.xml"});
 }
 
+// A block whose tag was damaged is stepped over as one from a newer writer, and the surveyor
+// is told what was left out.
+TEST_F(CliTest, ABlockItDoesNotKnowIsLeftOutWithAWarning) {
+    Import();
+    std::string bytes = ReadText(folder.File("survey.dtm"));
+    const std::size_t tag = bytes.rfind("SRVY");
+    ASSERT_NE(tag, std::string::npos);
+    bytes[tag] = 'R';
+    WriteText(folder.File("survey.dtm"), bytes);
+    const CliResult result = RunDtm({"info", "survey.dtm"}, folder.Path());
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err,
+              "dtm: warning: survey.dtm: section 7 of project 'Plane' (tagged 'RRVY') is not one "
+              "this program knows; it was left out\n");
+    EXPECT_NE(result.out.find("units        not recorded"), std::string::npos) << result.out;
+}
+
 TEST_F(CliTest, AForeignFileIsNamed) {
     ExpectFailure(RunDtm({"info", "survey.xml"}, folder.Path()), "survey.xml",
                   "is not a dtm document", {"survey.xml"});

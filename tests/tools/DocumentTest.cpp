@@ -290,9 +290,13 @@ TEST(DocumentTest, SectionsAddedByANewerWriterAreSkipped) {
     Reseal(bytes, Block{insertAt, extra, 3});
 
     Workspace read;
-    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
+    const dtmtool::DocumentInfo info =
+        ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
     ASSERT_EQ(read.Library().GetNoPrj(), 2u);
     EXPECT_EQ(SerializeDocument(read.Library()), SmallDocument());
+    EXPECT_EQ(info.skipped, (std::vector<std::string>{
+                                "section 7 of project 'First' (tagged 'NEW!') is not one this "
+                                "program knows; it was left out"}));
 }
 
 // The small document with survey records: "First" with units and point ids, "Second" with
@@ -365,20 +369,49 @@ TEST(DocumentTest, ASurveyRecordFollowsItsProjectsSectionsAndReadsBack) {
 TEST(DocumentTest, AReaderThatKeepsNoRecordsSkipsThemAsItSkipsNewSections) {
     const std::vector<char> bytes = SmallDocumentWithRecords().bytes;
     Workspace read;
-    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
+    const dtmtool::DocumentInfo info =
+        ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile);
     ASSERT_EQ(read.Library().GetNoPrj(), 2u);
     EXPECT_EQ(SerializeDocument(read.Library()), SmallDocument());
+    // It asked for no records: leaving them out is no loss to tell.
+    EXPECT_TRUE(info.skipped.empty());
 }
 
-TEST(DocumentTest, ARecordOfALaterLayoutIsSkipped) {
+TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     std::vector<char> bytes = SmallDocumentWithRecords().bytes;
     const Block record = Blocks(bytes)[8];
     Put<std::uint16_t>(bytes, record.payload(), 2);
     Reseal(bytes, record);
     Workspace read;
-    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+    const dtmtool::DocumentInfo info =
+        ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
     EXPECT_TRUE(read.Surveys().empty());
     EXPECT_EQ(read.Library().GetNoPrj(), 2u);
+    EXPECT_EQ(info.skipped, (std::vector<std::string>{
+                                "the survey record of project 'First' has layout 2, which this "
+                                "program does not know; the units and point ids in it were left "
+                                "out"}));
+}
+
+// The checksum covers a block's payload, not its tag: a record whose tag was damaged reads as a
+// block this program does not know, and the reader says what it left out.
+TEST(DocumentTest, ARecordWithADamagedTagIsLeftOutAndSaidSo) {
+    std::vector<char> bytes = SmallDocumentWithRecords().bytes;
+    const Block record = Blocks(bytes)[8];
+    bytes[record.at + 3] = static_cast<char>(bytes[record.at + 3] ^ 0x01);  // 'Y' becomes 'X'
+    Workspace read;
+    const dtmtool::DocumentInfo info =
+        ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+    EXPECT_TRUE(read.Surveys().empty());
+    EXPECT_EQ(info.skipped, (std::vector<std::string>{
+                                "section 7 of project 'First' (tagged 'SRVX') is not one this "
+                                "program knows; it was left out"}));
+    bytes[record.at] = '\x01';
+    const dtmtool::DocumentInfo unprintable =
+        ParseDocument(Workspace().Library(), bytes.data(), bytes.size(), kFile, nullptr);
+    ASSERT_EQ(unprintable.skipped.size(), 1u);
+    EXPECT_NE(unprintable.skipped[0].find("(tagged 0x58565201)"), std::string::npos)
+        << unprintable.skipped[0];
 }
 
 TEST(DocumentTest, ARecordWhosePointIdsDoNotFitTheNetworkIsDamaged) {
