@@ -507,17 +507,33 @@ private:
         if (check) check->AddFace(face, number);
     }
 
+    // Tells the surveyor, when someone listens, that @p element was left out and why.
+    void LeftOut(const pugi::xml_node& element, const std::string& what) const {
+        if (m_warnings) m_warnings->push_back(Error(element, what + " and was left out").what());
+    }
+
     void ReadBreaklines(const pugi::xml_node& breaklines, TinSurface& surface) {
+        std::size_t number = 0;
         for (pugi::xml_node breakline : breaklines.children()) {
             if (!Is(breakline, "Breakline")) continue;
+            const std::string name =
+                "breakline " + std::to_string(++number) + " of surface " + m_surfaceName;
+            bool taken = false;
             for (pugi::xml_node list : breakline.children())
                 if (Is(list, "PntList3D")) {
                     Polyline3D line = ReadPointList(list, "breakline");
-                    if (line.size() < 2) continue;
+                    if (line.size() < 2) {
+                        LeftOut(list, "a point list of " + name + " holds fewer than two points");
+                        continue;
+                    }
                     surface.survey.breaklines.push_back(
                         {ReadAttributes(breakline), line.size() - 1});
                     surface.breaklines.push_back(std::move(line));
+                    taken = true;
                 }
+            // A plan-only line (PntList2D) has no elevations to constrain the surface with.
+            if (!taken && !Child(breakline, "PntList3D"))
+                LeftOut(breakline, name + " has no PntList3D");
         }
     }
 
@@ -540,7 +556,12 @@ private:
             if (ring.size() >= 2 && ring.front().x == ring.back().x &&
                 ring.front().y == ring.back().y && ring.front().z == ring.back().z)
                 ring.pop_back();
-            if (ring.size() >= 3) target->push_back(std::move(ring));
+            if (ring.size() < 3) {
+                LeftOut(boundary, std::string("a ") + type + " boundary of surface " +
+                                      m_surfaceName + " has fewer than three corners");
+                continue;
+            }
+            target->push_back(std::move(ring));
         }
     }
 

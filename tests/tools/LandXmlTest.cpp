@@ -431,6 +431,31 @@ using Lines = std::vector<std::string>;
 // Three points of a right triangle with legs of 10 m, and its face.
 const std::string kCorners = "<P id=\"1\">0 0 1</P><P id=\"2\">0 10 1</P><P id=\"3\">10 0 1</P>";
 
+TEST(LandXmlTest, BreaklinesAndBoundariesThatCannotBeUsedAreNamedAsLeftOut) {
+    const std::string text = Tin(kCorners, "<F>1 2 3</F>", "S",
+                                 "<Breaklines>\n"
+                                 "<Breakline><PntList3D>0 0 1 5 5 1</PntList3D></Breakline>\n"
+                                 "<Breakline><PntList3D>0 0 1</PntList3D></Breakline>\n"
+                                 "<Breakline><PntList3D></PntList3D></Breakline>\n"
+                                 "<Breakline><PntList2D>0 0 5 5</PntList2D></Breakline>\n"
+                                 "</Breaklines><Boundaries>\n"
+                                 "<Boundary bndType=\"void\"><PntList3D>0 0 1 1 1 1 0 0 1"
+                                 "</PntList3D></Boundary>\n"
+                                 "</Boundaries>");
+    EXPECT_EQ(Warnings(text),
+              (Lines{kFile + ": line 3: a point list of breakline 2 of surface 'S' holds fewer "
+                             "than two points and was left out",
+                     kFile + ": line 4: a point list of breakline 3 of surface 'S' holds fewer "
+                             "than two points and was left out",
+                     kFile + ": line 5: breakline 4 of surface 'S' has no PntList3D and was left "
+                             "out",
+                     kFile + ": line 7: a void boundary of surface 'S' has fewer than three "
+                             "corners and was left out"}));
+    const std::vector<TinSurface> surfaces = Parse(text);
+    EXPECT_EQ(surfaces.at(0).breaklines.size(), 1u);
+    EXPECT_TRUE(surfaces.at(0).internalBoundaries.empty());
+}
+
 TEST(LandXmlTest, ASoundTriangulationGivesNoWarnings) {
     EXPECT_EQ(Warnings(LandXmlOf({SmallSurface()})), Lines{});
     EXPECT_EQ(Warnings(Tin(kCorners, "<F>1 2 3</F>")), Lines{});
