@@ -44,13 +44,21 @@ void DescribeContours(const CCvLvs& lines, std::ostream& out) {
         << "\n";
 }
 
+// @p lead and "3 of other kinds kept for export": the boundaries that do not limit the terrain
+// model, which only an export gives back; nothing when there are none.
+std::string KeptBoundaries(std::size_t count, const char* lead) {
+    if (count == 0) return {};
+    return lead + Counted(count, "of another kind", "of other kinds") + " kept for export";
+}
+
 void DescribeProject(const CDtmPrj& prj, const SurveyRecord* record, std::ostream& out) {
     out << "project '" << prj.GetName().str() << "'" << (prj.IsActive() ? " (active)" : "")
         << (prj.IsVisible() ? "" : " (hidden)") << (prj.IsLocked() ? " (locked)" : "") << "\n";
     out << "  units        " << (record ? record->units : SurveyUnits{}).Describe() << "\n";
     DescribeNetwork(*prj.GetTris(), out);
     out << "  boundaries   " << prj.GetCnts(false)->GetNoCnts() << " external, "
-        << prj.GetCnts(true)->GetNoCnts() << " internal\n";
+        << prj.GetCnts(true)->GetNoCnts() << " internal"
+        << KeptBoundaries(record ? record->CountBoundaries(BoundaryRole::Kept) : 0, ", ") << "\n";
     out << "  breaklines   " << Counted(prj.GetVncs()->GetNoVncs(), "segment", "segments") << "\n";
     DescribeContours(*prj.GetCvLvs(), out);
 }
@@ -63,11 +71,9 @@ void ReportImport(const TinSurface& surface, const CDtmPrj& prj, std::ostream& o
         out << " (" << Counted(surface.hiddenFaces, "hidden face", "hidden faces") << " left out)";
     out << ", " << Counted(surface.breaklines.size(), "breakline", "breaklines") << " ("
         << Counted(prj.GetVncs()->GetNoVncs(), "segment", "segments") << "), "
-        << Counted(surface.externalBoundaries.size() + surface.internalBoundaries.size(),
-                   "boundary", "boundaries");
-    if (surface.otherBoundaries > 0)
-        out << " (" << Counted(surface.otherBoundaries, "of another kind", "of other kinds")
-            << " left out)";
+        << Counted(surface.survey.boundaries.size(), "boundary", "boundaries");
+    const std::size_t kept = surface.survey.CountBoundaries(BoundaryRole::Kept);
+    if (kept > 0) out << " (" << KeptBoundaries(kept, "") << ")";
     const CTris& tris = *prj.GetTris();
     if (tris.GetNoTriVrts() > 0)
         out << ", elevations " << Fixed(tris.GetMinQuota(), 3) << " .. "

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -33,9 +34,11 @@ namespace {
 constexpr std::uint32_t kDocumentTag = MakeTag('D', 'O', 'C', ' ');
 constexpr std::uint32_t kProjectTag = MakeTag('P', 'R', 'J', ' ');
 constexpr std::uint32_t kSurveyTag = MakeTag('S', 'R', 'V', 'Y');
-// The layout of the survey record; a reader skips a record of a later layout, as it skips a
-// section it does not know.
+// The layouts of the survey record; a reader skips a record of a later layout, as it skips a
+// section it does not know. Layout 2 adds the boundaries to layout 1; a record without any is
+// still written in layout 1, so that a program that knows only that one keeps reading it.
 constexpr std::uint16_t kSurveyFormat = 1;
+constexpr std::uint16_t kSurveyFormatWithBoundaries = 2;
 // Tag, payload length, checksum.
 constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
 constexpr std::uint32_t kFlagVisible = 1;
@@ -117,9 +120,24 @@ void AppendAttributes(std::vector<char>& bytes, const SurveyAttributes& attribut
     }
 }
 
+void AppendDouble(std::vector<char>& bytes, double value) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof(bits));
+    Append(bytes, bits);
+}
+
+void AppendBoundary(std::vector<char>& bytes, const SurveyBoundary& boundary) {
+    Append(bytes, static_cast<std::uint8_t>(boundary.role));
+    AppendAttributes(bytes, boundary.attributes);
+    Append(bytes, static_cast<std::uint32_t>(boundary.points.size()));
+    for (const kor::geom::PNT_3D& point : boundary.points)
+        for (const double value : {point.x, point.y, point.z}) AppendDouble(bytes, value);
+}
+
 void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
     BlockWriter block(bytes, kSurveyTag);
-    Append(bytes, kSurveyFormat);
+    const bool boundaries = !record.boundaries.empty();
+    Append(bytes, boundaries ? kSurveyFormatWithBoundaries : kSurveyFormat);
     AppendText(bytes, record.units.system);
     AppendAttributes(bytes, record.units.attributes);
     Append(bytes, static_cast<std::uint32_t>(record.pointIds.size()));
@@ -128,6 +146,10 @@ void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
     for (const SurveyBreakline& line : record.breaklines) {
         Append(bytes, static_cast<std::uint32_t>(line.segments));
         AppendAttributes(bytes, line.attributes);
+    }
+    if (boundaries) {
+        Append(bytes, static_cast<std::uint32_t>(record.boundaries.size()));
+        for (const SurveyBoundary& boundary : record.boundaries) AppendBoundary(bytes, boundary);
     }
     block.Close();
 }
@@ -259,6 +281,12 @@ public:
         m_at += sizeof(T);
         return value;
     }
+    double ReadDouble() {
+        const auto bits = Read<std::uint64_t>();
+        double value = 0.0;
+        std::memcpy(&value, &bits, sizeof(value));
+        return value;
+    }
     std::string ReadText() { return ReadText(Read<std::uint32_t>()); }
     std::string ReadText(std::uint32_t length) {
         Need(length);
@@ -321,16 +349,41 @@ SurveyAttributes ReadAttributes(FieldReader& fields) {
     return attributes;
 }
 
+// The boundaries of a record of layout 2. Their points were finite when the survey was
+// imported; one that is not has been damaged since.
+void ReadBoundaries(FieldReader& fields, const DocumentReader& document, const std::string& what,
+                    SurveyRecord& record) {
+    const std::uint32_t count = fields.Read<std::uint32_t>();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::string boundary = what + " holds boundary " + std::to_string(i + 1);
+        SurveyBoundary read;
+        const auto role = fields.Read<std::uint8_t>();
+        if (role > static_cast<std::uint8_t>(BoundaryRole::Kept))
+            throw document.Damaged(boundary + " of unknown role " + std::to_string(role));
+        read.role = static_cast<BoundaryRole>(role);
+        read.attributes = ReadAttributes(fields);
+        const std::uint32_t points = fields.Read<std::uint32_t>();
+        for (std::uint32_t p = 0; p < points; ++p) {
+            kor::geom::PNT_3D point;
+            for (double* value : {&point.x, &point.y, &point.z}) *value = fields.ReadDouble();
+            if (!std::isfinite(point.x) || !std::isfinite(point.y) || !std::isfinite(point.z))
+                throw document.Damaged(boundary + " with a point that is not a finite number");
+            read.points.push_back(point);
+        }
+        record.boundaries.push_back(std::move(read));
+    }
+}
+
 // Reads the survey record of @p prj; a record of a later layout is skipped, and said so in
 // @p skipped.
 void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::string& what,
                       SurveyRecords& surveys, std::vector<std::string>& skipped) {
     FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
     const std::uint16_t format = fields.Read<std::uint16_t>();
-    if (format != kSurveyFormat) {
+    if (format != kSurveyFormat && format != kSurveyFormatWithBoundaries) {
         skipped.push_back(what + " has layout " + std::to_string(format) +
-                          ", which this program does not know; the units and point ids in it "
-                          "were left out");
+                          ", which this program does not know; the units, point ids, breakline "
+                          "and boundary attributes in it were left out");
         return;
     }
     SurveyRecord record;
@@ -353,6 +406,7 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
         line.attributes = ReadAttributes(fields);
         record.breaklines.push_back(std::move(line));
     }
+    if (format == kSurveyFormatWithBoundaries) ReadBoundaries(fields, document, what, record);
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
 }

@@ -537,31 +537,52 @@ private:
         }
     }
 
+    static BoundaryRole RoleOf(const char* type) {
+        // An island is land inside a void, so it limits the model as an outer boundary does.
+        if (EqualsIgnoringCase(type, "outer") || EqualsIgnoringCase(type, "island"))
+            return BoundaryRole::External;
+        if (EqualsIgnoringCase(type, "void")) return BoundaryRole::Internal;
+        return BoundaryRole::Kept;
+    }
+
     void ReadBoundaries(const pugi::xml_node& boundaries, TinSurface& surface) {
+        std::size_t number = 0;
         for (pugi::xml_node boundary : boundaries.children()) {
             if (!Is(boundary, "Boundary")) continue;
-            const char* type = boundary.attribute("bndType").as_string();
-            std::vector<Polyline3D>* target = nullptr;
-            // An island is land inside a void, so it limits the model as an outer boundary does.
-            if (EqualsIgnoringCase(type, "outer") || EqualsIgnoringCase(type, "island"))
-                target = &surface.externalBoundaries;
-            else if (EqualsIgnoringCase(type, "void"))
-                target = &surface.internalBoundaries;
+            const std::string name =
+                "boundary " + std::to_string(++number) + " of surface " + m_surfaceName;
             const pugi::xml_node list = Child(boundary, "PntList3D");
-            if (!target || !list) {
-                ++surface.otherBoundaries;
+            if (!list) {
+                LeftOut(boundary, name + " has no PntList3D");
                 continue;
             }
-            Polyline3D ring = ReadPointList(list, "boundary");
-            if (ring.size() >= 2 && ring.front().x == ring.back().x &&
-                ring.front().y == ring.back().y && ring.front().z == ring.back().z)
-                ring.pop_back();
-            if (ring.size() < 3) {
-                LeftOut(boundary, std::string("a ") + type + " boundary of surface " +
-                                      m_surfaceName + " has fewer than three corners");
-                continue;
+            const char* type = boundary.attribute("bndType").as_string();
+            SurveyBoundary record{RoleOf(type), ReadAttributes(boundary), {}};
+            if (record.role == BoundaryRole::Kept) {
+                // The model never reads it, so unreadable numbers cost the boundary and not
+                // the import.
+                try {
+                    record.points = ReadPointList(list, "boundary");
+                } catch (const ToolError& error) {
+                    if (m_warnings)
+                        m_warnings->push_back(error.what() + std::string("; it was left out"));
+                    continue;
+                }
+            } else {
+                Polyline3D ring = ReadPointList(list, "boundary");
+                if (ring.size() >= 2 && ring.front().x == ring.back().x &&
+                    ring.front().y == ring.back().y && ring.front().z == ring.back().z)
+                    ring.pop_back();
+                if (ring.size() < 3) {
+                    LeftOut(boundary, std::string("a ") + type + " boundary of surface " +
+                                          m_surfaceName + " has fewer than three corners");
+                    continue;
+                }
+                (record.role == BoundaryRole::External ? surface.externalBoundaries
+                                                       : surface.internalBoundaries)
+                    .push_back(std::move(ring));
             }
-            target->push_back(std::move(ring));
+            surface.survey.boundaries.push_back(std::move(record));
         }
     }
 

@@ -63,17 +63,44 @@ void WritePointList(XmlText& xml, const Polyline3D& points, bool closeRing) {
     xml << "</PntList3D>";
 }
 
-void WriteBoundaries(XmlText& xml, const std::vector<Polyline3D>& rings, const char* type) {
-    for (const Polyline3D& ring : rings) {
-        xml << "        <Boundary bndType=\"" << type << "\">";
-        WritePointList(xml, ring, true);
-        xml << "</Boundary>\n";
-    }
-}
-
 void WriteAttributes(XmlText& xml, const SurveyAttributes& attributes) {
     for (const auto& attribute : attributes)
         xml << " " << attribute.first << "=\"" << XmlEscaped(attribute.second) << "\"";
+}
+
+// A project's boundary is a ring, which LandXML closes by repeating its first point; a kept one
+// goes out as the survey listed it.
+void WriteBoundary(XmlText& xml, const SurveyAttributes& attributes, const Polyline3D& points,
+                   bool closeRing) {
+    xml << "        <Boundary";
+    WriteAttributes(xml, attributes);
+    xml << ">";
+    WritePointList(xml, points, closeRing);
+    xml << "</Boundary>\n";
+}
+
+// The boundaries in the survey's order and with its attributes while the record still names
+// the project's boundaries one for one; else the project's as plain outer boundaries and voids,
+// followed by the kept ones.
+void WriteBoundaries(XmlText& xml, const TinSurface& surface) {
+    const std::vector<Polyline3D>* rings[] = {&surface.externalBoundaries,
+                                              &surface.internalBoundaries};
+    const bool followRecord = surface.survey.BoundariesFollow(rings[0]->size(), rings[1]->size());
+    if (!followRecord) {
+        for (const Polyline3D& ring : *rings[0])
+            WriteBoundary(xml, {{"bndType", "outer"}}, ring, true);
+        for (const Polyline3D& ring : *rings[1])
+            WriteBoundary(xml, {{"bndType", "void"}}, ring, true);
+    }
+    std::size_t next[] = {0, 0};
+    for (const SurveyBoundary& boundary : surface.survey.boundaries) {
+        if (boundary.role == BoundaryRole::Kept) {
+            WriteBoundary(xml, boundary.attributes, boundary.points, false);
+        } else if (followRecord) {
+            const auto collection = static_cast<std::size_t>(boundary.role);
+            WriteBoundary(xml, boundary.attributes, (*rings[collection])[next[collection]++], true);
+        }
+    }
 }
 
 // The attributes of breakline @p index: the survey's where the record follows the lines, else
@@ -85,14 +112,14 @@ SurveyAttributes BreaklineAttributes(const TinSurface& surface, std::size_t inde
 }
 
 void WriteSourceData(XmlText& xml, const TinSurface& surface) {
-    if (surface.breaklines.empty() && surface.externalBoundaries.empty() &&
-        surface.internalBoundaries.empty())
-        return;
+    const bool boundaries = !surface.externalBoundaries.empty() ||
+                            !surface.internalBoundaries.empty() ||
+                            surface.survey.CountBoundaries(BoundaryRole::Kept) > 0;
+    if (surface.breaklines.empty() && !boundaries) return;
     xml << "      <SourceData>\n";
-    if (!surface.externalBoundaries.empty() || !surface.internalBoundaries.empty()) {
+    if (boundaries) {
         xml << "        <Boundaries>\n";
-        WriteBoundaries(xml, surface.externalBoundaries, "outer");
-        WriteBoundaries(xml, surface.internalBoundaries, "void");
+        WriteBoundaries(xml, surface);
         xml << "        </Boundaries>\n";
     }
     if (!surface.breaklines.empty()) {

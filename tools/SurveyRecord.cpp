@@ -20,6 +20,28 @@ std::string SurveyUnits::Describe() const {
     return text;
 }
 
+bool SurveyBoundary::operator==(const SurveyBoundary& other) const {
+    if (role != other.role || attributes != other.attributes ||
+        points.size() != other.points.size())
+        return false;
+    for (std::size_t i = 0; i < points.size(); ++i)
+        if (points[i].x != other.points[i].x || points[i].y != other.points[i].y ||
+            points[i].z != other.points[i].z)
+            return false;
+    return true;
+}
+
+std::size_t SurveyRecord::CountBoundaries(BoundaryRole role) const noexcept {
+    std::size_t count = 0;
+    for (const SurveyBoundary& boundary : boundaries) count += boundary.role == role;
+    return count;
+}
+
+bool SurveyRecord::BoundariesFollow(std::size_t external, std::size_t internal) const noexcept {
+    return CountBoundaries(BoundaryRole::External) == external &&
+           CountBoundaries(BoundaryRole::Internal) == internal;
+}
+
 const SurveyRecord* FindSurveyRecord(const SurveyRecords& records, const CDtmPrj& prj) {
     const auto found = records.find(&prj);
     return found == records.end() ? nullptr : &found->second;

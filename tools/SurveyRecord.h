@@ -1,12 +1,15 @@
 #pragma once
 
 // What a project keeps of the survey file it came from besides what the library holds: the
-// units the file states and the survey's own point ids. A surveyor's point numbers and the
-// unit of the coordinates are part of the survey; an export that lost them would hand a
-// receiving program coordinates it may read in the wrong unit, with points it cannot match
-// to the field book.
+// units the file states, the survey's own point ids, and what its breaklines and boundaries
+// were called. A surveyor's point numbers and the unit of the coordinates are part of the
+// survey; an export that lost them would hand a receiving program coordinates it may read in
+// the wrong unit, with points it cannot match to the field book.
+
+#include <dtm/support/Geom.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
@@ -48,6 +51,27 @@ struct SurveyBreakline {
     }
 };
 
+/// What a boundary of the survey became in the project.
+enum class BoundaryRole : std::uint8_t {
+    /// The next of the project's external boundaries (an outer boundary or an island).
+    External = 0,
+    /// The next of the project's internal boundaries (a void).
+    Internal = 1,
+    /// Nothing: a kind that does not limit the terrain model (texture regions and the like),
+    /// which the record keeps whole so that an export gives it back.
+    Kept = 2,
+};
+
+/// One boundary of the survey: its attributes (bndType, name, desc and the like) and what it
+/// became; a kept boundary's points too, as the file listed them (x easting, y northing).
+struct SurveyBoundary {
+    BoundaryRole role = BoundaryRole::Kept;
+    SurveyAttributes attributes;
+    std::vector<kor::geom::PNT_3D> points;
+
+    bool operator==(const SurveyBoundary& other) const;
+};
+
 /// The survey facts of one project.
 struct SurveyRecord {
     SurveyUnits units;
@@ -57,10 +81,19 @@ struct SurveyRecord {
     /// The survey's breaklines in the order the project's segments follow them; empty when
     /// not known (an export then joins segments that meet end to start into one line).
     std::vector<SurveyBreakline> breaklines;
+    /// The survey's boundaries in file order. Those the project holds name its boundaries in
+    /// the order of each collection.
+    std::vector<SurveyBoundary> boundaries;
 
     bool IsEmpty() const noexcept {
-        return !units.IsKnown() && pointIds.empty() && breaklines.empty();
+        return !units.IsKnown() && pointIds.empty() && breaklines.empty() && boundaries.empty();
     }
+    /// The recorded boundaries of role @p role.
+    std::size_t CountBoundaries(BoundaryRole role) const noexcept;
+    /// Whether the recorded boundaries still name a project's @p external and @p internal
+    /// boundaries one for one; after an edit that added or removed some they do not, and only
+    /// the kept ones still hold.
+    bool BoundariesFollow(std::size_t external, std::size_t internal) const noexcept;
 };
 
 /// The records of the projects of one library, by project.

@@ -31,13 +31,12 @@ struct TinSurface {
     std::vector<Polyline3D> externalBoundaries;
     /// Holes (voids) as rings without the closing repeat.
     std::vector<Polyline3D> internalBoundaries;
-    /// The units of the file and the survey's id of each point.
+    /// The units of the file, the survey's id of each point, what its breaklines and boundaries
+    /// were called, and its boundaries of kinds that do not limit the terrain model.
     SurveyRecord survey;
 
     /// Faces the file marks invisible, which are left out.
     std::size_t hiddenFaces = 0;
-    /// Boundaries of kinds that do not limit the terrain model (texture regions and the like).
-    std::size_t otherBoundaries = 0;
 };
 
 }  // namespace dtmtool

@@ -228,14 +228,29 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
     ASSERT_EQ(imported.status, 0) << imported.err;
     EXPECT_EQ(imported.out,
               "surface 'T' -> project 'T': 4 points, 1 triangle (1 hidden face left out), "
-              "1 breakline (1 segment), 1 boundary (1 of another kind left out), elevations "
-              "10.000 .. 12.000\nsaved one.dtm\n");
+              "1 breakline (1 segment), 2 boundaries (1 of another kind kept for export), "
+              "elevations 10.000 .. 12.000\nsaved one.dtm\n");
     const CliResult info = RunDtm({"info", "one.dtm"}, folder.Path());
     EXPECT_NE(info.out.find("  network      4 vertices, 1 triangle\n"), std::string::npos)
         << info.out;
     EXPECT_NE(info.out.find("  breaklines   1 segment\n"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("  boundaries   1 external, 0 internal, 1 of another kind kept for "
+                            "export\n"),
+              std::string::npos)
+        << info.out;
     const CliResult exported = RunDtm({"export", "one.dtm", "-o", "back.xml"}, folder.Path());
     EXPECT_EQ(exported.out, "project 'T': 4 points, 1 triangle\nsaved back.xml\n");
+    // The texture region, which the model never used, comes back after the outer boundary.
+    const std::string back = ReadText(folder.File("back.xml"));
+    const std::size_t outer = back.find(
+        "<Boundary bndType=\"outer\"><PntList3D>0 0 10 0 10 12 "
+        "10 0 11 0 0 10</PntList3D></Boundary>");
+    const std::size_t texture = back.find(
+        "<Boundary bndType=\"texture\"><PntList3D>0 0 10 0 10 "
+        "12 10 0 11</PntList3D></Boundary>");
+    EXPECT_NE(outer, std::string::npos) << back;
+    EXPECT_NE(texture, std::string::npos) << back;
+    EXPECT_LT(outer, texture);
 
     // However many lines, levels and labels the tracer makes, a count of one takes the
     // singular.

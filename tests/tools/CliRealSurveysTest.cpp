@@ -70,8 +70,9 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
                   std::string::npos)
             << info.out;
 
-    // An export gives the survey back: its points under their own ids, its units, and its
-    // breaklines one by one with their attributes.
+    // An export gives the survey back: its points under their own ids, its units, its
+    // breaklines one by one with their attributes, and its boundaries in their order with
+    // theirs, those of kinds the model does not use included.
     const CliResult exported = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());
     ASSERT_EQ(exported.status, 0) << exported.err;
     EXPECT_EQ(exported.err, "");
@@ -83,6 +84,7 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
         EXPECT_EQ(back[s].survey.units, surfaces[s].survey.units);
         EXPECT_EQ(back[s].breaklines.size(), surfaces[s].breaklines.size());
         EXPECT_EQ(back[s].survey.breaklines, surfaces[s].survey.breaklines);
+        EXPECT_EQ(back[s].survey.boundaries, surfaces[s].survey.boundaries);
     }
 
     const auto renderStart = std::chrono::steady_clock::now();

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 
 #include "ContourLines.h"
 #include "Crc32.h"
@@ -306,7 +307,7 @@ struct RecordedDocument {
     dtmtool::SurveyRecord first;  // the record of "First"
 };
 
-RecordedDocument SmallDocumentWithRecords() {
+RecordedDocument SmallDocumentWithRecords(std::vector<dtmtool::SurveyBoundary> boundaries = {}) {
     Workspace workspace;
     FillSmallWorkspace(workspace);
     dtmtool::SurveyRecord& record = workspace.Surveys()[workspace.Library().GetPrj(0)];
@@ -315,6 +316,7 @@ RecordedDocument SmallDocumentWithRecords() {
     for (int i = 0; i < vertices; ++i)
         record.pointIds.push_back(i % 2 == 0 ? 9000000000LL + i : -i);
     record.breaklines = {{{{"name", "Ridge"}, {"brkType", "standard"}}, 2}};
+    record.boundaries = std::move(boundaries);
     workspace.Surveys()[workspace.Library().GetPrj(1)];
     return {SerializeDocument(workspace.Library(), dtmtool::kNewestDocumentVersion,
                               &workspace.Surveys()),
@@ -380,7 +382,7 @@ TEST(DocumentTest, AReaderThatKeepsNoRecordsSkipsThemAsItSkipsNewSections) {
 TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     std::vector<char> bytes = SmallDocumentWithRecords().bytes;
     const Block record = Blocks(bytes)[8];
-    Put<std::uint16_t>(bytes, record.payload(), 2);
+    Put<std::uint16_t>(bytes, record.payload(), 3);
     Reseal(bytes, record);
     Workspace read;
     const dtmtool::DocumentInfo info =
@@ -388,9 +390,9 @@ TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     EXPECT_TRUE(read.Surveys().empty());
     EXPECT_EQ(read.Library().GetNoPrj(), 2u);
     EXPECT_EQ(info.skipped, (std::vector<std::string>{
-                                "the survey record of project 'First' has layout 2, which this "
-                                "program does not know; the units and point ids in it were left "
-                                "out"}));
+                                "the survey record of project 'First' has layout 3, which this "
+                                "program does not know; the units, point ids, breakline and "
+                                "boundary attributes in it were left out"}));
 }
 
 // The checksum covers a block's payload, not its tag: a record whose tag was damaged reads as a
@@ -459,6 +461,88 @@ TEST(DocumentTest, ACutShortRecordIsDamaged) {
     Reseal(bytes, record);
     EXPECT_EQ(ParseError(bytes, Records::Read),
               kFile + ": is damaged: the survey record of project 'First' is too short");
+}
+
+// A texture region the record keeps whole and the outer boundary it names.
+std::vector<dtmtool::SurveyBoundary> RecordedBoundaries() {
+    return {{dtmtool::BoundaryRole::Kept,
+             {{"bndType", "texture"}, {"m", "7"}},
+             {{1.5, -2.25, 100.125}, {1e9, 3.0, -0.5}}},
+            {dtmtool::BoundaryRole::External, {{"name", "Site"}}, {}}};
+}
+
+TEST(DocumentTest, ARecordWithBoundariesTakesLayoutTwoAndReadsBack) {
+    const RecordedDocument document = SmallDocumentWithRecords(RecordedBoundaries());
+    const std::vector<char>& bytes = document.bytes;
+    const Block record = Blocks(bytes).at(8);
+    ASSERT_EQ(record.tag, "SRVY");
+    EXPECT_EQ(Get<std::uint16_t>(bytes, record.payload()), 2u);
+    // Layout 1 up to the breaklines, then the boundaries: the kept one with its points, the
+    // external one without.
+    const RecordedDocument withoutBoundaries = SmallDocumentWithRecords();
+    const std::size_t layout1 = Blocks(withoutBoundaries.bytes).at(8).length;
+    std::size_t at = record.payload() + layout1;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 2u);
+    EXPECT_EQ(static_cast<unsigned char>(bytes[at + 4]), 2u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 5), 2u);
+    at += 5 + 4 + (4 + 7 + 4 + 7) + (4 + 1 + 4 + 1);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 2u);
+    double first = 0.0;
+    std::memcpy(&first, bytes.data() + at + 4, sizeof(first));
+    EXPECT_EQ(first, 1.5);
+    at += 4 + 2 * 3 * 8;
+    EXPECT_EQ(static_cast<unsigned char>(bytes[at]), 0u);
+    at += 1 + 4 + (4 + 4 + 4 + 4);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 0u);
+    EXPECT_EQ(record.payload() + record.length, at + 4);
+
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+    const dtmtool::SurveyRecord* back =
+        dtmtool::FindSurveyRecord(read.Surveys(), *read.Library().GetPrj(0));
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->boundaries, document.first.boundaries);
+    EXPECT_EQ(back->breaklines, document.first.breaklines);
+    EXPECT_EQ(SerializeDocument(read.Library(), dtmtool::kNewestDocumentVersion, &read.Surveys()),
+              bytes);
+}
+
+// Where the first boundary's role and first point lie in the record of RecordedBoundaries().
+struct RecordedBoundaryPlaces {
+    std::size_t role;
+    std::size_t firstPoint;
+};
+
+RecordedBoundaryPlaces PlacesOfTheKeptBoundary(const Block& record) {
+    const std::size_t layout1 = Blocks(SmallDocumentWithRecords().bytes).at(8).length;
+    const std::size_t role = record.payload() + layout1 + 4;
+    return {role, role + 1 + 4 + (4 + 7 + 4 + 7) + (4 + 1 + 4 + 1) + 4};
+}
+
+TEST(DocumentTest, ARecordBoundaryOfAnUnknownRoleIsDamaged) {
+    std::vector<char> bytes = SmallDocumentWithRecords(RecordedBoundaries()).bytes;
+    const Block record = Blocks(bytes).at(8);
+    bytes[PlacesOfTheKeptBoundary(record).role] = '\x03';
+    Reseal(bytes, record);
+    EXPECT_EQ(ParseError(bytes, Records::Read),
+              kFile +
+                  ": is damaged: the survey record of project 'First' holds boundary 1 of "
+                  "unknown role 3");
+}
+
+TEST(DocumentTest, ARecordBoundaryPointThatIsNotFiniteIsDamaged) {
+    for (const double bad :
+         {std::numeric_limits<double>::quiet_NaN(), -std::numeric_limits<double>::infinity()}) {
+        std::vector<char> bytes = SmallDocumentWithRecords(RecordedBoundaries()).bytes;
+        const Block record = Blocks(bytes).at(8);
+        std::memcpy(bytes.data() + PlacesOfTheKeptBoundary(record).firstPoint + 8, &bad,
+                    sizeof(bad));
+        Reseal(bytes, record);
+        EXPECT_EQ(ParseError(bytes, Records::Read),
+                  kFile +
+                      ": is damaged: the survey record of project 'First' holds boundary 1 "
+                      "with a point that is not a finite number");
+    }
 }
 
 TEST(DocumentTest, AWorkspaceSavesAndLoadsItsRecords) {

@@ -158,7 +158,15 @@ TEST(LandXmlTest, KeepsOneSurfacePerTinAndSkipsOtherKindsAndOtherBoundaries) {
     ASSERT_EQ(read.size(), 2u);
     EXPECT_EQ(read[0].name, "A");
     EXPECT_EQ(read[1].name, "B");
-    EXPECT_EQ(read[0].otherBoundaries, 1u);
+    // The texture region limits nothing: the record keeps it whole for the export.
+    ASSERT_EQ(read[0].survey.boundaries.size(), 1u);
+    EXPECT_EQ(read[0].survey.boundaries[0].role, dtmtool::BoundaryRole::Kept);
+    EXPECT_EQ(read[0].survey.boundaries[0].attributes,
+              (dtmtool::SurveyAttributes{{"bndType", "texture"}}));
+    ExpectSamePoints(read[0].survey.boundaries[0].points,
+                     {{0, 0, 0}, {1, 1, 1}, {1, 0, 0}, {0, 0, 0}});
+    EXPECT_TRUE(read[0].externalBoundaries.empty());
+    EXPECT_TRUE(read[0].internalBoundaries.empty());
 }
 
 TEST(LandXmlTest, WriterOutputReadsBackAsTheSameSurfaces) {
@@ -287,6 +295,88 @@ TEST(LandXmlTest, BreaklineAttributesAreKeptPerPointListAndWrittenBack) {
               (std::vector<dtmtool::SurveyBreakline>{{{{"brkType", "standard"}}, 2},
                                                      {{{"brkType", "standard"}}, 1},
                                                      {{{"brkType", "standard"}}, 1}}));
+}
+
+// Five boundaries in an order of the survey's own: a texture region, an outer boundary, a void,
+// an island and another texture region.
+const std::string kSurveyBoundaries =
+    "<Boundaries>"
+    "<Boundary bndType=\"texture\" m=\"1\"><PntList3D>0 0 1 0 5 1 5 0 1 0 0 1</PntList3D>"
+    "</Boundary>"
+    "<Boundary name=\"Site\" bndType=\"outer\" edgeTrim=\"true\" desc=\"fence &amp; gate\">"
+    "<PntList3D>0 0 1 0 10 1 10 0 1 0 0 1</PntList3D></Boundary>"
+    "<Boundary bndType=\"void\" name=\"Pond\"><PntList3D>1 1 1 1 3 1 3 1 1</PntList3D>"
+    "</Boundary>"
+    "<Boundary bndType=\"island\"><PntList3D>1.5 1.5 1 1.5 2 1 2 1.5 1</PntList3D></Boundary>"
+    "<Boundary bndType=\"texture\" m=\"2\"><PntList3D>6 6 2 6 7 2 7 6 2</PntList3D>"
+    "</Boundary></Boundaries>";
+
+TEST(LandXmlTest, BoundariesKeepTheirAttributesOrderAndOtherKindsThroughAnExport) {
+    using dtmtool::BoundaryRole;
+    using dtmtool::SurveyBoundary;
+    const std::string text =
+        "<LandXML><Surfaces><Surface name=\"S\"><SourceData>" + kSurveyBoundaries +
+        "</SourceData><Definition surfType=\"TIN\"><Pnts><P id=\"1\">0 0 1</P>"
+        "<P id=\"2\">0 10 1</P><P id=\"3\">10 0 1</P></Pnts><Faces><F>1 2 3</F></Faces>"
+        "</Definition></Surface></Surfaces></LandXML>";
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 1u);
+    const TinSurface& surface = read[0];
+    // The outer boundary and the island limit the model from outside, the void from inside.
+    ASSERT_EQ(surface.externalBoundaries.size(), 2u);
+    ExpectSamePoints(surface.externalBoundaries[0], {{0, 0, 1}, {10, 0, 1}, {0, 10, 1}});
+    ExpectSamePoints(surface.externalBoundaries[1], {{1.5, 1.5, 1}, {2, 1.5, 1}, {1.5, 2, 1}});
+    ASSERT_EQ(surface.internalBoundaries.size(), 1u);
+    ExpectSamePoints(surface.internalBoundaries[0], {{1, 1, 1}, {3, 1, 1}, {1, 3, 1}});
+    const std::vector<SurveyBoundary> expected{
+        {BoundaryRole::Kept,
+         {{"bndType", "texture"}, {"m", "1"}},
+         {{0, 0, 1}, {5, 0, 1}, {0, 5, 1}, {0, 0, 1}}},
+        {BoundaryRole::External,
+         {{"name", "Site"}, {"bndType", "outer"}, {"edgeTrim", "true"}, {"desc", "fence & gate"}},
+         {}},
+        {BoundaryRole::Internal, {{"bndType", "void"}, {"name", "Pond"}}, {}},
+        {BoundaryRole::External, {{"bndType", "island"}}, {}},
+        {BoundaryRole::Kept,
+         {{"bndType", "texture"}, {"m", "2"}},
+         {{6, 6, 2}, {7, 6, 2}, {6, 7, 2}}},
+    };
+    EXPECT_EQ(surface.survey.boundaries, expected);
+
+    // Written and read again: the same boundaries in the same order, each ring as it was.
+    const std::vector<TinSurface> again = Parse(dtmtool::LandXmlText(read));
+    EXPECT_EQ(again[0].survey.boundaries, expected);
+    ASSERT_EQ(again[0].externalBoundaries.size(), 2u);
+    for (std::size_t i = 0; i < 2; ++i)
+        ExpectSamePoints(again[0].externalBoundaries[i], surface.externalBoundaries[i]);
+    ExpectSamePoints(again[0].internalBoundaries.at(0), surface.internalBoundaries[0]);
+}
+
+TEST(LandXmlTest, BoundariesTheRecordNoLongerNamesGoOutPlainBeforeTheKeptOnes) {
+    using dtmtool::BoundaryRole;
+    const std::string text =
+        "<LandXML><Surfaces><Surface name=\"S\"><SourceData>" + kSurveyBoundaries +
+        "</SourceData><Definition surfType=\"TIN\"><Pnts><P id=\"1\">0 0 1</P>"
+        "<P id=\"2\">0 10 1</P><P id=\"3\">10 0 1</P></Pnts><Faces><F>1 2 3</F></Faces>"
+        "</Definition></Surface></Surfaces></LandXML>";
+    // As after an edit that removed the island: the record no longer fits the project's rings.
+    TinSurface edited = Parse(text)[0];
+    edited.externalBoundaries.pop_back();
+    const TinSurface back = Parse(dtmtool::LandXmlText({edited}))[0];
+    ASSERT_EQ(back.survey.boundaries.size(), 4u);
+    const std::vector<BoundaryRole> roles{BoundaryRole::External, BoundaryRole::Internal,
+                                          BoundaryRole::Kept, BoundaryRole::Kept};
+    const std::vector<dtmtool::SurveyAttributes> attributes{{{"bndType", "outer"}},
+                                                            {{"bndType", "void"}},
+                                                            {{"bndType", "texture"}, {"m", "1"}},
+                                                            {{"bndType", "texture"}, {"m", "2"}}};
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(back.survey.boundaries[i].role, roles[i]) << i;
+        EXPECT_EQ(back.survey.boundaries[i].attributes, attributes[i]) << i;
+    }
+    ExpectSamePoints(back.externalBoundaries.at(0), edited.externalBoundaries[0]);
+    ExpectSamePoints(back.internalBoundaries.at(0), edited.internalBoundaries[0]);
+    ExpectSamePoints(back.survey.boundaries[2].points, edited.survey.boundaries[0].points);
 }
 
 TEST(LandXmlTest, OneFileStatesTheUnitsTheSurfacesShare) {
@@ -454,6 +544,34 @@ TEST(LandXmlTest, BreaklinesAndBoundariesThatCannotBeUsedAreNamedAsLeftOut) {
     const std::vector<TinSurface> surfaces = Parse(text);
     EXPECT_EQ(surfaces.at(0).breaklines.size(), 1u);
     EXPECT_TRUE(surfaces.at(0).internalBoundaries.empty());
+    EXPECT_TRUE(surfaces.at(0).survey.boundaries.empty());
+}
+
+TEST(LandXmlTest, BoundariesWithoutA3DListAndKeptOnesThatCannotBeReadAreLeftOut) {
+    const std::string text = Tin(kCorners, "<F>1 2 3</F>", "S",
+                                 "<Boundaries>\n"
+                                 "<Boundary bndType=\"outer\"><PntList2D>0 0 0 10 10 0"
+                                 "</PntList2D></Boundary>\n"
+                                 "<Boundary bndType=\"texture\"><PntList3D>0 0 1 1 nan 1"
+                                 "</PntList3D></Boundary>\n"
+                                 "<Boundary bndType=\"texture\"><PntList3D>0 0 1 1"
+                                 "</PntList3D></Boundary>\n"
+                                 "<Boundary bndType=\"texture\"><PntList3D>0 0 1</PntList3D>"
+                                 "</Boundary>\n"
+                                 "</Boundaries>");
+    EXPECT_EQ(Warnings(text),
+              (Lines{kFile + ": line 2: boundary 1 of surface 'S' has no PntList3D and was left "
+                             "out",
+                     kFile + ": line 3: a boundary of surface 'S' holds a value that is not a "
+                             "number within 1e15 of zero, which every northing, easting and "
+                             "elevation must be; it was left out",
+                     kFile + ": line 4: a boundary of surface 'S' does not hold northing "
+                             "easting elevation triples; it was left out"}));
+    // The import goes on; only the last one, which is readable, is kept.
+    const std::vector<TinSurface> surfaces = Parse(text);
+    ASSERT_EQ(surfaces.at(0).survey.boundaries.size(), 1u);
+    ExpectSamePoints(surfaces[0].survey.boundaries[0].points, {{0, 0, 1}});
+    EXPECT_TRUE(surfaces[0].externalBoundaries.empty());
 }
 
 TEST(LandXmlTest, ASoundTriangulationGivesNoWarnings) {
