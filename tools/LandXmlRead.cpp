@@ -367,10 +367,8 @@ public:
                                         root.name() + ">)");
 
         std::vector<TinSurface> surfaces;
-        for (pugi::xml_node group : root.children())
-            if (Is(group, "Surfaces"))
-                for (pugi::xml_node surface : group.children())
-                    if (Is(surface, "Surface")) ReadSurface(surface, surfaces);
+        ForEachInGroups(root, "Surfaces", "Surface",
+                        [&](const pugi::xml_node& surface) { ReadSurface(surface, surfaces); });
         if (surfaces.empty()) throw FileError(m_file, "holds no TIN surface");
         const SurveyUnits units = ReadUnits(Child(root, "Units"));
         for (TinSurface& surface : surfaces) surface.survey.units = units;
@@ -417,12 +415,12 @@ private:
         surface.name = element.attribute("name").as_string();
         if (surface.name.empty()) surface.name = "Surface " + std::to_string(surfaces.size() + 1);
         m_surfaceName = "'" + surface.name + "'";
-        ReadPoints(Child(definition, "Pnts"), surface);
+        ReadPoints(definition, surface);
         // The check costs a few passes over the points and faces, spent only when someone
         // hears its findings.
         std::optional<TriangulationCheck> check;
         if (m_warnings) check.emplace(surface.points, surface.survey.pointIds);
-        ReadFaces(Child(definition, "Faces"), surface, check);
+        ReadFaces(definition, surface, check);
         if (check) check->Report(m_file + ": surface " + m_surfaceName + ": ", *m_warnings);
         const pugi::xml_node source = Child(element, "SourceData");
         ReadBreaklines(Child(source, "Breaklines"), surface);
@@ -430,9 +428,20 @@ private:
         surfaces.push_back(std::move(surface));
     }
 
-    void ReadPoints(const pugi::xml_node& pnts, TinSurface& surface) {
-        for (pugi::xml_node p : pnts.children()) {
-            if (!Is(p, "P")) continue;
+    // The elements named @p localName among the children of each of @p parent's children named
+    // @p groupName, in file order: a file may hold several groups of surfaces, and a writer may
+    // split a long point or face list into several groups; every one of them counts.
+    template <class Visit>
+    static void ForEachInGroups(const pugi::xml_node& parent, const char* groupName,
+                                const char* localName, Visit&& visit) {
+        for (pugi::xml_node group : parent.children())
+            if (Is(group, groupName))
+                for (pugi::xml_node element : group.children())
+                    if (Is(element, localName)) visit(element);
+    }
+
+    void ReadPoints(const pugi::xml_node& definition, TinSurface& surface) {
+        ForEachInGroups(definition, "Pnts", "P", [&](const pugi::xml_node& p) {
             const char* idText = p.attribute("id").as_string();
             long long id = 0;
             try {
@@ -453,7 +462,7 @@ private:
             surface.points.emplace_back(easting, northing, elevation);
             // "nan" and "inf" read as numbers, but no surface can be made of them.
             if (!IsUsablePoint(surface.points.back())) throw Error(p, point() + kCoordinateRule);
-        }
+        });
         try {
             m_index = PointIndex();
             m_index.Build(surface.survey.pointIds);
@@ -463,15 +472,14 @@ private:
         }
     }
 
-    void ReadFaces(const pugi::xml_node& faces, TinSurface& surface,
+    void ReadFaces(const pugi::xml_node& definition, TinSurface& surface,
                    std::optional<TriangulationCheck>& check) {
         std::size_t faceNumber = 0;
-        for (pugi::xml_node f : faces.children()) {
-            if (!Is(f, "F")) continue;
+        ForEachInGroups(definition, "Faces", "F", [&](const pugi::xml_node& f) {
             ++faceNumber;
             if (f.attribute("i").as_int(0) == 1) {
                 ++surface.hiddenFaces;
-                continue;
+                return;
             }
             int corners[4];
             int count = 0;
@@ -498,7 +506,7 @@ private:
             // A four-sided face is split along its first diagonal.
             if (count == 4)
                 AddFace(surface, {corners[0], corners[2], corners[3]}, faceNumber, check);
-        }
+        });
     }
 
     static void AddFace(TinSurface& surface, const std::array<int, 3>& face, std::size_t number,

@@ -141,6 +141,30 @@ TEST(LandXmlTest, SplitsAFourSidedFaceAlongItsFirstDiagonal) {
     EXPECT_EQ(Parse(text)[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}, {0, 2, 3}}));
 }
 
+TEST(LandXmlTest, PointsAndFacesSplitIntoSeveralGroupsAllBelongToTheSurface) {
+    const std::string text =
+        "<LandXML><Surfaces><Surface name=\"S\"><Definition surfType=\"TIN\">"
+        "<Pnts><P id=\"1\">0 0 1</P><P id=\"2\">0 10 2</P></Pnts>"
+        "<Faces><F>1 2 3</F></Faces>"
+        "<Pnts><P id=\"3\">10 0 3</P><P id=\"4\">10 10 4</P></Pnts>"
+        "<Faces><F>2 4 3</F><F>3 4 9</F></Faces>"
+        "</Definition></Surface></Surfaces><Surfaces><Surface name=\"T\">"
+        "<Definition surfType=\"TIN\"><Pnts><P id=\"1\">0 0 1</P><P id=\"2\">0 1 1</P>"
+        "<P id=\"3\">1 0 1</P></Pnts><Faces><F>1 2 3</F></Faces></Definition></Surface>"
+        "</Surfaces></LandXML>";
+    // The third face refers to a point no group defines; its number counts every group's faces.
+    EXPECT_EQ(ParseError(text), kFile +
+                                    ": line 1: face 3 of surface 'S' refers to point 9, "
+                                    "which the surface does not define");
+    std::string sound = text;
+    sound.replace(sound.find("<F>3 4 9</F>"), 12, "");
+    const std::vector<TinSurface> read = Parse(sound);
+    ASSERT_EQ(read.size(), 2u);
+    ExpectSamePoints(read[0].points, {{0, 0, 1}, {10, 0, 2}, {0, 10, 3}, {10, 10, 4}});
+    EXPECT_EQ(read[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}, {1, 3, 2}}));
+    EXPECT_EQ(read[1].name, "T");
+}
+
 TEST(LandXmlTest, KeepsOneSurfacePerTinAndSkipsOtherKindsAndOtherBoundaries) {
     TinSurface a = SmallSurface();
     a.name = "A";
