@@ -1,6 +1,6 @@
 // The whole document file of the command-line host (dtmtool::ParseDocument): the framing, and
-// through it every section reader of every project, from arbitrary bytes. The document carries
-// its own version after its magic, so the whole input is the document.
+// through it every section reader and survey record of every project, from arbitrary bytes. The
+// document carries its own version after its magic, so the whole input is the document.
 //
 // Each block of a document carries a checksum of its payload, which random changes almost
 // never keep valid: the target recomputes the checksum of every block it can walk before the
@@ -71,7 +71,8 @@ bool Load(dtmtool::Workspace& workspace, const std::vector<char>& bytes,
           dtmtool::DocumentInfo& info) {
     const dtmtool::UndoSuspension quiet(workspace.Undo());
     try {
-        info = dtmtool::ParseDocument(workspace.Library(), bytes.data(), bytes.size(), "fuzz.dtm");
+        info = dtmtool::ParseDocument(workspace.Library(), bytes.data(), bytes.size(), "fuzz.dtm",
+                                      &workspace.Surveys());
         return true;
     } catch (const dtmtool::ToolError&) {
         return false;
@@ -98,12 +99,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (!Load(workspace, bytes, info)) return 0;
         Check(TrianglesReferToVertices(workspace.Library()),
               "every triangle refers to existing vertices");
-        firstSave = dtmtool::SerializeDocument(workspace.Library(), info.version);
+        firstSave =
+            dtmtool::SerializeDocument(workspace.Library(), info.version, &workspace.Surveys());
     }
     dtmtool::Workspace again;
     dtmtool::DocumentInfo againInfo;
     Check(Load(again, firstSave, againInfo), "a saved document loads again");
-    Check(dtmtool::SerializeDocument(again.Library(), info.version) == firstSave,
+    Check(dtmtool::SerializeDocument(again.Library(), info.version, &again.Surveys()) == firstSave,
           "a document loaded again saves to the same bytes");
     return 0;
 }

@@ -296,12 +296,34 @@ void FillProject(CDtmPrj& prj) {
     FillContours(*prj.GetCvLvs());
 }
 
+// The survey facts an import keeps of @p surface: its point ids, a name for each outer
+// boundary and a texture region over the first one, which the terrain model does not use.
+void AddSurveyFacts(dtmtool::TinSurface& surface) {
+    for (std::size_t i = 0; i < surface.points.size(); ++i)
+        surface.survey.pointIds.push_back(static_cast<long long>(100 + 3 * i));
+    surface.survey.units = {"Metric", {{"linearUnit", "meter"}}};
+    for (std::size_t i = 0; i < surface.externalBoundaries.size(); ++i)
+        surface.survey.boundaries.push_back(
+            {dtmtool::BoundaryRole::External,
+             {{"name", "Lotto " + std::to_string(i + 1)}, {"bndType", "outer"}},
+             {}});
+    if (!surface.externalBoundaries.empty())
+        surface.survey.boundaries.push_back({dtmtool::BoundaryRole::Kept,
+                                             {{"bndType", "texture"}, {"m", "1"}},
+                                             surface.externalBoundaries.front()});
+}
+
 void DocumentSeeds() {
     dtmtool::Workspace workspace;
-    FillProject(*workspace.AddProject("Rilievo"));
+    CDtmPrj* prj = workspace.AddProject("Rilievo");
+    FillProject(*prj);
     workspace.AddProject("Vuoto");
+    dtmtool::TinSurface surface = dtmtool::SurfaceOfProject(*prj);
+    AddSurveyFacts(surface);
+    workspace.Surveys()[prj] = surface.survey;
     for (const short version : {short{799}, short{800}, short{1502}}) {
-        const std::vector<char> bytes = dtmtool::SerializeDocument(workspace.Library(), version);
+        const std::vector<char> bytes =
+            dtmtool::SerializeDocument(workspace.Library(), version, &workspace.Surveys());
         Save("document", Named("two-projects", version), std::string(bytes.begin(), bytes.end()));
     }
 }
@@ -312,7 +334,9 @@ void LandXmlSeeds() {
     FillNetwork(*prj->GetTris());
     FillBoundaries(*prj->GetCnts(false));
     FillBreaklines(*prj->GetVncs());
-    Save("landxml", "surface.xml", dtmtool::LandXmlText({dtmtool::SurfaceOfProject(*prj)}));
+    dtmtool::TinSurface surface = dtmtool::SurfaceOfProject(*prj);
+    AddSurveyFacts(surface);
+    Save("landxml", "surface.xml", dtmtool::LandXmlText({surface}, surface.survey.units));
 }
 #endif
 
