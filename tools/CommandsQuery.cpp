@@ -1,5 +1,6 @@
 // The commands that ask the surface for elevations: elev and profile.
 
+#include <algorithm>
 #include <istream>
 #include <ostream>
 #include <string_view>
@@ -214,6 +215,14 @@ int RunProfile(const std::string& document, const kor::geom::LINE_2D& line,
     CDtmPrj& prj = workspace.FindProject(project, document);
     std::vector<TLineProgPnt> points;
     CCalcIntersect(prj).CalcQuotedPnts(line, points);
+    // A line that never meets the surface has nothing to plot; most often its ends were given
+    // as northing easting, or in another survey's coordinates. It is told as an elevation off
+    // the surface is.
+    if (std::all_of(points.begin(), points.end(),
+                    [](const TLineProgPnt& p) { return dtm::IsUndefinedQuote(p.pnt.z); }))
+        throw FileError(document, "the line from " + PointText(line.start) + " to " +
+                                      PointText(line.end) + " lies outside surface '" +
+                                      prj.GetName().str() + "'");
     out << "distance,x,y,elevation\n";
     for (const TLineProgPnt& p : WithGapsMarked(WithoutRepeats(points), *prj.GetTris())) {
         out << Exact(p.prog) << ',' << Exact(p.pnt.x) << ',' << Exact(p.pnt.y) << ',';

@@ -362,6 +362,23 @@ TEST_F(CliTest, AProfileIsCsvOfDistanceAndElevationAlongTheLine) {
     EXPECT_NEAR(last, std::hypot(48.0, 28.0), 1e-9);
 }
 
+// A line that nowhere meets the surface, such as one whose ends were given as northing easting,
+// has nothing to plot and is told as a point off the surface is; one that meets it at a single
+// corner is answered.
+TEST_F(CliTest, AProfileThatNeverMeetsTheSurfaceIsAnError) {
+    Import();
+    ExpectFailure(RunDtm({"profile", "survey.dtm", "5002", "1002", "5030", "1050"}, folder.Path()),
+                  "survey.dtm",
+                  "the line from (5002, 1002) to (5030, 1050) lies outside surface 'Plane'",
+                  {"survey.dtm", "survey.xml"});
+    const CliResult corner =
+        RunDtm({"profile", "survey.dtm", "990", "4990", "1000", "5000"}, folder.Path());
+    ASSERT_EQ(corner.status, 0) << corner.err;
+    const std::vector<Names> rows = CsvRows(corner.out);
+    ASSERT_GE(rows.size(), 2u) << corner.out;
+    EXPECT_NEAR(std::stod(rows.back()[3]), Plane(1000, 5000), 1e-9) << corner.out;
+}
+
 // Between two pieces of the network the profile has a row without elevation, so that a plot
 // of it breaks there instead of drawing a straight line across the gap.
 TEST_F(CliTest, AProfileAcrossAGapBetweenPiecesHasARowWithoutElevationInIt) {
