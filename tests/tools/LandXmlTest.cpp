@@ -335,15 +335,17 @@ const std::string kSurveyBoundaries =
     "<Boundary bndType=\"texture\" m=\"2\"><PntList3D>6 6 2 6 7 2 7 6 2</PntList3D>"
     "</Boundary></Boundaries>";
 
+// A surface of one triangle with those boundaries.
+const std::string kSurveyWithBoundaries =
+    "<LandXML><Surfaces><Surface name=\"S\"><SourceData>" + kSurveyBoundaries +
+    "</SourceData><Definition surfType=\"TIN\"><Pnts><P id=\"1\">0 0 1</P>"
+    "<P id=\"2\">0 10 1</P><P id=\"3\">10 0 1</P></Pnts><Faces><F>1 2 3</F></Faces>"
+    "</Definition></Surface></Surfaces></LandXML>";
+
 TEST(LandXmlTest, BoundariesKeepTheirAttributesOrderAndOtherKindsThroughAnExport) {
     using dtmtool::BoundaryRole;
     using dtmtool::SurveyBoundary;
-    const std::string text =
-        "<LandXML><Surfaces><Surface name=\"S\"><SourceData>" + kSurveyBoundaries +
-        "</SourceData><Definition surfType=\"TIN\"><Pnts><P id=\"1\">0 0 1</P>"
-        "<P id=\"2\">0 10 1</P><P id=\"3\">10 0 1</P></Pnts><Faces><F>1 2 3</F></Faces>"
-        "</Definition></Surface></Surfaces></LandXML>";
-    const std::vector<TinSurface> read = Parse(text);
+    const std::vector<TinSurface> read = Parse(kSurveyWithBoundaries);
     ASSERT_EQ(read.size(), 1u);
     const TinSurface& surface = read[0];
     // The outer boundary and the island limit the model from outside, the void from inside.
@@ -378,13 +380,8 @@ TEST(LandXmlTest, BoundariesKeepTheirAttributesOrderAndOtherKindsThroughAnExport
 
 TEST(LandXmlTest, BoundariesTheRecordNoLongerNamesGoOutPlainBeforeTheKeptOnes) {
     using dtmtool::BoundaryRole;
-    const std::string text =
-        "<LandXML><Surfaces><Surface name=\"S\"><SourceData>" + kSurveyBoundaries +
-        "</SourceData><Definition surfType=\"TIN\"><Pnts><P id=\"1\">0 0 1</P>"
-        "<P id=\"2\">0 10 1</P><P id=\"3\">10 0 1</P></Pnts><Faces><F>1 2 3</F></Faces>"
-        "</Definition></Surface></Surfaces></LandXML>";
     // As after an edit that removed the island: the record no longer fits the project's rings.
-    TinSurface edited = Parse(text)[0];
+    TinSurface edited = Parse(kSurveyWithBoundaries)[0];
     edited.externalBoundaries.pop_back();
     const TinSurface back = Parse(dtmtool::LandXmlText({edited}))[0];
     ASSERT_EQ(back.survey.boundaries.size(), 4u);
