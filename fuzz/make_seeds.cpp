@@ -311,6 +311,8 @@ void AddSurveyFacts(dtmtool::TinSurface& surface) {
         surface.survey.boundaries.push_back({dtmtool::BoundaryRole::Kept,
                                              {{"bndType", "texture"}, {"m", "1"}},
                                              surface.externalBoundaries.front()});
+    // A hidden triangle and a hidden four-sided face over the first points.
+    if (surface.points.size() >= 4) surface.survey.hiddenFaces = {{2, 1, 0}, {0, 1, 3, 2}};
 }
 
 void DocumentSeeds() {

@@ -16,9 +16,17 @@ namespace dtmtool {
 
 namespace {
 
-void DescribeNetwork(const CTris& tris, std::ostream& out) {
+// " (3 hidden faces kept for export)": the faces the survey marks hidden, which the model
+// leaves out and only an export gives back; nothing when there are none.
+std::string KeptHiddenFaces(const SurveyRecord* record) {
+    const std::size_t count = record ? record->hiddenFaces.size() : 0;
+    if (count == 0) return {};
+    return " (" + Counted(count, "hidden face", "hidden faces") + " kept for export)";
+}
+
+void DescribeNetwork(const CTris& tris, const SurveyRecord* record, std::ostream& out) {
     out << "  network      " << Counted(tris.GetNoTriVrts(), "vertex", "vertices") << ", "
-        << Counted(tris.GetNoTris(), "triangle", "triangles") << "\n";
+        << Counted(tris.GetNoTris(), "triangle", "triangles") << KeptHiddenFaces(record) << "\n";
     kor::geom::RECT_3D box;
     if (tris.GetNoTriVrts() > 0 && tris.GetBdry(box)) {
         out << "  elevations   " << Fixed(tris.GetMinQuota(), 3) << " .. "
@@ -55,7 +63,7 @@ void DescribeProject(const CDtmPrj& prj, const SurveyRecord* record, std::ostrea
     out << "project '" << prj.GetName().str() << "'" << (prj.IsActive() ? " (active)" : "")
         << (prj.IsVisible() ? "" : " (hidden)") << (prj.IsLocked() ? " (locked)" : "") << "\n";
     out << "  units        " << (record ? record->units : SurveyUnits{}).Describe() << "\n";
-    DescribeNetwork(*prj.GetTris(), out);
+    DescribeNetwork(*prj.GetTris(), record, out);
     out << "  boundaries   " << prj.GetCnts(false)->GetNoCnts() << " external, "
         << prj.GetCnts(true)->GetNoCnts() << " internal"
         << KeptBoundaries(record ? record->CountBoundaries(BoundaryRole::Kept) : 0, ", ") << "\n";
@@ -66,10 +74,9 @@ void DescribeProject(const CDtmPrj& prj, const SurveyRecord* record, std::ostrea
 void ReportImport(const TinSurface& surface, const CDtmPrj& prj, std::ostream& out) {
     out << "surface '" << surface.name << "' -> project '" << prj.GetName().str()
         << "': " << Counted(surface.points.size(), "point", "points") << ", "
-        << Counted(surface.faces.size(), "triangle", "triangles");
-    if (surface.hiddenFaces > 0)
-        out << " (" << Counted(surface.hiddenFaces, "hidden face", "hidden faces") << " left out)";
-    out << ", " << Counted(surface.breaklines.size(), "breakline", "breaklines") << " ("
+        << Counted(surface.faces.size(), "triangle", "triangles")
+        << KeptHiddenFaces(&surface.survey) << ", "
+        << Counted(surface.breaklines.size(), "breakline", "breaklines") << " ("
         << Counted(prj.GetVncs()->GetNoVncs(), "segment", "segments") << "), "
         << Counted(surface.survey.boundaries.size(), "boundary", "boundaries");
     const std::size_t kept = surface.survey.CountBoundaries(BoundaryRole::Kept);
@@ -117,10 +124,14 @@ int RunExport(const std::string& document, const std::string& output, std::ostre
         std::cerr << "dtm: warning: " << document << ": the document does not record its units, "
                   << "so " << output << " states none\n";
     WriteLandXml(output, surfaces, units);
-    for (const TinSurface& surface : surfaces)
+    for (const TinSurface& surface : surfaces) {
+        const std::size_t hidden = surface.survey.hiddenFaces.size();
         out << "project '" << surface.name
             << "': " << Counted(surface.points.size(), "point", "points") << ", "
-            << Counted(surface.faces.size(), "triangle", "triangles") << "\n";
+            << Counted(surface.faces.size(), "triangle", "triangles");
+        if (hidden > 0) out << " and " << Counted(hidden, "hidden face", "hidden faces");
+        out << "\n";
+    }
     out << "saved " << output << "\n";
     return 0;
 }

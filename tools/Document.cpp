@@ -35,10 +35,12 @@ constexpr std::uint32_t kDocumentTag = MakeTag('D', 'O', 'C', ' ');
 constexpr std::uint32_t kProjectTag = MakeTag('P', 'R', 'J', ' ');
 constexpr std::uint32_t kSurveyTag = MakeTag('S', 'R', 'V', 'Y');
 // The layouts of the survey record; a reader skips a record of a later layout, as it skips a
-// section it does not know. Layout 2 adds the boundaries to layout 1; a record without any is
-// still written in layout 1, so that a program that knows only that one keeps reading it.
+// section it does not know. Layout 2 adds the boundaries to layout 1, layout 3 the hidden faces
+// to layout 2. A record is written in the first layout that holds it, so that a program that
+// knows only the earlier ones keeps reading what they can say.
 constexpr std::uint16_t kSurveyFormat = 1;
 constexpr std::uint16_t kSurveyFormatWithBoundaries = 2;
+constexpr std::uint16_t kSurveyFormatWithHiddenFaces = 3;
 // Tag, payload length, checksum.
 constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
 constexpr std::uint32_t kFlagVisible = 1;
@@ -134,10 +136,21 @@ void AppendBoundary(std::vector<char>& bytes, const SurveyBoundary& boundary) {
         for (const double value : {point.x, point.y, point.z}) AppendDouble(bytes, value);
 }
 
+void AppendHiddenFace(std::vector<char>& bytes, const std::vector<int>& corners) {
+    Append(bytes, static_cast<std::uint8_t>(corners.size()));
+    for (const int corner : corners) Append<std::int32_t>(bytes, corner);
+}
+
+std::uint16_t SurveyFormatOf(const SurveyRecord& record) {
+    if (!record.hiddenFaces.empty()) return kSurveyFormatWithHiddenFaces;
+    if (!record.boundaries.empty()) return kSurveyFormatWithBoundaries;
+    return kSurveyFormat;
+}
+
 void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
     BlockWriter block(bytes, kSurveyTag);
-    const bool boundaries = !record.boundaries.empty();
-    Append(bytes, boundaries ? kSurveyFormatWithBoundaries : kSurveyFormat);
+    const std::uint16_t format = SurveyFormatOf(record);
+    Append(bytes, format);
     AppendText(bytes, record.units.system);
     AppendAttributes(bytes, record.units.attributes);
     Append(bytes, static_cast<std::uint32_t>(record.pointIds.size()));
@@ -147,9 +160,13 @@ void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
         Append(bytes, static_cast<std::uint32_t>(line.segments));
         AppendAttributes(bytes, line.attributes);
     }
-    if (boundaries) {
+    if (format >= kSurveyFormatWithBoundaries) {
         Append(bytes, static_cast<std::uint32_t>(record.boundaries.size()));
         for (const SurveyBoundary& boundary : record.boundaries) AppendBoundary(bytes, boundary);
+    }
+    if (format >= kSurveyFormatWithHiddenFaces) {
+        Append(bytes, static_cast<std::uint32_t>(record.hiddenFaces.size()));
+        for (const std::vector<int>& face : record.hiddenFaces) AppendHiddenFace(bytes, face);
     }
     block.Close();
 }
@@ -374,16 +391,40 @@ void ReadBoundaries(FieldReader& fields, const DocumentReader& document, const s
     }
 }
 
+// The hidden faces of a record of layout 3: three or four corners each, every one a vertex of
+// the project.
+void ReadHiddenFaces(FieldReader& fields, const DocumentReader& document, const std::string& what,
+                     int vertices, SurveyRecord& record) {
+    const std::uint32_t count = fields.Read<std::uint32_t>();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::string face = what + " holds hidden face " + std::to_string(i + 1);
+        std::vector<int> read;
+        const auto corners = fields.Read<std::uint8_t>();
+        if (corners != 3 && corners != 4)
+            throw document.Damaged(face + " with " + std::to_string(corners) + " corners");
+        for (std::uint8_t c = 0; c < corners; ++c) {
+            const auto corner = fields.Read<std::int32_t>();
+            if (corner < 0 || corner >= vertices)
+                throw document.Damaged(
+                    face + " with corner " + std::to_string(corner) + ", which is not one of the " +
+                    Counted(static_cast<std::size_t>(vertices), "vertex", "vertices"));
+            read.push_back(corner);
+        }
+        record.hiddenFaces.push_back(std::move(read));
+    }
+}
+
 // Reads the survey record of @p prj; a record of a later layout is skipped, and said so in
 // @p skipped.
 void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::string& what,
                       SurveyRecords& surveys, std::vector<std::string>& skipped) {
     FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
     const std::uint16_t format = fields.Read<std::uint16_t>();
-    if (format != kSurveyFormat && format != kSurveyFormatWithBoundaries) {
+    if (format < kSurveyFormat || format > kSurveyFormatWithHiddenFaces) {
         skipped.push_back(what + " has layout " + std::to_string(format) +
-                          ", which this program does not know; the units, point ids, breakline "
-                          "and boundary attributes in it were left out");
+                          ", which this program does not know; the survey facts in it (units, "
+                          "point ids, breakline and boundary attributes, hidden faces) were left "
+                          "out");
         return;
     }
     SurveyRecord record;
@@ -406,7 +447,9 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
         line.attributes = ReadAttributes(fields);
         record.breaklines.push_back(std::move(line));
     }
-    if (format == kSurveyFormatWithBoundaries) ReadBoundaries(fields, document, what, record);
+    if (format >= kSurveyFormatWithBoundaries) ReadBoundaries(fields, document, what, record);
+    if (format >= kSurveyFormatWithHiddenFaces)
+        ReadHiddenFaces(fields, document, what, vertices, record);
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
 }

@@ -6,7 +6,8 @@
 // y = northing, so the first two values are swapped on the way in and out. Faces refer to point
 // ids, which are unique only within a surface, need not start at 1 and may have gaps. A face
 // with the attribute i="1" is hidden: it belongs to the stored triangulation but not to the
-// visible surface, so it is left out.
+// visible surface, so the project does not hold it; the survey record keeps it, and an export
+// writes it back.
 
 #include <cstddef>
 #include <string>
@@ -37,7 +38,9 @@ namespace dtmtool {
 ///   - a face listed again, with the same three points in any order;
 ///   - a face of three different points without area in plan: its corners lie on one line or
 ///     at one place (within the rounding of their coordinates).
-/// Hidden faces are not checked, nor are faces that overlap or cross one another.
+/// A hidden face that does not hold three or four point ids of its surface is left out with a
+/// warning naming it, since the model does not use it; the same in a visible face is an error.
+/// Hidden faces are not checked otherwise, nor are faces that overlap or cross one another.
 std::vector<TinSurface> ParseLandXml(const char* data, std::size_t size, const std::string& file,
                                      std::vector<std::string>* warnings = nullptr);
 
@@ -52,9 +55,9 @@ SurveyUnits UnitsOfSurfaces(const std::vector<TinSurface>& surfaces, const std::
 
 /// The LandXML 1.2 text of @p surfaces: @p units (left out when unknown), then per surface the
 /// points in vertex order with the survey's ids where the surface has one per point (else
-/// numbered 1..n), the faces, and in SourceData the breaklines and the boundaries (outer and
-/// void), every number written with the fewest digits that read back as exactly the same
-/// double.
+/// numbered 1..n), the faces (the visible ones, then the survey record's hidden ones), and in
+/// SourceData the breaklines and the boundaries (outer and void), every number written with the
+/// fewest digits that read back as exactly the same double.
 std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units = {});
 
 /// Writes LandXmlText(@p surfaces, @p units) to @p path atomically.

@@ -472,41 +472,73 @@ private:
         }
     }
 
+    // The corners of a face as indices into the surface's points.
+    struct FaceCorners {
+        std::array<int, 4> index{};
+        // 3 or 4 when the face was read; 0 when it cannot be.
+        int count = 0;
+        // Why it cannot be: the id of a point the surface does not define, or none when the
+        // face does not hold three or four point ids.
+        std::optional<long long> unknownPoint;
+
+        bool Read() const noexcept { return count != 0; }
+    };
+
     void ReadFaces(const pugi::xml_node& definition, TinSurface& surface,
                    std::optional<TriangulationCheck>& check) {
         std::size_t faceNumber = 0;
         ForEachInGroups(definition, "Faces", "F", [&](const pugi::xml_node& f) {
             ++faceNumber;
+            const FaceCorners face = Corners(f);
             if (f.attribute("i").as_int(0) == 1) {
-                ++surface.hiddenFaces;
+                // A hidden face is not part of the model, so one that cannot be read costs the
+                // model nothing: it is told and left out, where a visible one stops the import.
+                if (face.Read())
+                    surface.survey.hiddenFaces.emplace_back(face.index.begin(),
+                                                            face.index.begin() + face.count);
+                else if (m_warnings)
+                    m_warnings->push_back(
+                        Error(f, "hidden " + Unreadable(face, faceNumber) + "; it was left out")
+                            .what());
                 return;
             }
-            int corners[4];
-            int count = 0;
-            try {
-                NumberScanner scanner(f.child_value());
-                long long id = 0;
-                while (scanner.Next(id)) {
-                    if (count == 4) throw std::invalid_argument("");
-                    corners[count] = m_index.Find(id);
-                    if (corners[count] < 0)
-                        throw Error(f, "face " + std::to_string(faceNumber) + " of surface " +
-                                           m_surfaceName + " refers to point " +
-                                           std::to_string(id) +
-                                           ", which the surface does not define");
-                    ++count;
-                }
-            } catch (const std::invalid_argument&) {
-                count = -1;
-            }
-            if (count != 3 && count != 4)
-                throw Error(f, "face " + std::to_string(faceNumber) + " of surface " +
-                                   m_surfaceName + " does not hold three point ids");
-            AddFace(surface, {corners[0], corners[1], corners[2]}, faceNumber, check);
+            if (!face.Read()) throw Error(f, Unreadable(face, faceNumber));
+            const auto& c = face.index;
+            AddFace(surface, {c[0], c[1], c[2]}, faceNumber, check);
             // A four-sided face is split along its first diagonal.
-            if (count == 4)
-                AddFace(surface, {corners[0], corners[2], corners[3]}, faceNumber, check);
+            if (face.count == 4) AddFace(surface, {c[0], c[2], c[3]}, faceNumber, check);
         });
+    }
+
+    FaceCorners Corners(const pugi::xml_node& f) const {
+        FaceCorners face;
+        int count = 0;
+        try {
+            NumberScanner scanner(f.child_value());
+            long long id = 0;
+            while (scanner.Next(id)) {
+                if (count == 4) return face;
+                face.index[count] = m_index.Find(id);
+                if (face.index[count] < 0) {
+                    face.unknownPoint = id;
+                    return face;
+                }
+                ++count;
+            }
+        } catch (const std::invalid_argument&) {
+            return face;
+        }
+        if (count == 3 || count == 4) face.count = count;
+        return face;
+    }
+
+    // What is wrong with face @p number, which Corners could not read.
+    std::string Unreadable(const FaceCorners& face, std::size_t number) const {
+        const std::string name = "face " + std::to_string(number) + " of surface " + m_surfaceName;
+        if (face.unknownPoint)
+            return name + " refers to point " + std::to_string(*face.unknownPoint) +
+                   ", which the surface does not define";
+        return name + " does not hold three point ids";
     }
 
     static void AddFace(TinSurface& surface, const std::array<int, 3>& face, std::size_t number,

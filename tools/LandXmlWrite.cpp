@@ -151,6 +151,18 @@ private:
     const std::vector<long long>* m_ids;
 };
 
+// One face: @p open, the ids of @p corners, the closing tag.
+template <class Corners>
+void WriteFace(XmlText& xml, const PointIds& ids, const Corners& corners, const char* open) {
+    xml << "          " << open;
+    const char* separator = "";
+    for (const int corner : corners) {
+        xml << separator << ids[static_cast<std::size_t>(corner)];
+        separator = " ";
+    }
+    xml << "</F>\n";
+}
+
 void WriteDefinition(XmlText& xml, const TinSurface& surface, Progress& progress) {
     const PointIds ids(surface);
     xml << "      <Definition surfType=\"TIN\">\n        <Pnts>\n";
@@ -161,10 +173,14 @@ void WriteDefinition(XmlText& xml, const TinSurface& surface, Progress& progress
         progress.Advance();
     }
     xml << "        </Pnts>\n        <Faces>\n";
+    // The order of faces means nothing in LandXML, and the network's triangles are in the order
+    // of its spatial index, not the file's; the hidden faces simply follow.
     for (const auto& face : surface.faces) {
-        xml << "          <F>" << ids[static_cast<std::size_t>(face[0])] << " "
-            << ids[static_cast<std::size_t>(face[1])] << " "
-            << ids[static_cast<std::size_t>(face[2])] << "</F>\n";
+        WriteFace(xml, ids, face, "<F>");
+        progress.Advance();
+    }
+    for (const std::vector<int>& face : surface.survey.hiddenFaces) {
+        WriteFace(xml, ids, face, "<F i=\"1\">");
         progress.Advance();
     }
     xml << "        </Faces>\n      </Definition>\n";
@@ -208,7 +224,8 @@ SurveyUnits UnitsOfSurfaces(const std::vector<TinSurface>& surfaces, const std::
 
 std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units) {
     std::size_t work = 0;
-    for (const TinSurface& surface : surfaces) work += surface.points.size() + surface.faces.size();
+    for (const TinSurface& surface : surfaces)
+        work += surface.points.size() + surface.faces.size() + surface.survey.hiddenFaces.size();
     Progress progress("exporting", work);
 
     XmlText xml;

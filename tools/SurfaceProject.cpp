@@ -1,5 +1,7 @@
 #include "SurfaceProject.h"
 
+#include <algorithm>
+
 #include "ElevationColours.h"
 #include "Progress.h"
 #include "Workspace.h"
@@ -103,15 +105,22 @@ TinSurface SurfaceOfProject(const CDtmPrj& prj, const SurveyRecord* record) {
     const CTris& tris = *prj.GetTris();
     surface.points = tris.GetPnts();
     const int vertexCount = tris.GetNoTriVrts();
+    const auto valid = [vertexCount](const auto& corners) {
+        return std::all_of(corners.begin(), corners.end(),
+                           [vertexCount](int v) { return v >= 0 && v < vertexCount; });
+    };
     surface.faces.reserve(static_cast<std::size_t>(tris.GetNoTris()));
     for (int i = 0; i < tris.GetNoTris(); ++i) {
         const CTri& tri = *tris.GetTriAt(i);
         const std::array<int, 3> face = {tri.GetVerIndex(0), tri.GetVerIndex(1),
                                          tri.GetVerIndex(2)};
-        bool valid = true;
-        for (const int v : face) valid = valid && v >= 0 && v < vertexCount;
-        if (valid) surface.faces.push_back(face);
+        if (valid(face)) surface.faces.push_back(face);
     }
+    // A hidden face keeps its corners only while the network keeps the vertices they name.
+    auto& hidden = surface.survey.hiddenFaces;
+    hidden.erase(std::remove_if(hidden.begin(), hidden.end(),
+                                [&](const std::vector<int>& face) { return !valid(face); }),
+                 hidden.end());
     for (int i = 0; i < prj.GetCnts(false)->GetNoCnts(); ++i)
         surface.externalBoundaries.push_back(RealRing(*prj.GetCnts(false)->GetCntAt(i)));
     for (int i = 0; i < prj.GetCnts(true)->GetNoCnts(); ++i)

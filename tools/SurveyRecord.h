@@ -1,8 +1,9 @@
 #pragma once
 
 // What a project keeps of the survey file it came from besides what the library holds: the
-// units the file states, the survey's own point ids, and what its breaklines and boundaries
-// were called. A surveyor's point numbers and the unit of the coordinates are part of the
+// units the file states, the survey's own point ids, what its breaklines and boundaries were
+// called, and the parts of the survey the library has no place for (boundaries of other kinds,
+// hidden faces). A surveyor's point numbers and the unit of the coordinates are part of the
 // survey; an export that lost them would hand a receiving program coordinates it may read in
 // the wrong unit, with points it cannot match to the field book.
 
@@ -84,9 +85,15 @@ struct SurveyRecord {
     /// The survey's boundaries in file order. Those the project holds name its boundaries in
     /// the order of each collection.
     std::vector<SurveyBoundary> boundaries;
+    /// The faces the survey marks hidden (i="1"), in file order, each as its corners: indices
+    /// into the project's vertices, three or four as the file gave them. They belong to the
+    /// stored triangulation but not to the surface the model shows, so the project does not
+    /// hold them.
+    std::vector<std::vector<int>> hiddenFaces;
 
     bool IsEmpty() const noexcept {
-        return !units.IsKnown() && pointIds.empty() && breaklines.empty() && boundaries.empty();
+        return !units.IsKnown() && pointIds.empty() && breaklines.empty() && boundaries.empty() &&
+               hiddenFaces.empty();
     }
     /// The recorded boundaries of role @p role.
     std::size_t CountBoundaries(BoundaryRole role) const noexcept;

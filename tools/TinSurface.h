@@ -23,7 +23,8 @@ struct TinSurface {
     std::string name;
     /// The vertices in file order, x = easting, y = northing.
     std::vector<kor::geom::PNT_3D> points;
-    /// The visible triangles, as indices into points, in file order and winding.
+    /// The visible triangles, as indices into points, in file order and winding (the hidden
+    /// faces are in the survey record).
     std::vector<std::array<int, 3>> faces;
     /// Breaklines as polylines of at least two points.
     std::vector<Polyline3D> breaklines;
@@ -32,11 +33,9 @@ struct TinSurface {
     /// Holes (voids) as rings without the closing repeat.
     std::vector<Polyline3D> internalBoundaries;
     /// The units of the file, the survey's id of each point, what its breaklines and boundaries
-    /// were called, and its boundaries of kinds that do not limit the terrain model.
+    /// were called, its boundaries of kinds that do not limit the terrain model and its hidden
+    /// faces.
     SurveyRecord survey;
-
-    /// Faces the file marks invisible, which are left out.
-    std::size_t hiddenFaces = 0;
 };
 
 }  // namespace dtmtool

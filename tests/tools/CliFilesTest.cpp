@@ -227,11 +227,13 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
     const CliResult imported = RunDtm({"import", "one.xml", "-o", "one.dtm"}, folder.Path());
     ASSERT_EQ(imported.status, 0) << imported.err;
     EXPECT_EQ(imported.out,
-              "surface 'T' -> project 'T': 4 points, 1 triangle (1 hidden face left out), "
+              "surface 'T' -> project 'T': 4 points, 1 triangle (1 hidden face kept for export), "
               "1 breakline (1 segment), 2 boundaries (1 of another kind kept for export), "
               "elevations 10.000 .. 12.000\nsaved one.dtm\n");
     const CliResult info = RunDtm({"info", "one.dtm"}, folder.Path());
-    EXPECT_NE(info.out.find("  network      4 vertices, 1 triangle\n"), std::string::npos)
+    EXPECT_NE(info.out.find("  network      4 vertices, 1 triangle (1 hidden face kept for "
+                            "export)\n"),
+              std::string::npos)
         << info.out;
     EXPECT_NE(info.out.find("  breaklines   1 segment\n"), std::string::npos) << info.out;
     EXPECT_NE(info.out.find("  boundaries   1 external, 0 internal, 1 of another kind kept for "
@@ -239,7 +241,8 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
               std::string::npos)
         << info.out;
     const CliResult exported = RunDtm({"export", "one.dtm", "-o", "back.xml"}, folder.Path());
-    EXPECT_EQ(exported.out, "project 'T': 4 points, 1 triangle\nsaved back.xml\n");
+    EXPECT_EQ(exported.out,
+              "project 'T': 4 points, 1 triangle and 1 hidden face\nsaved back.xml\n");
     // The texture region, which the model never used, comes back after the outer boundary.
     const std::string back = ReadText(folder.File("back.xml"));
     const std::size_t outer = back.find(
@@ -251,6 +254,12 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
     EXPECT_NE(outer, std::string::npos) << back;
     EXPECT_NE(texture, std::string::npos) << back;
     EXPECT_LT(outer, texture);
+    // The hidden face comes back hidden, after the visible one as in the file.
+    const std::size_t visible = back.find("<F>1 2 3</F>");
+    const std::size_t hidden = back.find("<F i=\"1\">2 4 3</F>");
+    EXPECT_NE(visible, std::string::npos) << back;
+    EXPECT_NE(hidden, std::string::npos) << back;
+    EXPECT_LT(visible, hidden);
 
     // However many lines, levels and labels the tracer makes, a count of one takes the
     // singular.

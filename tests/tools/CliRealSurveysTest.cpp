@@ -20,6 +20,7 @@
 #include "TempDir.h"
 #include "TestPaths.h"
 #include "TextFormat.h"
+#include "ToolTestSupport.h"
 #include "Workspace.h"
 
 namespace {
@@ -71,8 +72,8 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
             << info.out;
 
     // An export gives the survey back: its points under their own ids, its units, its
-    // breaklines one by one with their attributes, and its boundaries in their order with
-    // theirs, those of kinds the model does not use included.
+    // breaklines one by one with their attributes, its boundaries in their order with theirs,
+    // those of kinds the model does not use included, and its hidden faces.
     const CliResult exported = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());
     ASSERT_EQ(exported.status, 0) << exported.err;
     EXPECT_EQ(exported.err, "");
@@ -85,6 +86,9 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
         EXPECT_EQ(back[s].breaklines.size(), surfaces[s].breaklines.size());
         EXPECT_EQ(back[s].survey.breaklines, surfaces[s].survey.breaklines);
         EXPECT_EQ(back[s].survey.boundaries, surfaces[s].survey.boundaries);
+        EXPECT_EQ(tool_test::CanonicalFaces(back[s].faces),
+                  tool_test::CanonicalFaces(surfaces[s].faces));
+        EXPECT_EQ(back[s].survey.hiddenFaces, surfaces[s].survey.hiddenFaces);
     }
 
     const auto renderStart = std::chrono::steady_clock::now();

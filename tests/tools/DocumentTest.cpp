@@ -307,7 +307,8 @@ struct RecordedDocument {
     dtmtool::SurveyRecord first;  // the record of "First"
 };
 
-RecordedDocument SmallDocumentWithRecords(std::vector<dtmtool::SurveyBoundary> boundaries = {}) {
+RecordedDocument SmallDocumentWithRecords(std::vector<dtmtool::SurveyBoundary> boundaries = {},
+                                          std::vector<std::vector<int>> hidden = {}) {
     Workspace workspace;
     FillSmallWorkspace(workspace);
     dtmtool::SurveyRecord& record = workspace.Surveys()[workspace.Library().GetPrj(0)];
@@ -317,6 +318,7 @@ RecordedDocument SmallDocumentWithRecords(std::vector<dtmtool::SurveyBoundary> b
         record.pointIds.push_back(i % 2 == 0 ? 9000000000LL + i : -i);
     record.breaklines = {{{{"name", "Ridge"}, {"brkType", "standard"}}, 2}};
     record.boundaries = std::move(boundaries);
+    record.hiddenFaces = std::move(hidden);
     workspace.Surveys()[workspace.Library().GetPrj(1)];
     return {SerializeDocument(workspace.Library(), dtmtool::kNewestDocumentVersion,
                               &workspace.Surveys()),
@@ -382,17 +384,18 @@ TEST(DocumentTest, AReaderThatKeepsNoRecordsSkipsThemAsItSkipsNewSections) {
 TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     std::vector<char> bytes = SmallDocumentWithRecords().bytes;
     const Block record = Blocks(bytes)[8];
-    Put<std::uint16_t>(bytes, record.payload(), 3);
+    Put<std::uint16_t>(bytes, record.payload(), 4);
     Reseal(bytes, record);
     Workspace read;
     const dtmtool::DocumentInfo info =
         ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
     EXPECT_TRUE(read.Surveys().empty());
     EXPECT_EQ(read.Library().GetNoPrj(), 2u);
-    EXPECT_EQ(info.skipped, (std::vector<std::string>{
-                                "the survey record of project 'First' has layout 3, which this "
-                                "program does not know; the units, point ids, breakline and "
-                                "boundary attributes in it were left out"}));
+    EXPECT_EQ(info.skipped,
+              (std::vector<std::string>{
+                  "the survey record of project 'First' has layout 4, which this program does "
+                  "not know; the survey facts in it (units, point ids, breakline and boundary "
+                  "attributes, hidden faces) were left out"}));
 }
 
 // The checksum covers a block's payload, not its tag: a record whose tag was damaged reads as a
@@ -542,6 +545,82 @@ TEST(DocumentTest, ARecordBoundaryPointThatIsNotFiniteIsDamaged) {
                   kFile +
                       ": is damaged: the survey record of project 'First' holds boundary 1 "
                       "with a point that is not a finite number");
+    }
+}
+
+// A hidden triangle and a hidden four-sided face.
+std::vector<std::vector<int>> RecordedHiddenFaces() {
+    return {{2, 1, 0}, {0, 1, 7, 6}};
+}
+
+// Where the hidden faces begin in a record of layout 3 without boundaries.
+std::size_t HiddenFacesAt(const Block& record) {
+    return record.payload() + Blocks(SmallDocumentWithRecords().bytes).at(8).length + 4;
+}
+
+TEST(DocumentTest, ARecordWithHiddenFacesTakesLayoutThreeAndReadsBack) {
+    const RecordedDocument document = SmallDocumentWithRecords({}, RecordedHiddenFaces());
+    const std::vector<char>& bytes = document.bytes;
+    const Block record = Blocks(bytes).at(8);
+    ASSERT_EQ(record.tag, "SRVY");
+    EXPECT_EQ(Get<std::uint16_t>(bytes, record.payload()), 3u);
+    // Layout 1, no boundaries, then the faces: corner count, corners.
+    std::size_t at = HiddenFacesAt(record);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at - 4), 0u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 2u);
+    EXPECT_EQ(static_cast<unsigned char>(bytes[at + 4]), 3u);
+    EXPECT_EQ(Get<std::int32_t>(bytes, at + 5), 2);
+    at += 4 + (1 + 3 * 4);
+    EXPECT_EQ(static_cast<unsigned char>(bytes[at]), 4u);
+    EXPECT_EQ(Get<std::int32_t>(bytes, at + 1 + 3 * 4), 6);
+    EXPECT_EQ(record.payload() + record.length, at + 1 + 4 * 4);
+
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+    const dtmtool::SurveyRecord* back =
+        dtmtool::FindSurveyRecord(read.Surveys(), *read.Library().GetPrj(0));
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->hiddenFaces, document.first.hiddenFaces);
+    EXPECT_EQ(SerializeDocument(read.Library(), dtmtool::kNewestDocumentVersion, &read.Surveys()),
+              bytes);
+
+    // With boundaries too, the faces follow them.
+    const RecordedDocument both =
+        SmallDocumentWithRecords(RecordedBoundaries(), RecordedHiddenFaces());
+    Workspace readBoth;
+    ParseDocument(readBoth.Library(), both.bytes.data(), both.bytes.size(), kFile,
+                  &readBoth.Surveys());
+    back = dtmtool::FindSurveyRecord(readBoth.Surveys(), *readBoth.Library().GetPrj(0));
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->boundaries, both.first.boundaries);
+    EXPECT_EQ(back->hiddenFaces, both.first.hiddenFaces);
+}
+
+TEST(DocumentTest, ARecordHiddenFaceWithoutThreeOrFourCornersOfTheNetworkIsDamaged) {
+    const RecordedDocument document = SmallDocumentWithRecords({}, RecordedHiddenFaces());
+    const Block record = Blocks(document.bytes).at(8);
+    const std::size_t countAt = HiddenFacesAt(record) + 4;
+    for (const unsigned char corners : {0, 2, 5}) {
+        std::vector<char> bytes = document.bytes;
+        bytes[countAt] = static_cast<char>(corners);
+        Reseal(bytes, record);
+        EXPECT_EQ(ParseError(bytes, Records::Read),
+                  kFile +
+                      ": is damaged: the survey record of project 'First' holds hidden face "
+                      "1 with " +
+                      std::to_string(corners) + " corners");
+    }
+    const int vertices = static_cast<int>(document.first.pointIds.size());
+    for (const std::int32_t corner : {-1, vertices}) {
+        std::vector<char> bytes = document.bytes;
+        Put<std::int32_t>(bytes, countAt + 1 + 4, corner);
+        Reseal(bytes, record);
+        EXPECT_EQ(ParseError(bytes, Records::Read),
+                  kFile +
+                      ": is damaged: the survey record of project 'First' holds hidden face "
+                      "1 with corner " +
+                      std::to_string(corner) + ", which is not one of the " +
+                      std::to_string(vertices) + " vertices");
     }
 }
 

@@ -71,7 +71,13 @@ void ExpectReadsBack(const LandXmlStyle& style) {
     }
     ExpectSamePoints(surface.points, points);
     EXPECT_EQ(surface.faces, faces);
-    EXPECT_EQ(surface.hiddenFaces, style.hiddenFaces.size());
+    std::vector<std::vector<int>> hidden;
+    for (const auto& face : style.hiddenFaces) {
+        hidden.emplace_back(face.begin(), face.end());
+        if (style.reversed)
+            for (int& v : hidden.back()) v = static_cast<int>(points.size()) - 1 - v;
+    }
+    EXPECT_EQ(surface.survey.hiddenFaces, hidden);
     ASSERT_EQ(surface.breaklines.size(), 1u);
     ExpectSamePoints(surface.breaklines[0], expected.breaklines[0]);
     ASSERT_EQ(surface.externalBoundaries.size(), 1u);
@@ -99,9 +105,12 @@ TEST(LandXmlTest, ReadsSparseIdsThroughTheMap) {
     ExpectReadsBack(style);
 }
 
-TEST(LandXmlTest, LeavesInvisibleFacesOut) {
+TEST(LandXmlTest, KeepsInvisibleFacesOutOfTheModelAndInTheRecord) {
     LandXmlStyle style;
     style.hiddenFaces = {{0, 4, 1}, {2, 6, 3}};
+    ExpectReadsBack(style);
+    style.reversed = true;
+    style.firstId = 40;
     ExpectReadsBack(style);
 }
 
@@ -593,6 +602,47 @@ TEST(LandXmlTest, BoundariesWithoutA3DListAndKeptOnesThatCannotBeReadAreLeftOut)
     ASSERT_EQ(surfaces.at(0).survey.boundaries.size(), 1u);
     ExpectSamePoints(surfaces[0].survey.boundaries[0].points, {{0, 0, 1}});
     EXPECT_TRUE(surfaces[0].externalBoundaries.empty());
+}
+
+TEST(LandXmlTest, HiddenFacesThatCannotBeReadAreLeftOutAndTheOthersKept) {
+    const std::string points = kCorners + "<P id=\"4\">10 10 2</P>";
+    const std::string text = Tin(points,
+                                 "<F i=\"1\">3 2 1</F>\n<F>1 2 3</F>\n<F i=\"1\">1 2 9</F>\n"
+                                 "<F i=\"1\">1 2</F>\n<F i=\"1\">1 x 3</F>\n<F>2 4 3</F>\n"
+                                 "<F i=\"1\">1 2 4 3</F>\n<F i=\"1\">1 2 3 4 1</F>");
+    EXPECT_EQ(Warnings(text),
+              (Lines{kFile + ": line 3: hidden face 3 of surface 'S' refers to point 9, which "
+                             "the surface does not define; it was left out",
+                     kFile + ": line 4: hidden face 4 of surface 'S' does not hold three point "
+                             "ids; it was left out",
+                     kFile + ": line 5: hidden face 5 of surface 'S' does not hold three point "
+                             "ids; it was left out",
+                     kFile + ": line 8: hidden face 8 of surface 'S' does not hold three point "
+                             "ids; it was left out"}));
+    const TinSurface surface = Parse(text).at(0);
+    EXPECT_EQ(surface.faces, (std::vector<std::array<int, 3>>{{0, 1, 2}, {1, 3, 2}}));
+    // A four-sided one keeps its four corners.
+    EXPECT_EQ(surface.survey.hiddenFaces, (std::vector<std::vector<int>>{{2, 1, 0}, {0, 1, 3, 2}}));
+}
+
+TEST(LandXmlTest, HiddenFacesGoBackHiddenAfterTheVisibleOnes) {
+    const std::string points =
+        "<P id=\"10\">0 0 1</P><P id=\"20\">0 10 1</P>"
+        "<P id=\"30\">10 0 1</P><P id=\"40\">10 10 2</P>";
+    const TinSurface read =
+        Parse(Tin(points,
+                  "<F i=\"1\">30 20 10</F><F>10 20 30</F><F i=\"1\">10 20 40 30</F>"
+                  "<F>20 40 30</F>"))
+            .at(0);
+    const std::string written = dtmtool::LandXmlText({read});
+    EXPECT_NE(written.find("        <Faces>\n          <F>10 20 30</F>\n          <F>20 40 30</F>\n"
+                           "          <F i=\"1\">30 20 10</F>\n"
+                           "          <F i=\"1\">10 20 40 30</F>\n        </Faces>\n"),
+              std::string::npos)
+        << written;
+    const TinSurface again = Parse(written).at(0);
+    EXPECT_EQ(again.faces, read.faces);
+    EXPECT_EQ(again.survey.hiddenFaces, read.survey.hiddenFaces);
 }
 
 TEST(LandXmlTest, ASoundTriangulationGivesNoWarnings) {
