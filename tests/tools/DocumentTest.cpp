@@ -466,6 +466,19 @@ TEST(DocumentTest, ACutShortRecordIsDamaged) {
               kFile + ": is damaged: the survey record of project 'First' is too short");
 }
 
+// The record of the first project of the document in @p bytes as a reader finds it; writing
+// what was read must give the same bytes (checked here).
+dtmtool::SurveyRecord FirstRecordReadBack(const std::vector<char>& bytes) {
+    Workspace read;
+    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
+    EXPECT_EQ(SerializeDocument(read.Library(), dtmtool::kNewestDocumentVersion, &read.Surveys()),
+              bytes);
+    const dtmtool::SurveyRecord* record =
+        dtmtool::FindSurveyRecord(read.Surveys(), *read.Library().GetPrj(0));
+    EXPECT_NE(record, nullptr);
+    return record ? *record : dtmtool::SurveyRecord{};
+}
+
 // A texture region the record keeps whole and the outer boundary it names.
 std::vector<dtmtool::SurveyBoundary> RecordedBoundaries() {
     return {{dtmtool::BoundaryRole::Kept,
@@ -499,15 +512,9 @@ TEST(DocumentTest, ARecordWithBoundariesTakesLayoutTwoAndReadsBack) {
     EXPECT_EQ(Get<std::uint32_t>(bytes, at), 0u);
     EXPECT_EQ(record.payload() + record.length, at + 4);
 
-    Workspace read;
-    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
-    const dtmtool::SurveyRecord* back =
-        dtmtool::FindSurveyRecord(read.Surveys(), *read.Library().GetPrj(0));
-    ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->boundaries, document.first.boundaries);
-    EXPECT_EQ(back->breaklines, document.first.breaklines);
-    EXPECT_EQ(SerializeDocument(read.Library(), dtmtool::kNewestDocumentVersion, &read.Surveys()),
-              bytes);
+    const dtmtool::SurveyRecord back = FirstRecordReadBack(bytes);
+    EXPECT_EQ(back.boundaries, document.first.boundaries);
+    EXPECT_EQ(back.breaklines, document.first.breaklines);
 }
 
 // Where the first boundary's role and first point lie in the record of RecordedBoundaries().
@@ -575,25 +582,14 @@ TEST(DocumentTest, ARecordWithHiddenFacesTakesLayoutThreeAndReadsBack) {
     EXPECT_EQ(Get<std::int32_t>(bytes, at + 1 + 3 * 4), 6);
     EXPECT_EQ(record.payload() + record.length, at + 1 + 4 * 4);
 
-    Workspace read;
-    ParseDocument(read.Library(), bytes.data(), bytes.size(), kFile, &read.Surveys());
-    const dtmtool::SurveyRecord* back =
-        dtmtool::FindSurveyRecord(read.Surveys(), *read.Library().GetPrj(0));
-    ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->hiddenFaces, document.first.hiddenFaces);
-    EXPECT_EQ(SerializeDocument(read.Library(), dtmtool::kNewestDocumentVersion, &read.Surveys()),
-              bytes);
+    EXPECT_EQ(FirstRecordReadBack(bytes).hiddenFaces, document.first.hiddenFaces);
 
     // With boundaries too, the faces follow them.
     const RecordedDocument both =
         SmallDocumentWithRecords(RecordedBoundaries(), RecordedHiddenFaces());
-    Workspace readBoth;
-    ParseDocument(readBoth.Library(), both.bytes.data(), both.bytes.size(), kFile,
-                  &readBoth.Surveys());
-    back = dtmtool::FindSurveyRecord(readBoth.Surveys(), *readBoth.Library().GetPrj(0));
-    ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->boundaries, both.first.boundaries);
-    EXPECT_EQ(back->hiddenFaces, both.first.hiddenFaces);
+    const dtmtool::SurveyRecord back = FirstRecordReadBack(both.bytes);
+    EXPECT_EQ(back.boundaries, both.first.boundaries);
+    EXPECT_EQ(back.hiddenFaces, both.first.hiddenFaces);
 }
 
 TEST(DocumentTest, ARecordHiddenFaceWithoutThreeOrFourCornersOfTheNetworkIsDamaged) {
