@@ -302,6 +302,7 @@ void AddSurveyFacts(dtmtool::TinSurface& surface) {
     for (std::size_t i = 0; i < surface.points.size(); ++i)
         surface.survey.pointIds.push_back(static_cast<long long>(100 + 3 * i));
     surface.survey.units = {"Metric", {{"linearUnit", "meter"}}};
+    surface.survey.surfaceAttributes = {{"desc", "Rilievo di prova"}};
     for (std::size_t i = 0; i < surface.externalBoundaries.size(); ++i)
         surface.survey.boundaries.push_back(
             {dtmtool::BoundaryRole::External,

@@ -62,6 +62,8 @@ std::string KeptBoundaries(std::size_t count, const char* lead) {
 void DescribeProject(const CDtmPrj& prj, const SurveyRecord* record, std::ostream& out) {
     out << "project '" << prj.GetName().str() << "'" << (prj.IsActive() ? " (active)" : "")
         << (prj.IsVisible() ? "" : " (hidden)") << (prj.IsLocked() ? " (locked)" : "") << "\n";
+    const std::string description = record ? record->SurfaceAttribute("desc") : "";
+    if (!description.empty()) out << "  description  " << description << "\n";
     out << "  units        " << (record ? record->units : SurveyUnits{}).Describe() << "\n";
     DescribeNetwork(*prj.GetTris(), record, out);
     out << "  boundaries   " << prj.GetCnts(false)->GetNoCnts() << " external, "

@@ -35,12 +35,12 @@ constexpr std::uint32_t kDocumentTag = MakeTag('D', 'O', 'C', ' ');
 constexpr std::uint32_t kProjectTag = MakeTag('P', 'R', 'J', ' ');
 constexpr std::uint32_t kSurveyTag = MakeTag('S', 'R', 'V', 'Y');
 // The layouts of the survey record; a reader skips a record of a later layout, as it skips a
-// section it does not know. Layout 2 adds the boundaries to layout 1, layout 3 the hidden faces
-// to layout 2. A record is written in the first layout that holds it, so that a program that
-// knows only the earlier ones keeps reading what they can say.
+// section it does not know. Layout 2 adds the boundaries to layout 1, layout 3 the surface's
+// attributes and the hidden faces to layout 2. A record is written in the first layout that holds
+// it, so that a program that knows only the earlier ones keeps reading what they can say.
 constexpr std::uint16_t kSurveyFormat = 1;
 constexpr std::uint16_t kSurveyFormatWithBoundaries = 2;
-constexpr std::uint16_t kSurveyFormatWithHiddenFaces = 3;
+constexpr std::uint16_t kSurveyFormatWithSurface = 3;
 // Tag, payload length, checksum.
 constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
 constexpr std::uint32_t kFlagVisible = 1;
@@ -142,7 +142,8 @@ void AppendHiddenFace(std::vector<char>& bytes, const std::vector<int>& corners)
 }
 
 std::uint16_t SurveyFormatOf(const SurveyRecord& record) {
-    if (!record.hiddenFaces.empty()) return kSurveyFormatWithHiddenFaces;
+    if (!record.surfaceAttributes.empty() || !record.hiddenFaces.empty())
+        return kSurveyFormatWithSurface;
     if (!record.boundaries.empty()) return kSurveyFormatWithBoundaries;
     return kSurveyFormat;
 }
@@ -164,7 +165,8 @@ void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
         Append(bytes, static_cast<std::uint32_t>(record.boundaries.size()));
         for (const SurveyBoundary& boundary : record.boundaries) AppendBoundary(bytes, boundary);
     }
-    if (format >= kSurveyFormatWithHiddenFaces) {
+    if (format >= kSurveyFormatWithSurface) {
+        AppendAttributes(bytes, record.surfaceAttributes);
         Append(bytes, static_cast<std::uint32_t>(record.hiddenFaces.size()));
         for (const std::vector<int>& face : record.hiddenFaces) AppendHiddenFace(bytes, face);
     }
@@ -420,11 +422,11 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
                       SurveyRecords& surveys, std::vector<std::string>& skipped) {
     FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
     const std::uint16_t format = fields.Read<std::uint16_t>();
-    if (format < kSurveyFormat || format > kSurveyFormatWithHiddenFaces) {
+    if (format < kSurveyFormat || format > kSurveyFormatWithSurface) {
         skipped.push_back(what + " has layout " + std::to_string(format) +
                           ", which this program does not know; the survey facts in it (units, "
-                          "point ids, breakline and boundary attributes, hidden faces) were left "
-                          "out");
+                          "point ids, surface, breakline and boundary attributes, hidden faces) "
+                          "were left out");
         return;
     }
     SurveyRecord record;
@@ -448,8 +450,10 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
         record.breaklines.push_back(std::move(line));
     }
     if (format >= kSurveyFormatWithBoundaries) ReadBoundaries(fields, document, what, record);
-    if (format >= kSurveyFormatWithHiddenFaces)
+    if (format >= kSurveyFormatWithSurface) {
+        record.surfaceAttributes = ReadAttributes(fields);
         ReadHiddenFaces(fields, document, what, vertices, record);
+    }
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
 }

@@ -13,17 +13,18 @@
 //     one block per section, in the order of ProjectSections()
 //     block "SRVY"          only for a project with a survey record, after the sections (and
 //                           counted with them): uint16 record layout (1; 2 when it holds
-//                           boundaries; 3 when it holds hidden faces); the units as uint32 length
-//                           and text of the system ("" when unknown) and attributes; uint32 point
-//                           id count (0 or the vertex count), int64 ids in vertex order; uint32
-//                           breakline count, each as uint32 segment count (at least 1) and
-//                           attributes. Layout 2 goes on with uint32 boundary count, each as uint8
-//                           role (0 external, 1 internal, 2 kept), attributes, uint32 point count
-//                           and the points as float64 x y z (easting northing elevation; a kept
-//                           boundary's only). Layout 3 goes on with uint32 hidden face count, each
-//                           as uint8 corner count (3 or 4) and the corners as int32 vertex indices.
-//                           Attributes are a uint32 count, then each name and value as uint32
-//                           length and text.
+//                           boundaries; 3 when it holds surface attributes or hidden faces); the
+//                           units as uint32 length and text of the system ("" when unknown) and
+//                           attributes; uint32 point id count (0 or the vertex count), int64 ids
+//                           in vertex order; uint32 breakline count, each as uint32 segment count
+//                           (at least 1) and attributes. Layout 2 goes on with uint32 boundary
+//                           count, each as uint8 role (0 external, 1 internal, 2 kept),
+//                           attributes, uint32 point count and the points as float64 x y z
+//                           (easting northing elevation; a kept boundary's only). Layout 3 goes
+//                           on with the surface's attributes, then uint32 hidden face count, each
+//                           as uint8 corner count (3 or 4) and the corners as int32 vertex
+//                           indices. Attributes are a uint32 count, then each name and value as
+//                           uint32 length and text.
 //
 // A block is: uint32 tag (four ASCII letters), uint64 payload length, uint32 CRC-32 of the
 // payload, then the payload. The length lets a reader check that a section's reader consumed

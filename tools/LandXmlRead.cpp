@@ -415,6 +415,8 @@ private:
         surface.name = element.attribute("name").as_string();
         if (surface.name.empty()) surface.name = "Surface " + std::to_string(surfaces.size() + 1);
         m_surfaceName = "'" + surface.name + "'";
+        for (auto& attribute : ReadAttributes(element))
+            if (attribute.first != "name") surface.survey.surfaceAttributes.push_back(attribute);
         ReadPoints(definition, surface);
         // The check costs a few passes over the points and faces, spent only when someone
         // hears its findings.

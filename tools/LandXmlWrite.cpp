@@ -236,7 +236,9 @@ std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUni
     xml << "  <Application name=\"dtm\" manufacturer=\"dtm\"/>\n"
         << "  <Surfaces>\n";
     for (const TinSurface& surface : surfaces) {
-        xml << "    <Surface name=\"" << XmlEscaped(surface.name) << "\">\n";
+        xml << "    <Surface name=\"" << XmlEscaped(surface.name) << "\"";
+        WriteAttributes(xml, surface.survey.surfaceAttributes);
+        xml << ">\n";
         WriteSourceData(xml, surface);
         WriteDefinition(xml, surface, progress);
         xml << "    </Surface>\n";

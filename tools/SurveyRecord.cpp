@@ -2,10 +2,18 @@
 
 namespace dtmtool {
 
-std::string SurveyUnits::Attribute(const std::string& name) const {
+namespace {
+
+std::string ValueOf(const SurveyAttributes& attributes, const std::string& name) {
     for (const auto& attribute : attributes)
         if (attribute.first == name) return attribute.second;
     return {};
+}
+
+}  // namespace
+
+std::string SurveyUnits::Attribute(const std::string& name) const {
+    return ValueOf(attributes, name);
 }
 
 std::string SurveyUnits::Describe() const {
@@ -29,6 +37,10 @@ bool SurveyBoundary::operator==(const SurveyBoundary& other) const {
             points[i].z != other.points[i].z)
             return false;
     return true;
+}
+
+std::string SurveyRecord::SurfaceAttribute(const std::string& name) const {
+    return ValueOf(surfaceAttributes, name);
 }
 
 std::size_t SurveyRecord::CountBoundaries(BoundaryRole role) const noexcept {

@@ -76,6 +76,9 @@ struct SurveyBoundary {
 /// The survey facts of one project.
 struct SurveyRecord {
     SurveyUnits units;
+    /// The attributes of the survey's <Surface> element other than its name (desc, state and
+    /// the like), in file order; the name is the project's.
+    SurveyAttributes surfaceAttributes;
     /// The survey's id of each vertex, in vertex order; empty when the points have no ids of
     /// their own (they are then numbered 1..n on export).
     std::vector<long long> pointIds;
@@ -91,9 +94,12 @@ struct SurveyRecord {
     /// hold them.
     std::vector<std::vector<int>> hiddenFaces;
 
+    /// The value of the surface's attribute @p name, or an empty text.
+    std::string SurfaceAttribute(const std::string& name) const;
+
     bool IsEmpty() const noexcept {
-        return !units.IsKnown() && pointIds.empty() && breaklines.empty() && boundaries.empty() &&
-               hiddenFaces.empty();
+        return !units.IsKnown() && surfaceAttributes.empty() && pointIds.empty() &&
+               breaklines.empty() && boundaries.empty() && hiddenFaces.empty();
     }
     /// The recorded boundaries of role @p role.
     std::size_t CountBoundaries(BoundaryRole role) const noexcept;

@@ -214,9 +214,10 @@ TEST_F(CliFilesTest, ADoubtfulTriangulationIsImportedWithWarnings) {
 
 TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
     // One visible and one hidden face, one breakline, one outer boundary and one of another
-    // kind.
+    // kind; a description.
     WriteText(folder.File("one.xml"),
-              "<LandXML><Surfaces><Surface name=\"T\"><Definition surfType=\"TIN\"><Pnts>"
+              "<LandXML><Surfaces><Surface name=\"T\" desc=\"Test ground\"><Definition "
+              "surfType=\"TIN\"><Pnts>"
               "<P id=\"1\">0 0 10</P><P id=\"2\">0 10 12</P><P id=\"3\">10 0 11</P>"
               "<P id=\"4\">10 10 11</P></Pnts><Faces><F>1 2 3</F><F i=\"1\">2 4 3</F></Faces>"
               "</Definition><SourceData><Breaklines><Breakline><PntList3D>0 0 10 0 10 12"
@@ -236,6 +237,8 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
               std::string::npos)
         << info.out;
     EXPECT_NE(info.out.find("  breaklines   1 segment\n"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("(active)\n  description  Test ground\n  units  "), std::string::npos)
+        << info.out;
     EXPECT_NE(info.out.find("  boundaries   1 external, 0 internal, 1 of another kind kept for "
                             "export\n"),
               std::string::npos)
@@ -260,6 +263,7 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
     EXPECT_NE(visible, std::string::npos) << back;
     EXPECT_NE(hidden, std::string::npos) << back;
     EXPECT_LT(visible, hidden);
+    EXPECT_NE(back.find("<Surface name=\"T\" desc=\"Test ground\">"), std::string::npos) << back;
 
     // However many lines, levels and labels the tracer makes, a count of one takes the
     // singular.

@@ -71,9 +71,10 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
                   std::string::npos)
             << info.out;
 
-    // An export gives the survey back: its points under their own ids, its units, its
-    // breaklines one by one with their attributes, its boundaries in their order with theirs,
-    // those of kinds the model does not use included, and its hidden faces.
+    // An export gives the survey back: its points under their own ids, its units, the
+    // surface's attributes (its description and the like), its breaklines one by one with
+    // their attributes, its boundaries in their order with theirs, those of kinds the model
+    // does not use included, and its hidden faces.
     const CliResult exported = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());
     ASSERT_EQ(exported.status, 0) << exported.err;
     EXPECT_EQ(exported.err, "");
@@ -83,6 +84,7 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
         EXPECT_EQ(back[s].points.size(), surfaces[s].points.size());
         EXPECT_EQ(back[s].survey.pointIds, surfaces[s].survey.pointIds);
         EXPECT_EQ(back[s].survey.units, surfaces[s].survey.units);
+        EXPECT_EQ(back[s].survey.surfaceAttributes, surfaces[s].survey.surfaceAttributes);
         EXPECT_EQ(back[s].breaklines.size(), surfaces[s].breaklines.size());
         EXPECT_EQ(back[s].survey.breaklines, surfaces[s].survey.breaklines);
         EXPECT_EQ(back[s].survey.boundaries, surfaces[s].survey.boundaries);

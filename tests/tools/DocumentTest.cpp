@@ -394,8 +394,8 @@ TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     EXPECT_EQ(info.skipped,
               (std::vector<std::string>{
                   "the survey record of project 'First' has layout 4, which this program does "
-                  "not know; the survey facts in it (units, point ids, breakline and boundary "
-                  "attributes, hidden faces) were left out"}));
+                  "not know; the survey facts in it (units, point ids, surface, breakline and "
+                  "boundary attributes, hidden faces) were left out"}));
 }
 
 // The checksum covers a block's payload, not its tag: a record whose tag was damaged reads as a
@@ -560,9 +560,10 @@ std::vector<std::vector<int>> RecordedHiddenFaces() {
     return {{2, 1, 0}, {0, 1, 7, 6}};
 }
 
-// Where the hidden faces begin in a record of layout 3 without boundaries.
+// Where the hidden faces begin in a record of layout 3 without boundaries or surface
+// attributes: after layout 1 and two zero counts.
 std::size_t HiddenFacesAt(const Block& record) {
-    return record.payload() + Blocks(SmallDocumentWithRecords().bytes).at(8).length + 4;
+    return record.payload() + Blocks(SmallDocumentWithRecords().bytes).at(8).length + 4 + 4;
 }
 
 TEST(DocumentTest, ARecordWithHiddenFacesTakesLayoutThreeAndReadsBack) {
@@ -571,8 +572,9 @@ TEST(DocumentTest, ARecordWithHiddenFacesTakesLayoutThreeAndReadsBack) {
     const Block record = Blocks(bytes).at(8);
     ASSERT_EQ(record.tag, "SRVY");
     EXPECT_EQ(Get<std::uint16_t>(bytes, record.payload()), 3u);
-    // Layout 1, no boundaries, then the faces: corner count, corners.
+    // Layout 1, no boundaries, no surface attributes, then the faces: corner count, corners.
     std::size_t at = HiddenFacesAt(record);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at - 8), 0u);
     EXPECT_EQ(Get<std::uint32_t>(bytes, at - 4), 0u);
     EXPECT_EQ(Get<std::uint32_t>(bytes, at), 2u);
     EXPECT_EQ(static_cast<unsigned char>(bytes[at + 4]), 3u);
@@ -590,6 +592,30 @@ TEST(DocumentTest, ARecordWithHiddenFacesTakesLayoutThreeAndReadsBack) {
     const dtmtool::SurveyRecord back = FirstRecordReadBack(both.bytes);
     EXPECT_EQ(back.boundaries, both.first.boundaries);
     EXPECT_EQ(back.hiddenFaces, both.first.hiddenFaces);
+}
+
+TEST(DocumentTest, ARecordWithSurfaceAttributesTakesLayoutThreeAndReadsBack) {
+    RecordedDocument document = SmallDocumentWithRecords();
+    const std::size_t layout1 = Blocks(document.bytes).at(8).length;
+    Workspace workspace;
+    FillSmallWorkspace(workspace);
+    dtmtool::SurveyRecord record = document.first;
+    record.surfaceAttributes = {{"desc", "Existing ground"}, {"state", "existing"}};
+    workspace.Surveys()[workspace.Library().GetPrj(0)] = record;
+    const std::vector<char> bytes = SerializeDocument(
+        workspace.Library(), dtmtool::kNewestDocumentVersion, &workspace.Surveys());
+    const Block block = Blocks(bytes).at(8);
+    EXPECT_EQ(Get<std::uint16_t>(bytes, block.payload()), 3u);
+    // No boundaries, the two attributes, no hidden faces.
+    const std::size_t at = block.payload() + layout1;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 0u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 4), 2u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 8), 4u);
+    EXPECT_EQ(std::string(bytes.data() + at + 12, 4), "desc");
+    const std::size_t attributes = 4 + (4 + 4 + 4 + 15) + (4 + 5 + 4 + 8);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 4 + attributes), 0u);
+    EXPECT_EQ(block.payload() + block.length, at + 4 + attributes + 4);
+    EXPECT_EQ(FirstRecordReadBack(bytes).surfaceAttributes, record.surfaceAttributes);
 }
 
 TEST(DocumentTest, ARecordHiddenFaceWithoutThreeOrFourCornersOfTheNetworkIsDamaged) {

@@ -645,6 +645,29 @@ TEST(LandXmlTest, HiddenFacesGoBackHiddenAfterTheVisibleOnes) {
     EXPECT_EQ(again.survey.hiddenFaces, read.survey.hiddenFaces);
 }
 
+TEST(LandXmlTest, TheSurfacesAttributesAreKeptAndWrittenBackWithTheProjectsName) {
+    std::string text = Tin(kCorners, "<F>1 2 3</F>", "EG");
+    text.replace(text.find("<Surface name=\"EG\">"), 19,
+                 "<Surface desc=\"Existing &amp; ground\" name=\"EG\" state=\"existing\">");
+    const TinSurface read = Parse(text).at(0);
+    EXPECT_EQ(read.name, "EG");
+    EXPECT_EQ(read.survey.surfaceAttributes,
+              (dtmtool::SurveyAttributes{{"desc", "Existing & ground"}, {"state", "existing"}}));
+    EXPECT_EQ(read.survey.SurfaceAttribute("desc"), "Existing & ground");
+    EXPECT_EQ(read.survey.SurfaceAttribute("name"), "");
+
+    TinSurface renamed = read;
+    renamed.name = "Ground";
+    const std::string written = dtmtool::LandXmlText({renamed});
+    EXPECT_NE(written.find("<Surface name=\"Ground\" desc=\"Existing &amp; ground\" "
+                           "state=\"existing\">"),
+              std::string::npos)
+        << written;
+    const TinSurface back = Parse(written).at(0);
+    EXPECT_EQ(back.name, "Ground");
+    EXPECT_EQ(back.survey.surfaceAttributes, read.survey.surfaceAttributes);
+}
+
 TEST(LandXmlTest, ASoundTriangulationGivesNoWarnings) {
     EXPECT_EQ(Warnings(LandXmlOf({SmallSurface()})), Lines{});
     EXPECT_EQ(Warnings(Tin(kCorners, "<F>1 2 3</F>")), Lines{});
