@@ -257,7 +257,7 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
     EXPECT_NE(outer, std::string::npos) << back;
     EXPECT_NE(texture, std::string::npos) << back;
     EXPECT_LT(outer, texture);
-    // The hidden face comes back hidden, after the visible one as in the file.
+    // The hidden face comes back hidden, after the visible one.
     const std::size_t visible = back.find("<F>1 2 3</F>");
     const std::size_t hidden = back.find("<F i=\"1\">2 4 3</F>");
     EXPECT_NE(visible, std::string::npos) << back;

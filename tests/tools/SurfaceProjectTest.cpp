@@ -119,6 +119,23 @@ TEST(SurfaceProjectTest, WithoutARecordThatAccountsForEverySegmentBreaklinesAreJ
     EXPECT_TRUE(back.survey.breaklines.empty());
 }
 
+TEST(SurfaceProjectTest, HiddenFacesGoWithTheRecordWhileTheirVerticesLast) {
+    Workspace workspace;
+    TinSurface surface = Sample();
+    const int last = static_cast<int>(surface.points.size()) - 1;
+    surface.survey.hiddenFaces = {{0, 1, 2}, {last, 1, 2, 0}};
+    CDtmPrj& prj = *dtmtool::AddSurfaceProject(workspace, surface);
+    // The network does not hold them.
+    EXPECT_EQ(prj.GetTris()->GetNoTris(), static_cast<int>(surface.faces.size()));
+    const dtmtool::SurveyRecord& record = *dtmtool::FindSurveyRecord(workspace.Surveys(), prj);
+    EXPECT_EQ(dtmtool::SurfaceOfProject(prj, &record).survey.hiddenFaces,
+              surface.survey.hiddenFaces);
+    // Once the last vertex is gone, the face that names it has nothing to stand on.
+    prj.GetTris()->RemoveTriVrt(last);
+    EXPECT_EQ(dtmtool::SurfaceOfProject(prj, &record).survey.hiddenFaces,
+              (std::vector<std::vector<int>>{{0, 1, 2}}));
+}
+
 TEST(SurfaceProjectTest, ProjectNamesAreMadeUnique) {
     Workspace workspace;
     dtmtool::AddSurfaceProject(workspace, Sample());
