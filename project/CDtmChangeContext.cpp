@@ -172,8 +172,8 @@ void CDtmChangeContext::OnAfterEndEvent() {
         m_state->current = &m_state->quiet;
         m_state->additionsUnheard = false;
     });
-    // Removed lines keep their mark until the next time they are recorded; only the lines that
-    // stay in the collection go back to untouched.
+    // Every line the event added or modified goes back to untouched, even one it removed
+    // afterwards; a line that was only removed keeps its mark until it is recorded again.
     for (CCvLv* line : m_state->cvLvAdded) line->m_changeMark = MARK_UNTOUCHED;
     for (CCvLv* line : m_state->cvLvModified) line->m_changeMark = MARK_UNTOUCHED;
     m_state->current->OnEndEvent();

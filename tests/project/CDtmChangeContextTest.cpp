@@ -3,6 +3,7 @@
 #include <dtm/breaklines/CVncs.h>
 #include <dtm/contours/CCvLv.h>
 #include <dtm/contours/CCvLvs.h>
+#include <dtm/network/CCld.h>
 #include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
@@ -216,6 +217,24 @@ TEST_F(ChangeContextTest, RemovedContourLineKeepsItsMarkAndIgnoresModifying) {
     line->SubReference();
 }
 
+// The closing pass puts back every line the event added or modified, even one the event then
+// removed: only a line that was removed and nothing else keeps its removed mark.
+TEST_F(ChangeContextTest, ContourLineModifiedThenRemovedGoesBackToUntouched) {
+    auto* line = new CountedCvLv(alive, cvlvs.get());
+    context->BeginEvent();
+    Notify().CvLvModifying(line, eCvLvChangeColor);
+    Notify().CvLvRemoved(line);
+    EXPECT_EQ(line->GetChangeMark(), 4);
+    context->EndEvent();
+    EXPECT_EQ(recorder.events.at(0).cvLvModified, std::vector<CCvLv*>{line});
+    EXPECT_EQ(recorder.events.at(0).cvLvRemoved, std::vector<CCvLv*>{line});
+    EXPECT_EQ(line->GetChangeMark(), 0);
+    // Untouched again, the line is recorded by the next modifying notification.
+    Notify().CvLvModifying(line, eCvLvChangeGeometry);
+    EXPECT_EQ(recorder.events.at(1).cvLvModified, std::vector<CCvLv*>{line});
+    line->SubReference();
+}
+
 TEST_F(ChangeContextTest, RemovedEntitiesStayAliveUntilTheOutermostEventCloses) {
     auto* breakline = new CountedVnc(alive, vncs.get());
     auto* boundary = new CountedCnt(alive);
@@ -333,6 +352,64 @@ TEST_F(ChangeContextTest, SuspendedRecordingUsesTheQuietListenerButHostStillSees
     Notify().TriAdded(t);
     EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriAdded", "EndEvent"}));
     t->SubReference();
+}
+
+// Whether an event is recorded is settled when it opens: the flag changing while the event is
+// open neither stops nor starts the recording of that event.
+TEST_F(ChangeContextTest, RecordingSuspendedInsideAnOpenEventStillRecordsThatEvent) {
+    auto* t = new ProbeRecord<CTri>(alive);
+    {
+        kor::CEventGuard event(context);
+        Notify().TriAdded(t);
+        tm.SetRecordingSuspended(true);
+        Notify().TriRemoved(t);
+        tm.SetRecordingSuspended(false);
+    }
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriAdded", "TriRemoved", "EndEvent"}));
+    t->SubReference();
+}
+
+TEST_F(ChangeContextTest, RecordingResumedInsideAnOpenEventLeavesThatEventUnrecorded) {
+    auto* t = new ProbeRecord<CTri>(alive);
+    tm.SetRecordingSuspended(true);
+    {
+        kor::CEventGuard event(context);
+        Notify().TriAdded(t);
+        tm.SetRecordingSuspended(false);
+        Notify().TriRemoved(t);
+    }
+    EXPECT_TRUE(listener->log.empty());
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triAdded, std::vector<CTri*>{t});
+    EXPECT_EQ(recorder.events[0].triRemoved, std::vector<CTri*>{t});
+    // The next event opens with recording on.
+    Notify().TriVrtAdded();
+    EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriVrtAdded", "EndEvent"}));
+    t->SubReference();
+}
+
+// A network on a point cloud is never recorded for undo, yet the host hears all of it.
+TEST_F(ChangeContextTest, PointCloudNetworkUsesTheQuietListenerButHostStillSees) {
+    CTris& tris = *prj->GetTris();
+    auto cloud = kor::CRefPtr<CMemCld>::Adopt(new CMemCld);
+    for (int i = 0; i < 3; ++i) cloud->AddPnt(kor::geom::PNT_3D(i, i * i, 1.0));
+    tris.SetCld(cloud.Get());
+    ASSERT_TRUE(tris.IsCld());
+    listener->log.clear();
+    recorder.events.clear();
+    auto* breakline = new CountedVnc(alive, vncs.get());
+    {
+        kor::CEventGuard event(context);
+        for (int i = 0; i < 3; ++i) tris.AddTriVrt(i);
+        tris.AddNewTri(1, 0, 1, 2);
+        Notify().VncAdded(breakline);
+    }
+    EXPECT_TRUE(listener->log.empty());
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triAdded, std::vector<CTri*>{tris.GetTriAt(0)});
+    EXPECT_EQ(recorder.events[0].vncAdded, std::vector<CVnc*>{breakline});
+    EXPECT_EQ(tm.GetUndoCount(), 0u);
+    breakline->SubReference();
 }
 
 TEST_F(ChangeContextTest, DetachedContextRecordsForUndoAsUsual) {
