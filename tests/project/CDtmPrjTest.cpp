@@ -68,6 +68,15 @@ TEST_F(ProjectTest, SetPropsChangesAllThreeWithOneNotification) {
     EXPECT_TRUE(prj->IsLocked());
 }
 
+TEST_F(ProjectTest, SetPropsTellsANameInAnotherLetterCaseApart) {
+    prj->SetProps("RILIEVO", true, false);
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(recorder.events[0].prjModified);
+    EXPECT_EQ(prj->GetName(), kor::String("RILIEVO"));
+    prj->SetProps("RILIEVO", true, false);
+    EXPECT_EQ(recorder.events.size(), 1u);
+}
+
 TEST_F(ProjectTest, ChangesInsideOneHostEventAreOneEvent) {
     {
         kor::CEventGuard event(prj->GetContext());

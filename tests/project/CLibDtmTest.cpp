@@ -52,6 +52,13 @@ TEST_F(LibraryTest, AddingATakenNameIgnoringCaseAppendsTheNextFreeNumber) {
     EXPECT_EQ(lib->GetNoPrj(), 3u);
 }
 
+TEST_F(LibraryTest, NumberedCandidatesAreComparedIgnoringCaseToo) {
+    lib->AddPrj("Rilievo", true, false);
+    lib->AddPrj("RILIEVO (2)", true, false);
+    CDtmPrj* third = lib->AddPrj("rilievo", true, false);
+    EXPECT_EQ(third->GetName(), kor::String("rilievo (3)"));
+}
+
 TEST_F(LibraryTest, AddingToAnEmptyLibraryKeepsTheNameEvenAnEmptyOne) {
     CDtmPrj* prj = lib->AddPrj("", true, false);
     EXPECT_EQ(prj->GetName(), kor::String(""));
@@ -112,6 +119,42 @@ TEST_F(LibraryTest, RemovingTheActiveProjectClearsActiveInTheSameEvent) {
     EXPECT_EQ(alive, 1);
     prj->SubReference();
     EXPECT_EQ(alive, 0);
+}
+
+// Several removals in one event: the list keeps their order, the drawing flag is the one the
+// last removal passed, and the projects left keep their order.
+TEST_F(LibraryTest, RemovalsInOneEventAreListedInOrderWithTheLastDrawingFlag) {
+    for (bool lastFlag : {false, true}) {
+        SCOPED_TRACE(lastFlag);
+        CDtmPrj* a = lib->AddPrj("A", true, false);
+        CDtmPrj* b = lib->AddPrj("B", true, false);
+        lib->AddPrj("C", true, false);
+        recorder.events.clear();
+        {
+            kor::CEventGuard event(lib->GetContext());
+            lib->RemovePrj(b, !lastFlag);
+            lib->RemovePrj(a, lastFlag);
+        }
+        ASSERT_EQ(recorder.events.size(), 1u);
+        EXPECT_EQ(recorder.events[0].removed, (std::vector<CDtmPrj*>{b, a}));
+        EXPECT_EQ(recorder.events[0].drawingAlreadyRemoved, lastFlag);
+        ASSERT_EQ(lib->GetNoPrj(), 1u);
+        EXPECT_EQ(lib->GetPrj(0)->GetName(), kor::String("C"));
+        lib->RemovePrj(lib->GetPrj(0), false);
+    }
+}
+
+TEST_F(LibraryTest, ProjectSetsTheModifiedFlagOfTheLibraryThatHoldsIt) {
+    CDtmPrj* prj = AddProbe("P");
+    lib->SetModifiedFlag(false);
+    prj->SetModifiedFlag();
+    EXPECT_TRUE(lib->IsModified());
+    prj->AddReference();
+    lib->RemovePrj(prj, false);
+    lib->SetModifiedFlag(false);
+    prj->SetModifiedFlag();
+    EXPECT_FALSE(lib->IsModified());
+    prj->SubReference();
 }
 
 TEST_F(LibraryTest, RemovedProjectLivesExactlyUntilTheOutermostEventCloses) {
