@@ -21,6 +21,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -363,6 +364,136 @@ TEST_F(UndoTest, OptionsStoredWithoutAnEventStayWhenALaterStepIsUndone) {
     EXPECT_EQ(prj->GetPrjOpz().GetVncColor(), colour + 1);
     ASSERT_TRUE(tm.Redo());
     EXPECT_EQ(prj->GetPrjOpz().GetVncColor(), colour + 1);
+}
+
+// Undoing an addition removes the added entities, or, when they are as many as the collection
+// now holds, empties the collection without looking them up: the two sets are taken to be the
+// same. A change the steps never saw can thus take another entity with them.
+TEST_F(UndoTest, UndoingAnAdditionEmptiesACollectionOfAsManyEntities) {
+    CVnc* vnc = Vncs().AddNewVnc(Segment(0, 0, 1, 1));
+    auto held = CRefPtr<CVnc>::Share(vnc);
+    tm.SetRecordingSuspended(true);
+    Vncs().RemoveVnc(vnc);
+    Vncs().AddNewVnc(Segment(5, 5, 6, 6));
+    tm.SetRecordingSuspended(false);
+    ASSERT_TRUE(tm.Undo());
+    EXPECT_EQ(Vncs().GetNoVncs(), 0);
+    ASSERT_TRUE(tm.Redo());
+    ASSERT_EQ(Vncs().GetNoVncs(), 1);
+    EXPECT_EQ(Vncs().GetVncAt(0), vnc);
+}
+
+TEST_F(UndoTest, UndoingAnAdditionEmptiesABoundaryGroupOfAsManyBoundaries) {
+    auto cnt = CRefPtr<CCnt>::Adopt(new CCnt);
+    cnt->SetRealVrts(Ring(0, 0));
+    Cnts(false).AddCnt(cnt.Get());
+    tm.SetRecordingSuspended(true);
+    Cnts(false).RemoveCnt(cnt.Get());
+    auto other = CRefPtr<CCnt>::Adopt(new CCnt);
+    other->SetRealVrts(Ring(5, 5));
+    Cnts(false).AddCnt(other.Get());
+    tm.SetRecordingSuspended(false);
+    ASSERT_TRUE(tm.Undo());
+    EXPECT_EQ(Cnts(false).GetNoCnts(), 0);
+    ASSERT_TRUE(tm.Redo());
+    ASSERT_EQ(Cnts(false).GetNoCnts(), 1);
+    EXPECT_EQ(Cnts(false).GetCntAt(0), cnt.Get());
+}
+
+TEST_F(UndoTest, UndoingAnAdditionEmptiesAContourCollectionOfAsManyLines) {
+    CCvLv* line = AddLine(Lines(), 10.0, 0.0);
+    auto held = CRefPtr<CCvLv>::Share(line);
+    tm.SetRecordingSuspended(true);
+    Lines().RemoveCvLv(line);
+    AddLine(Lines(), 20.0, 40.0);
+    tm.SetRecordingSuspended(false);
+    ASSERT_TRUE(tm.Undo());
+    EXPECT_EQ(Lines().GetNoCvLvs(), 0u);
+    ASSERT_TRUE(tm.Redo());
+    ASSERT_EQ(Lines().GetNoCvLvs(), 1u);
+    EXPECT_EQ(Lines().GetCvLvAt(0), line);
+}
+
+// The host sees an undo or a redo as one ordinary event of the project.
+TEST_F(UndoTest, ApplyingAStepIsOneEventForTheHost) {
+    CVnc* a = nullptr;
+    CVnc* b = nullptr;
+    CTri* first = Tris().GetTriAt(0);
+    {
+        kor::CEventGuard event(prj->GetContext());
+        a = Vncs().AddNewVnc(Segment(0, 0, 1, 1));
+        b = Vncs().AddNewVnc(Segment(2, 2, 3, 3));
+        first->SetColor(&Tris(), 77);
+    }
+    dtm_test::ProjectEventRecorder recorder;
+    prj->GetContext()->Register(&recorder);
+    const auto sameSet = [](std::vector<CVnc*> listed, std::vector<CVnc*> expected) {
+        std::sort(listed.begin(), listed.end());
+        std::sort(expected.begin(), expected.end());
+        return listed == expected;
+    };
+    ASSERT_TRUE(tm.Undo());
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(sameSet(recorder.events[0].vncRemoved, {a, b}));
+    const auto& modified = recorder.events[0].triModified;
+    EXPECT_NE(std::find(modified.begin(), modified.end(), first), modified.end());
+    EXPECT_EQ(first->GetColor(), 1);
+    ASSERT_TRUE(tm.Redo());
+    ASSERT_EQ(recorder.events.size(), 2u);
+    EXPECT_TRUE(sameSet(recorder.events[1].vncAdded, {a, b}));
+    EXPECT_EQ(first->GetColor(), 77);
+    prj->GetContext()->Unregister(&recorder);
+}
+
+// Whether an event is recorded is settled when it opens, on the library as on a project.
+TEST_F(UndoTest, RecordingSuspendedInsideAnOpenEventStillFilesThatEvent) {
+    const auto steps = tm.GetUndoCount();
+    const int breaklines = Vncs().GetNoVncs();
+    {
+        kor::CEventGuard event(prj->GetContext());
+        Vncs().AddNewVnc(Segment(0, 0, 1, 1));
+        tm.SetRecordingSuspended(true);
+        Vncs().AddNewVnc(Segment(2, 2, 3, 3));
+        tm.SetRecordingSuspended(false);
+    }
+    ASSERT_EQ(tm.GetUndoCount(), steps + 1);
+    ASSERT_TRUE(tm.Undo());
+    EXPECT_EQ(Vncs().GetNoVncs(), breaklines);
+}
+
+TEST_F(UndoTest, RecordingResumedInsideAnOpenEventFilesNothingForThatEvent) {
+    const auto steps = tm.GetUndoCount();
+    tm.SetRecordingSuspended(true);
+    {
+        kor::CEventGuard event(prj->GetContext());
+        Vncs().AddNewVnc(Segment(0, 0, 1, 1));
+        tm.SetRecordingSuspended(false);
+        Vncs().AddNewVnc(Segment(2, 2, 3, 3));
+    }
+    EXPECT_EQ(tm.GetUndoCount(), steps);
+    EXPECT_EQ(Vncs().GetNoVncs(), 2);
+}
+
+TEST_F(UndoTest, LibraryEventKeepsTheRecordingChosenWhenItOpened) {
+    const auto steps = tm.GetUndoCount();
+    {
+        kor::CEventGuard event(lib->GetContext());
+        lib->AddPrj("A", true, false);
+        tm.SetRecordingSuspended(true);
+        lib->AddPrj("B", true, false);
+        tm.SetRecordingSuspended(false);
+    }
+    ASSERT_EQ(tm.GetUndoCount(), steps + 1);
+    ASSERT_TRUE(tm.Undo());
+    EXPECT_EQ(lib->GetNoPrj(), 1u);
+    tm.SetRecordingSuspended(true);
+    {
+        kor::CEventGuard event(lib->GetContext());
+        lib->AddPrj("C", true, false);
+        tm.SetRecordingSuspended(false);
+    }
+    EXPECT_EQ(tm.GetUndoCount(), steps);
+    EXPECT_EQ(lib->GetNoPrj(), 2u);
 }
 
 // Network -------------------------------------------------------------------------------------
