@@ -1,3 +1,4 @@
+#include <dtm/contours/CCvLv.h>
 #include <dtm/contours/CCvLvs.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
@@ -15,6 +16,7 @@
 #include "StreamBytes.h"
 #include "TempIni.h"
 
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -120,7 +122,8 @@ Options ExpectedAfterRead(const Options& written, const Options& target, short v
     COpzTri& tri = expected.tri;
     const COpzTri& from = written.tri;
     tri.SetAddStations(from.IsAddStations());
-    tri.SetAddBasePoints(from.IsAddBasePoints());  // from 720 in the legacy tail, then its own
+    // From 720 in the legacy tail, then in a field of its own.
+    if (version >= 720) tri.SetAddBasePoints(from.IsAddBasePoints());
     tri.SetCheckBreaklines(from.IsCheckBreaklines());
     tri.SetCheckVrtInCntE(from.IsCheckVrtInCntE());
     tri.SetCheckVrtInCntI(from.IsCheckVrtInCntI());
@@ -454,10 +457,10 @@ TEST_P(PrjOptionsStreamTest, TruncatedSectionFailsAndLeavesEveryOptionUnchanged)
 }
 
 // 800 and 1502 are the thresholds of the section; 812 that of the network's point collections;
-// 799 and 1501 the last versions before them.
+// 799 and 1501 the last versions before them; a negative version is older than every threshold.
 INSTANTIATE_TEST_SUITE_P(Versions, PrjOptionsStreamTest,
-                         ::testing::Values(short{799}, short{800}, short{812}, short{1501},
-                                           short{1502}));
+                         ::testing::Values(short{-1}, short{799}, short{800}, short{812},
+                                           short{1501}, short{1502}));
 
 TEST_F(PrjOptionsTest, EvenAnEmptyStreamMarksAllFourLayerKinds) {
     for (bool apply : {true, false}) {
@@ -478,22 +481,23 @@ TEST_F(PrjOptionsTest, ReadingInsideAHostEventAddsToIt) {
     EXPECT_EQ(1u, recorder.events.size());
 }
 
-/// The section at 799 with every value spelled out, as a writer of that version leaves it for
-/// the sample options: flags 1 or 0, unused values 0.
-ByteBuilder SampleSectionAt799() {
-    return ByteBuilder()
-        // network, first group, older than 812
+/// The section at @p version (below 800) with every value spelled out, as a writer of that
+/// version leaves it for the sample options: flags 1 or 0, unused values 0.
+ByteBuilder SampleSectionBefore800(short version) {
+    ByteBuilder bytes;
+    // network, first group, older than 812
+    bytes
         .Int32(0)  // add stations
         .Int32(0)  // two values nothing uses
         .Int32(0)
-        .Int32(0)  // check breaklines
-        .Int32(0)  // vertices in external boundaries
-        .Int32(1)  // vertices in internal boundaries
-        .Int32(0)  // triangles in external boundaries
-        .Int32(1)  // triangles in internal boundaries
-        .Int32(0)  // from 690: a value nothing uses
-        .Int32(0)  // from 720: a value nothing uses, then add base points
-        .Int32(1)
+        .Int32(0)                                 // check breaklines
+        .Int32(0)                                 // vertices in external boundaries
+        .Int32(1)                                 // vertices in internal boundaries
+        .Int32(0)                                 // triangles in external boundaries
+        .Int32(1);                                // triangles in internal boundaries
+    if (version >= 690) bytes.Int32(0);           // a value nothing uses
+    if (version >= 720) bytes.Int32(0).Int32(1);  // a value nothing uses, then add base points
+    return bytes
         // contour categories
         .Int32(0)
         .UInt16(11)
@@ -522,9 +526,10 @@ ByteBuilder SampleSectionAt799() {
     // contour options, second group: none before 800
 }
 
-TEST_F(PrjOptionsTest, SectionWrittenAt799HasTheDocumentedLayout) {
+TEST_F(PrjOptionsTest, SectionsWrittenBefore800HaveTheDocumentedLayout) {
     SetSampleOptions(*prj);
-    EXPECT_EQ(SampleSectionAt799().Str(), WriteSection(*prj, 799));
+    for (short version : {short{799}, short{720}, short{719}, short{690}, short{689}, short{-1}})
+        EXPECT_EQ(SampleSectionBefore800(version).Str(), WriteSection(*prj, version)) << version;
 }
 
 TEST_F(PrjOptionsTest, ReadsAHandAssembledSectionAt799FieldByField) {
@@ -645,8 +650,14 @@ TEST_F(PrjOptionsTest, OldSectionLeavesTheNetworkDrawingAloneWhenItsTextIsUnchan
     EXPECT_EQ(COpzTri::TRI_SYMBOL_1, prj->GetTris()->GetOptions().GetSymbol());
 }
 
-/// A section at 1502 with every value spelled out the way a writer leaves it.
-std::string HandSectionAt1502() {
+/// The three flags of the display options block, breaklines first.
+struct BlockFlags {
+    std::int32_t breaklines = 1, externalBoundaries = 0, internalBoundaries = 1;
+};
+
+/// A section at 1502 with every value spelled out the way a writer leaves it, unless the block
+/// flags say otherwise.
+std::string HandSectionAt1502(BlockFlags flags = {}) {
     CColorClassComputer triClasses;
     triClasses.AddEntry(0, 100.0, 5);
     triClasses.AddEntry(1, 200.0, 6);
@@ -682,11 +693,11 @@ std::string HandSectionAt1502() {
         .Int32(0)
         .UInt16(4)
         // display options block
-        .Int32(1)
+        .Int32(flags.breaklines)
         .Int16(10)
-        .Int32(0)
+        .Int32(flags.externalBoundaries)
         .Int16(11)
-        .Int32(1)
+        .Int32(flags.internalBoundaries)
         .Int16(12)
         // network, display group
         .Int32(1)
@@ -781,6 +792,57 @@ TEST_F(PrjOptionsTest, ReadsAHandAssembledSectionAt1502FieldByField) {
 
     // Written again: the same bytes.
     EXPECT_EQ(bytes, WriteSection(*prj, 1502));
+}
+
+// A block flag is on only when its stored value is above zero.
+TEST_F(PrjOptionsTest, BlockFlagsAtOrBelowZeroReadAsOff) {
+    const std::string bytes = HandSectionAt1502({-1, INT32_MIN, 2});
+    EXPECT_TRUE(ReadSection(*prj, bytes, 1502, true).streamGood);
+    const CDtmPrjOpz& block = prj->GetPrjOpz();
+    EXPECT_FALSE(block.IsVncActive());
+    EXPECT_FALSE(block.IsCntActive(0));
+    EXPECT_TRUE(block.IsCntActive(1));
+    EXPECT_EQ(10, block.GetVncColor());
+    EXPECT_EQ(11, block.GetCntColor(0));
+    EXPECT_EQ(12, block.GetCntColor(1));
+}
+
+// The label settings of an old section reach the contour lines already in the project: their
+// labels are fitted to the new text, as any change of the text options fits them.
+TEST_F(PrjOptionsTest, OldSectionFitsTheLabelsOfTheLinesAlreadyThere) {
+    CDtmPrj* source = NewProject();
+    source->GetCvLvs()->GetOpzCvLv().SetTextOptions(3.0, 3.0, 0, "", "", TEXT_VALIGN_CENTRED,
+                                                    TEXT_ORIENTATION_0);
+    const std::string bytes = WriteSection(*source, 799);
+
+    CCvLvs& lines = *prj->GetCvLvs();
+    const double x[] = {0.0, 100.0};
+    const double y[] = {0.0, 0.0};
+    CCvLv* line = lines.AddNewCvLv(5.0, 1.0, 3, 2, x, y);
+    ASSERT_NE(nullptr, line->AddInterval(49.0, 51.0, CCvLvInterv::FLAG_TEXT));
+    // Set twice, so that the second setting changes something whatever the defaults are.
+    lines.SetTextOptions(2.0, 2.0, 1, "", "", TEXT_VALIGN_CENTRED, TEXT_ORIENTATION_0);
+    lines.SetTextOptions(1.0, 1.0, 2, "", "", TEXT_VALIGN_CENTRED, TEXT_ORIENTATION_0);
+    // "5.00" at height 1 before the read, "5" at height 3 after it; centred on 50 both times.
+    const auto expectLabel = [line](double characters, double height) {
+        const double half = (characters - 0.3333 + 1.0) * height / 2.0;
+        ASSERT_EQ(1u, line->GetNoIntervals());
+        EXPECT_NEAR(50.0 - half, line->GetIntervalAt(0)->GetStart(), 1e-9);
+        EXPECT_NEAR(50.0 + half, line->GetIntervalAt(0)->GetEnd(), 1e-9);
+    };
+    expectLabel(4, 1.0);
+
+    recorder.events.clear();
+    EXPECT_TRUE(ReadSection(*prj, bytes, 799, false).streamGood);
+    expectLabel(4, 1.0);
+    ASSERT_EQ(1u, recorder.events.size());
+    EXPECT_TRUE(recorder.events[0].cvLvModified.empty());
+
+    recorder.events.clear();
+    EXPECT_TRUE(ReadSection(*prj, bytes, 799, true).streamGood);
+    expectLabel(1, 3.0);
+    ASSERT_EQ(1u, recorder.events.size());
+    EXPECT_EQ(std::vector<CCvLv*>{line}, recorder.events[0].cvLvModified);
 }
 
 }  // namespace
