@@ -120,6 +120,23 @@ TEST(GetCoordZQ, AnUndefinedVertexElevationDoesNotStopTheScan) {
     EXPECT_EQ(network.Tris().GetCoordZQ(1, 1), 7.0);
 }
 
+TEST(GetCoordZQ, UndefinedStartsAtHalfTheUndefinedValue) {
+    // The first triangle snaps to its vertex (1, 1); the second holds the point with a plane.
+    const auto quoteWithSnappedVertexAt = [](double z) {
+        Network network({PNT_3D(1, 1, z), PNT_3D(5, 1, 0), PNT_3D(1, 5, 0), PNT_3D(0, 0, 7),
+                         PNT_3D(4, 0, 7), PNT_3D(0, 4, 7)},
+                        {{0, 1, 2}, {3, 4, 5}});
+        return network.Tris().GetCoordZQ(1, 1);
+    };
+    EXPECT_EQ(quoteWithSnappedVertexAt(kUndefinedThreshold), 7.0);
+    const double below = std::nextafter(kUndefinedThreshold, 0.0);
+    EXPECT_EQ(quoteWithSnappedVertexAt(below), below);
+    EXPECT_EQ(quoteWithSnappedVertexAt(-UNDEFINED_QUOTE), -UNDEFINED_QUOTE);
+    EXPECT_TRUE(dtm::IsUndefinedQuote(kUndefinedThreshold));
+    EXPECT_FALSE(dtm::IsUndefinedQuote(below));
+    EXPECT_FALSE(dtm::IsUndefinedQuote(-UNDEFINED_QUOTE));
+}
+
 TEST(GetCoordZQ, WhenNoTriangleHoldsThePointTheLastOnesAnswerIsReturned) {
     const std::vector<PNT_3D> vertices = {PNT_3D(1, 1, 9e199), PNT_3D(5, 1, 0),
                                           PNT_3D(1, 5, 0),     PNT_3D(10, 10, 0),
