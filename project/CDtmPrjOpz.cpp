@@ -19,12 +19,13 @@ void WritePair(std::ostream& stream, bool active, short color) {
     dtm::io::WriteRaw<std::int16_t>(stream, color);
 }
 
-/// Reads one pair; a flag is true when its int32 is greater than zero.
+/// Reads one pair; a flag is true when its int32 is greater than zero. Nothing is stored unless
+/// both values were read.
 bool ReadPair(std::istream& stream, bool& active, short& color) {
-    std::int32_t flag = 0;
+    bool flag = false;
     std::int16_t stored = 0;
-    if (!dtm::io::ReadRaw(stream, flag) || !dtm::io::ReadRaw(stream, stored)) return false;
-    active = flag > 0;
+    if (!dtm::io::ReadBool32(stream, flag) || !dtm::io::ReadRaw(stream, stored)) return false;
+    active = flag;
     color = stored;
     return true;
 }
