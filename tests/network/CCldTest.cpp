@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -188,6 +190,44 @@ TEST_F(CloudLinkTest, EmptyingTheNetworkReleasesTheCloudOnceAndKeepsItBound) {
     EXPECT_EQ(cloud->GetReferenceCount(), 1);
     EXPECT_TRUE(tris.IsCld());
     tris.DoRemoveAll();
+    EXPECT_EQ(cloud->GetReferenceCount(), 1);
+}
+
+// Emptying the network directly, outside RemoveAll: no listener runs afterwards to recompute
+// the derived data, so the call itself must let go of all of it, and it reports nothing.
+TEST_F(CloudLinkTest, DoRemoveAllFreesEverythingItselfAndReportsNothing) {
+    AddThreeColouredPoints();
+    BindCloudAndAddEveryPoint();
+    const auto triangle = CRefPtr<CTri>::Share(tris.AddNewTri(1, 0, 1, 2));
+    ASSERT_NE(triangle.Get(), nullptr);
+    ASSERT_EQ(triangle->GetReferenceCount(), 2);
+    tris.CalcColors();
+    tris.CalcNormals();
+    tris.InitSelTris();
+    tris.SelTri(0, false);
+    ASSERT_NE(tris.GetColors(), nullptr);
+    ASSERT_NE(tris.GetNormals(), nullptr);
+    ASSERT_EQ(CTrisTestAccess::Selection(tris), (std::vector<std::uint8_t>{0x01}));
+    ASSERT_EQ(cloud->GetReferenceCount(), 2);
+
+    dtm_test::ProjectEventRecorder recorder;
+    prj->GetContext()->Register(&recorder);
+    tris.DoRemoveAll();
+    prj->GetContext()->Unregister(&recorder);
+
+    EXPECT_EQ(recorder.opened, 0);
+    EXPECT_TRUE(recorder.events.empty());
+    EXPECT_EQ(tris.GetColors(), nullptr);
+    EXPECT_EQ(tris.GetNormals(), nullptr);
+    EXPECT_TRUE(CTrisTestAccess::Selection(tris).empty());
+    EXPECT_TRUE(tris.GetCldIndexes().empty());
+    EXPECT_EQ(tris.GetNoTriVrts(), 0);
+    EXPECT_EQ(tris.GetNoTris(), 0);
+    EXPECT_EQ(tris.GetMinQuota(), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(tris.GetMaxQuota(), -std::numeric_limits<double>::infinity());
+    // The network's reference on the triangle is gone at once (no event holds one), and so is
+    // the one on the cloud.
+    EXPECT_EQ(triangle->GetReferenceCount(), 1);
     EXPECT_EQ(cloud->GetReferenceCount(), 1);
 }
 

@@ -54,6 +54,14 @@ CColorClassComputer RedGreenBlueClasses() {
     return classes;
 }
 
+// Two custom classes: up to 0.1 red, above it up to 1 green.
+CColorClassComputer RedUpToATenthThenGreenClasses() {
+    CColorClassComputer classes;
+    classes.AddEntry(0, 0.1, 1);
+    classes.AddEntry(1, 1.0, 3);
+    return classes;
+}
+
 // Four cloud points over a 10 x 10 square with elevations 10, 20, 30, 40, the last one without
 // colour, and two triangles: a colour-7 one (0, 1, 2) and a by-layer one (1, 3, 2).
 class ColourTest : public CloudNetworkTest {
@@ -82,6 +90,19 @@ protected:
     CTri* first = nullptr;
     CTri* second = nullptr;
 };
+
+// A colour-7 triangle over three new cloud points whose elevations cancel only when vertex 1
+// and vertex 0 are summed first: (-1e17 + 1e17) + 1 = 1, a mean of 1/3. Any other grouping
+// adds the 1 to a value of magnitude 1e17 first, where the spacing of doubles is 16, so the 1
+// is lost and the mean is 0.
+CTri* AddTriangleWhoseMeanDependsOnTheOrderOfTheSum(CMemCld& cloud, CTris& tris) {
+    const int first = cloud.GetNumPnts();
+    cloud.AddPnt(PNT_3D(0, 0, 1e17));
+    cloud.AddPnt(PNT_3D(10, 0, -1e17));
+    cloud.AddPnt(PNT_3D(0, 10, 1));
+    for (int i = first; i < first + 3; ++i) tris.AddTriVrt(i);
+    return tris.AddNewTri(7, first, first + 1, first + 2);
+}
 
 // A network without cloud ----------------------------------------------------------------
 
@@ -265,6 +286,14 @@ TEST_F(ColourTest, ClassTriangleTakesTheClassOfItsMeanElevation) {
     UseColourType(COpzTri::TRI_COLOR_BY_CLASSES);
     EXPECT_EQ(tris.CalcColorTri(first), PACKED_GREEN);  // (20 + 10 + 30) / 3 = 20
     EXPECT_EQ(tris.CalcColorTri(second), PACKED_BLUE);  // (40 + 20 + 30) / 3 = 30
+}
+
+TEST_F(ColourTest, ClassTriangleMeanSumsVertexOneAndVertexZeroFirst) {
+    CTri* t = AddTriangleWhoseMeanDependsOnTheOrderOfTheSum(*cloud, tris);
+    ASSERT_NE(t, nullptr);
+    options().SetColorClasses(RedUpToATenthThenGreenClasses());
+    UseColourType(COpzTri::TRI_COLOR_BY_CLASSES);
+    EXPECT_EQ(tris.CalcColorTri(t), PACKED_GREEN);  // 1/3, not 0
 }
 
 TEST_F(ColourTest, ClassTriangleOfTheForegroundColourStaysWhiteOnWhite) {
@@ -503,6 +532,15 @@ TEST_F(UpdateTriColorsTest, ClassTypeGivesEachTriangleTheClassOfItsMeanElevation
     EXPECT_EQ(second->GetColor(), 5);
     ASSERT_EQ(recorder.events.size(), 1u);
     EXPECT_EQ(recorder.events[0].triModified.size(), 2u);
+}
+
+TEST_F(UpdateTriColorsTest, ClassTypeSumsVertexOneAndVertexZeroFirstForTheMean) {
+    CTri* t = AddTriangleWhoseMeanDependsOnTheOrderOfTheSum(*cloud, tris);
+    ASSERT_NE(t, nullptr);
+    options().SetColorClasses(RedUpToATenthThenGreenClasses());
+    options().SetColorType(COpzTri::TRI_COLOR_BY_CLASSES);
+    CTrisTestAccess::UpdateTriColors(tris);
+    EXPECT_EQ(t->GetColor(), 3);  // 1/3, not 0
 }
 
 TEST_F(UpdateTriColorsTest, CloudTypeKeepsTriangleColoursButRecomputesVertexColours) {

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <functional>
 #include <random>
 #include <set>
@@ -239,6 +240,42 @@ std::vector<RandomNetwork> RandomNetworks(unsigned seed) {
     return {dtm_test::MakeTriangleSoup(seed, 60, 400, 0, 0, 100, 10),
             dtm_test::MakeSmallTriangles(seed, 600, 0, 0, 100, 3, 10),
             dtm_test::MakeGridNetwork(12, 0, 0, 100.0 / 12)};
+}
+
+// The drawing record ------------------------------------------------------------------------
+
+// Where @p field lies inside @p record, in bytes.
+template <class Field>
+std::ptrdiff_t OffsetIn(const TTriDraw& record, const Field& field) {
+    return reinterpret_cast<const unsigned char*>(&field) -
+           reinterpret_cast<const unsigned char*>(&record);
+}
+
+// The host reads the buffers of OnTris as raw memory, so the place of every field of a record
+// is part of the interface: three points of three doubles, then the two packed colours, the
+// three components, the position and the selection flag, without gaps. (A point derives from
+// the plan point, so the record is not standard-layout and offsetof is not portable on it: the
+// offsets are measured on a record.)
+TEST(TriangleRecord, FieldsKeepTheirOrderAndOffsets) {
+    const TTriDraw record;
+    EXPECT_EQ(sizeof(PNT_3D), 3 * sizeof(double));
+    EXPECT_EQ(OffsetIn(record, record.pnts[0].x), 0);
+    EXPECT_EQ(OffsetIn(record, record.pnts[0].y), 8);
+    EXPECT_EQ(OffsetIn(record, record.pnts[0].z), 16);
+    EXPECT_EQ(OffsetIn(record, record.pnts[1]), 24);
+    EXPECT_EQ(OffsetIn(record, record.pnts[2]), 48);
+    EXPECT_EQ(OffsetIn(record, record.color), 72);
+    EXPECT_EQ(OffsetIn(record, record.drawColor), 76);
+    EXPECT_EQ(OffsetIn(record, record.red), 80);
+    EXPECT_EQ(OffsetIn(record, record.green), 84);
+    EXPECT_EQ(OffsetIn(record, record.blue), 88);
+    EXPECT_EQ(OffsetIn(record, record.index), 92);
+    EXPECT_EQ(OffsetIn(record, record.selected), 96);
+    EXPECT_EQ(sizeof(record.color), 4u);
+    EXPECT_EQ(sizeof(record.drawColor), 4u);
+    EXPECT_EQ(sizeof(record.red), 4u);
+    EXPECT_EQ(sizeof(record.index), 4u);
+    EXPECT_EQ(sizeof(record.selected), 1u);
 }
 
 // GetTris ------------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 // sections do to the network and the stream.
 
 #include <dtm/network/CCld.h>
+#include <dtm/network/COpzTri.h>
 #include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
@@ -19,6 +20,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <ios>
@@ -507,6 +509,21 @@ TEST(NetworkFileSection, ExistingTreeLeavesTheBlockUnreadAndTheStreamAtItsStart)
 
 // ---- Load false ---------------------------------------------------------------------------------
 
+// The listener is armed, and the load at version 1502 disarms it: only the read itself can
+// replace the two stale bytes of selection with one clear byte for the three triangles.
+TEST(NetworkFileSection, LoadStartsAClearSelectionSizedForTheTrianglesRead) {
+    const auto prj = NewProject();
+    CTris& tris = *prj->GetTris();
+    { kor::CEventGuard arming(prj->GetContext()); }
+    tris.SelTri(3, false);
+    tris.SelTri(9, false);
+    ASSERT_EQ(CTrisTestAccess::Selection(tris), (std::vector<std::uint8_t>{0x08, 0x02}));
+    ASSERT_FALSE(ReadSection(tris, ThreeTriangleSection(1502).Str(), 1502).failed);
+    ASSERT_EQ(tris.GetNoTris(), 3);
+    EXPECT_EQ(CTrisTestAccess::Selection(tris), (std::vector<std::uint8_t>{0x00}));
+    EXPECT_FALSE(tris.IsSelTri(3));
+}
+
 TEST(NetworkFileSection, LoadFalseKeepsVerticesAndTrianglesButTakesTheStoredRange) {
     for (const short version : {short{800}, short{1501}, short{1502}}) {
         SCOPED_TRACE(version);
@@ -870,6 +887,62 @@ TEST_F(CloudSectionTest, LoadFalseNeitherBindsACloudNorBreaksTheNetwork) {
         EXPECT_EQ(read.GetNoTriVrts(), 0);
     }
     EXPECT_TRUE(messages.shown.empty());
+}
+
+// A project that has seen an event, as a host's always has: its network's listener is armed.
+// From version 1502 the load disarms it, so whatever colours, normals and selection the loaded
+// network shows come from the read itself.
+TEST_F(CloudSectionTest, LoadComputesColoursNormalsAndAClearSelectionItself) {
+    const auto target = NewProject("Rilievo");
+    CTris& read = *target->GetTris();
+    { kor::CEventGuard arming(target->GetContext()); }
+    read.GetOptions().SetColorType(COpzTri::TRI_COLOR_FIXED);
+    read.GetOptions().SetFixedColor(5);
+    read.SelTri(3, false);  // a stale bit, which the load must not keep
+    ASSERT_EQ(CTrisTestAccess::Selection(read), (std::vector<std::uint8_t>{0x08}));
+
+    ASSERT_FALSE(ReadSection(read, CloudSection(), 1502, true, RemapperWithCloud()).failed);
+    ASSERT_FALSE(read.IsBroken());
+    ASSERT_EQ(read.GetNoTriVrts(), 3);
+
+    // Fixed colour 5 of the CAD palette is pure blue, for every vertex.
+    const TTriColor* colours = read.GetColors();
+    ASSERT_NE(colours, nullptr);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(colours[i].r, 0.0f) << "vertex " << i;
+        EXPECT_EQ(colours[i].g, 0.0f) << "vertex " << i;
+        EXPECT_EQ(colours[i].b, 1.0f) << "vertex " << i;
+    }
+
+    // The one triangle (0,0,10), (4,0,12), (0,4,11): minus (4,0,2) x (0,4,1) is (8, 4, -16),
+    // and each of its vertices has that direction scaled to length 1.
+    const double length = std::sqrt(8.0 * 8.0 + 4.0 * 4.0 + 16.0 * 16.0);
+    const TTriNormal* normals = read.GetNormals();
+    ASSERT_NE(normals, nullptr);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_NEAR(normals[i].x, 8.0 / length, 1e-6) << "vertex " << i;
+        EXPECT_NEAR(normals[i].y, 4.0 / length, 1e-6) << "vertex " << i;
+        EXPECT_NEAR(normals[i].z, -16.0 / length, 1e-6) << "vertex " << i;
+    }
+
+    // One triangle: floor(1 / 8) + 1 = 1 byte of selection, all clear.
+    EXPECT_EQ(CTrisTestAccess::Selection(read), (std::vector<std::uint8_t>{0x00}));
+    EXPECT_FALSE(read.IsSelTri(0));
+    EXPECT_FALSE(read.IsSelTri(3));
+}
+
+TEST_F(CloudSectionTest, LoadOfAMissingCloudFreesTheSelectionAndKeepsNone) {
+    const auto target = NewProject("Rilievo");
+    CTris& read = *target->GetTris();
+    { kor::CEventGuard arming(target->GetContext()); }
+    read.SelTri(3, false);
+    ASSERT_FALSE(CTrisTestAccess::Selection(read).empty());
+
+    ASSERT_FALSE(ReadSection(read, CloudSection(), 1502, true, NoObjects()).failed);
+    ASSERT_TRUE(read.IsBroken());
+    EXPECT_TRUE(CTrisTestAccess::Selection(read).empty());
+    EXPECT_EQ(read.GetColors(), nullptr);
+    EXPECT_EQ(read.GetNormals(), nullptr);
 }
 
 // ---- Damaged sections ---------------------------------------------------------------------------

@@ -1,3 +1,4 @@
+#include <dtm/network/COpzTri.h>
 #include <dtm/network/CTri.h>
 #include <dtm/network/CTris.h>
 #include <dtm/project/CDtmChangeContext.h>
@@ -9,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <stdexcept>
+#include <vector>
 
 #include "Probes.h"
 
@@ -57,6 +59,54 @@ TEST_F(TriangleStoreTest, AddingVerticesWidensTheRangeAndReportsEachOne) {
     EXPECT_EQ(recorder.events.size(), 3u);
     EXPECT_FALSE(tris->AddTriVrt(7));  // no cloud bound
     EXPECT_EQ(tris->GetNoTriVrts(), 3);
+}
+
+TEST_F(TriangleStoreTest, ReservingRoomForVerticesAddsNoneAndReportsNothing) {
+    AddRightTriangleVertices();
+    const std::vector<PNT_3D> before = tris->GetPnts();
+    recorder.events.clear();
+    recorder.opened = 0;
+    tris->SetNoTriVrts(1000);
+    EXPECT_GE(tris->GetPnts().capacity(), 1000u);
+    ASSERT_EQ(tris->GetNoTriVrts(), 3);
+    for (int i = 0; i < 3; ++i) {
+        const PNT_3D& p = tris->GetTriVrtAt(i);
+        const PNT_3D& q = before[static_cast<std::size_t>(i)];
+        EXPECT_EQ(p.x, q.x) << "vertex " << i;
+        EXPECT_EQ(p.y, q.y) << "vertex " << i;
+        EXPECT_EQ(p.z, q.z) << "vertex " << i;
+    }
+    EXPECT_EQ(recorder.opened, 0);
+    EXPECT_TRUE(recorder.events.empty());
+}
+
+// A new network assumes a black background, on which the foreground colour 7 is drawn as it
+// is (white): only a white background turns it black.
+TEST_F(TriangleStoreTest, NewNetworkDrawsTheForegroundColourWhiteOnItsBlackBackground) {
+    EXPECT_EQ(tris->GetBackgroundColor(), 0);
+    AddRightTriangleVertices();
+    CTri* t = tris->AddNewTri(7, 0, 1, 2);
+    ASSERT_NE(t, nullptr);
+    tris->GetOptions().SetColorType(COpzTri::TRI_COLOR_FIXED);
+    EXPECT_EQ(tris->CalcColorTri(t), 0xFFFFFF);
+}
+
+// The network's own reference on each triangle goes with the network: triangles come from a
+// pool, where a reference left behind would go unnoticed by the leak checker.
+TEST_F(TriangleStoreTest, DestroyedNetworkDropsItsReferenceOnEveryTriangle) {
+    auto other = std::make_unique<CTris>(prj);
+    other->AddTriVrt(PNT_3D(0, 0, 1));
+    other->AddTriVrt(PNT_3D(4, 0, 2));
+    other->AddTriVrt(PNT_3D(0, 4, 3));
+    const auto first = kor::CRefPtr<CTri>::Share(other->AddNewTri(1, 0, 1, 2));
+    const auto second = kor::CRefPtr<CTri>::Share(other->AddNewTri(2, 2, 1, 0));
+    ASSERT_NE(first.Get(), nullptr);
+    ASSERT_NE(second.Get(), nullptr);
+    ASSERT_EQ(first->GetReferenceCount(), 2);
+    ASSERT_EQ(second->GetReferenceCount(), 2);
+    other.reset();
+    EXPECT_EQ(first->GetReferenceCount(), 1);
+    EXPECT_EQ(second->GetReferenceCount(), 1);
 }
 
 TEST_F(TriangleStoreTest, UpdateMinMaxQuotaOnAnEmptyNetworkKeepsTheResetValues) {
@@ -116,6 +166,33 @@ TEST_F(TriangleStoreTest, AddNewTriKeepsTheColourFirstOrderAndOneReference) {
     ASSERT_EQ(recorder.events.size(), 1u);
     EXPECT_EQ(recorder.events[0].triAdded, std::vector<CTri*>{t});
     EXPECT_THROW(tris->GetTriAt(1), std::out_of_range);
+}
+
+// AddTri takes the triangle as it is: no index check, so indices past the vertices stay.
+TEST_F(TriangleStoreTest, AddTriAppendsTheTriangleAsItIsReportsItAndTakesAReference) {
+    AddRightTriangleVertices();
+    const auto t = kor::CRefPtr<CTri>::Adopt(new CTri(4, 7, 8, 9));
+    recorder.events.clear();
+    tris->AddTri(t.Get());
+    ASSERT_EQ(tris->GetNoTris(), 1);
+    EXPECT_EQ(tris->GetTriAt(0), t.Get());
+    EXPECT_EQ(t->GetColor(), 4);
+    EXPECT_EQ(t->GetVerIndex(0), 7);
+    EXPECT_EQ(t->GetVerIndex(1), 8);
+    EXPECT_EQ(t->GetVerIndex(2), 9);
+    EXPECT_EQ(t->GetReferenceCount(), 2);  // ours and the network's
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].triAdded, std::vector<CTri*>{t.Get()});
+
+    // The same triangle again is a second entry with a reference of its own; removing the
+    // triangle takes away one entry only.
+    tris->AddTri(t.Get());
+    EXPECT_EQ(tris->GetNoTris(), 2);
+    EXPECT_EQ(t->GetReferenceCount(), 3);
+    tris->RemoveTri(t.Get());
+    ASSERT_EQ(tris->GetNoTris(), 1);
+    EXPECT_EQ(tris->GetTriAt(0), t.Get());
+    EXPECT_EQ(t->GetReferenceCount(), 2);
 }
 
 TEST_F(TriangleStoreTest, CentreWeightsTheThirdVertexTwice) {
@@ -302,6 +379,26 @@ TEST_F(TriangleStoreTest, MementoRestoresOnlyWhatChangedWithTheMatchingKinds) {
     t->SetMemento(before);
     EXPECT_TRUE(recorder.events.empty());
     before->SubReference();
+}
+
+TEST_F(TriangleStoreTest, MementoHoldsOwnerColourAndIndicesAndAnyIndexAloneIsAChange) {
+    AddRightTriangleVertices();
+    CTri* t = tris->AddNewTri(1, 0, 1, 2);
+    ASSERT_NE(t, nullptr);
+    const auto memento = kor::CRefPtr<kor::IMemento>::Adopt(t->CreateMemento(tris));
+    const auto* state = dynamic_cast<const CTriMemento*>(memento.Get());
+    ASSERT_NE(state, nullptr);
+    EXPECT_EQ(state->GetOwner(), tris);
+    EXPECT_EQ(state->GetColor(), 1);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(state->GetVerIndex(k), k);
+
+    EXPECT_FALSE(t->HasChanged(memento.Get()));
+    for (int k = 0; k < 3; ++k) {
+        t->SetVerIndex(k, 5);
+        EXPECT_TRUE(t->HasChanged(memento.Get())) << "vertex " << k;
+        t->SetVerIndex(k, k);
+        EXPECT_FALSE(t->HasChanged(memento.Get())) << "vertex " << k;
+    }
 }
 
 TEST_F(TriangleStoreTest, DefaultTriangleIsByLayer) {
