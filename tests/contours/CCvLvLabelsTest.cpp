@@ -228,6 +228,38 @@ TEST_F(LabelsTest, SetTextOptionsStoresAndRelabelsEveryLineInOneEvent) {
     EXPECT_EQ(recorder.events.size(), 1u);
 }
 
+// Each option on its own is a change: a comparison that skipped one would lose the new value
+// without a word, most easily the gap or the orientation, which move no label. Every change
+// stores the value and relabels the line (text "5", "5.0", then "5.0m") in one event.
+TEST_F(LabelsTest, SetTextOptionsNoticesAChangeOfAnyOneOption) {
+    CCvLv* line = AddStraightLine();
+    line->AddInterval(10.0, 11.0, TEXT);
+    const COpzCvLv& options = cvlvs->GetOpzCvLv();
+    // Sets the options and expects one event relabelling the line for a text of @p characters.
+    const auto set = [&](std::int32_t decimals, const char* suffix, enumTextOrientation orientation,
+                         std::size_t characters) {
+        const std::vector<TCvLvInterv> expected =
+            Fitted(cvlv_test::StateOf(*line).intervals, LabelExtent(characters, 1.0));
+        ForgetEvents();
+        cvlvs->SetTextOptions(1.0, 2.0, decimals, "", suffix, TEXT_VALIGN_CENTRED, orientation);
+        ASSERT_EQ(recorder.events.size(), 1u);
+        EXPECT_EQ(recorder.events[0].cvLvModified, std::vector<CCvLv*>{line});
+        EXPECT_TRUE(cvlv_test::SameIntervals(cvlv_test::StateOf(*line).intervals, expected));
+    };
+
+    set(0, "", TEXT_ORIENTATION_0, 1);  // the gap alone, 1 to 2
+    EXPECT_EQ(options.GetGap(), 2.0);
+
+    set(1, "", TEXT_ORIENTATION_0, 3);  // the decimals alone: "5.0"
+    EXPECT_EQ(options.GetDecimals(), 1);
+
+    set(1, "m", TEXT_ORIENTATION_0, 4);  // the suffix alone: "5.0m"
+    EXPECT_EQ(options.GetSuffix(), kor::String("m"));
+
+    set(1, "m", TEXT_ORIENTATION_1, 4);  // the orientation alone
+    EXPECT_EQ(options.GetOrientation(), TEXT_ORIENTATION_1);
+}
+
 // Random lines of labels and gaps against the sequential computation above, for several text
 // heights; the seed and the round are named on failure.
 TEST_F(LabelsTest, RandomLabelsMatchTheStatedComputation) {

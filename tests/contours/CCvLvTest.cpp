@@ -243,6 +243,33 @@ TEST_F(CvLvTest, LabelTouchingOnlyAtAPointDoesNotBlockAnEmptyInterval) {
     EXPECT_FALSE(line->GetIntervalAt(1)->IsText());
 }
 
+// The tolerance of the overlap with a label is that of its end, |e|·1e-12 + 1e-12, about
+// 2e-12 here: a label reaching less than that into the new gap is kept, one reaching further
+// is swallowed without widening the gap.
+TEST_F(CvLvTest, ALabelIsSwallowedByAGapOnlyWhenItReachesInBeyondTheTolerance) {
+    CCvLv* kept = AddCurvedLine();
+    kept->AddInterval(0.0, 1.0 + 1e-12, TEXT);
+    ForgetEvents();
+    ASSERT_NE(kept->AddInterval(1.0, 2.0, EMPTY), nullptr);
+    ASSERT_EQ(kept->GetNoIntervals(), 2u);
+    EXPECT_TRUE(kept->GetIntervalAt(0)->IsText());
+    EXPECT_EQ(kept->GetIntervalAt(0)->GetEnd(), 1.0 + 1e-12);
+    EXPECT_FALSE(kept->GetIntervalAt(1)->IsText());
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_TRUE(recorder.events[0].intervalsRemoved.empty());
+
+    CCvLv* swallowed = AddCurvedLine();
+    CCvLvInterv* label = swallowed->AddInterval(0.0, 1.0 + 3e-12, TEXT);
+    ForgetEvents();
+    ASSERT_NE(swallowed->AddInterval(1.0, 2.0, EMPTY), nullptr);
+    ASSERT_EQ(swallowed->GetNoIntervals(), 1u);
+    EXPECT_FALSE(swallowed->GetIntervalAt(0)->IsText());
+    EXPECT_EQ(swallowed->GetIntervalAt(0)->GetStart(), 1.0);
+    EXPECT_EQ(swallowed->GetIntervalAt(0)->GetEnd(), 2.0);
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].intervalsRemoved, std::vector<CCvLvInterv*>{label});
+}
+
 TEST_F(CvLvTest, AnyOverlapWithTheFoundNeighbourRefusesANewLabelSilently) {
     CCvLv* line = AddCurvedLine();
     line->AddInterval(1.0, 2.0, EMPTY);
@@ -591,6 +618,25 @@ TEST_F(CvLvTest, RestoringPutsColourThenTensionThenGeometryBackAsSeparateChanges
     EXPECT_EQ(line->GetColor(), 7);
 }
 
+// Restoring takes the memento's intervals as they were held, even unsorted and overlapping:
+// going through the adding rules would sort them and let the gap swallow the labels.
+TEST_F(CvLvTest, RestoredIntervalsKeepTheMementosOrderWithoutSortingOrMerging) {
+    CCvLv* line = AddCurvedLine();
+    line->AddInterval(1.0, 2.0, TEXT);
+    line->AddInterval(5.0, 6.0, TEXT);
+    line->AddInterval(10.0, 11.0, EMPTY);
+    line->ChangeIntervalDimension(0, 7.0, 9.0);
+    line->ChangeIntervalDimension(2, 5.5, 8.0);
+    const std::vector<TCvLvInterv> held = {{7.0, 9.0, TEXT}, {5.0, 6.0, TEXT}, {5.5, 8.0, EMPTY}};
+    ASSERT_TRUE(cvlv_test::SameIntervals(IntervalsOf(*line), held));
+    const auto memento = kor::CRefPtr<kor::IMemento>::Adopt(line->CreateMemento());
+    line->RemoveTextIntervals();
+    line->RemoveEmptyIntervals();
+    ASSERT_EQ(line->GetNoIntervals(), 0u);
+    line->SetMemento(memento.Get());
+    EXPECT_TRUE(cvlv_test::SameIntervals(IntervalsOf(*line), held));
+}
+
 TEST_F(CvLvTest, RestoringAnotherEntitysMementoThrowsAndChangesNothing) {
     CCvLv* line = AddCurvedLine();
     const auto before = StateOf(*line);
@@ -705,6 +751,39 @@ TEST_F(CvLvTest, ConvertOldLabelLongerThanItsSegmentEndsAtTheSegmentEnd) {
     // The walk stops at the segment's end: len + base, give or take the rounding of the steps.
     EXPECT_NEAR(end, 30.0, 1e-9);
     EXPECT_LE(end, 30.0);
+}
+
+// A label placed past its segment (position 150 of 100) starts where it was placed but ends at
+// the segment's end: there the walk has nothing to do, and the end is clamped to len + base.
+TEST_F(CvLvTest, ConvertOldLabelPlacedPastItsSegmentIsClampedToTheSegmentEnd) {
+    const TOldVrtPol node1{2, 150, 0.0, 0.0, 0.0, 0.0, 10.0};
+    const TOldVrtPol node2{1, 0, 10.0, 0.0, 0.0, 0.0, 0.0};
+    double start = 0.0, end = 0.0;
+    std::int32_t flags = 0;
+    CCvLv::ConvertOldVrtPolTipo2(1.0, 5.0, 0.1, 0, 20.0, node1, node2, 150, start, end, flags);
+    EXPECT_EQ(flags, 1);
+    EXPECT_EQ(start, 150 * (10.0 / 100.0) + 20.0);
+    EXPECT_EQ(end, 10.0 + 20.0);
+}
+
+// A text far longer than the segment: only the segment's length stops the walk. A hundred steps
+// of 0.1 add up to just under 10, within the tolerance of len (10·1e-12 + 1e-12), so the walk
+// stops there and the end is that sum plus base, short of len + base.
+TEST_F(CvLvTest, ConvertOldLabelWalkStopsWithinTheToleranceOfTheSegmentLength) {
+    const TOldVrtPol node1{2, 0, 0.0, 0.0, 0.0, 0.0, 10.0};
+    const TOldVrtPol node2{1, 0, 10.0, 0.0, 0.0, 0.0, 0.0};
+    const double step = 10.0 / 100.0;
+    double walked = 0.0;
+    for (int k = 0; k < 100; ++k) walked += step;
+    ASSERT_LT(walked, 10.0);
+    ASSERT_GE(walked, 10.0 - (10.0 * 1e-12 + 1e-12));
+    double start = -1.0, end = 0.0;
+    std::int32_t flags = 0;
+    CCvLv::ConvertOldVrtPolTipo2(1.0, 5.0, 100.0, 0, 10.0, node1, node2, 0, start, end, flags);
+    EXPECT_EQ(flags, 1);
+    EXPECT_EQ(start, 10.0);
+    EXPECT_EQ(end, walked + 10.0);
+    EXPECT_LT(end, 20.0);
 }
 
 TEST_F(CvLvTest, ConvertOldLabelOnAZeroLengthSegmentEndsWhereItStarts) {

@@ -369,6 +369,26 @@ TEST_F(CvLvsFileTest, LaterRecordsAreReadFieldByFieldWithSigmapAsStored) {
     ExpectRange(*cvlvs, -100.0, 100.0);
 }
 
+// A record's intervals replace the line's as they were stored: unsorted and overlapping ones
+// included. Going through the adding rules would sort them and let the gaps merge.
+TEST_F(CvLvsFileTest, LaterRecordIntervalsAreTakenInTheirStoredOrderWithoutSortingOrMerging) {
+    const LineState stored{7.0,
+                           -1.0,
+                           1.0,
+                           5,
+                           true,
+                           {{0, 0, 0, 0, 10}, {10, 0, 0, 0, 0}},
+                           {{5.0, 6.0, 0}, {1.0, 2.0, 0}, {1.5, 3.0, 0}}};
+    ByteBuilder bytes;
+    bytes.Int32(1);
+    LaterRecord(bytes, stored).Int32(0).Double(7.0).Double(7.0);
+    const ReadOutcome outcome = ReadSection(*cvlvs, bytes.Str(), kLaterLayout, true);
+    EXPECT_FALSE(outcome.failed);
+    EXPECT_EQ(outcome.consumed, bytes.Size());
+    ASSERT_EQ(cvlvs->GetNoCvLvs(), 1u);
+    ExpectSameState(stored, StateOf(*cvlvs->GetCvLvAt(0)));
+}
+
 TEST_F(CvLvsFileTest, OnlyAVisibilityFieldOfOneReadsAsVisible) {
     for (const std::int32_t field : {1, 0, 2, -1, 256}) {
         ByteBuilder bytes;
@@ -534,9 +554,8 @@ TEST_F(CvLvsFileTest, OldLabelNodesWithNonFiniteOrExtremeValuesConvertWithoutCra
 }
 
 // A label node whose position times its step overflows to -infinity, after a segment of
-// length -infinity: the walk can then neither advance nor move away from its start. Disabled
-// while the label walk of CCvLv::ConvertOldVrtPolTipo2 has no stop for a start that is not
-// finite: today this read never ends.
+// length -infinity: the walk can then neither advance nor move away from its start. It must
+// stop at once, not loop for ever: the read completes and the line still gets its label.
 TEST_F(CvLvsFileTest, OldLabelThatCannotAdvanceEndsItsWalk) {
     const std::vector<TOldVrtPol> nodes = {{1, -1, 0.0, 0.0, 0.0, 0.0, -kInf},
                                            {2, -32768, 1.0, 1.0, 0.0, 0.0, 1e308},
