@@ -490,13 +490,14 @@ ByteBuilder SampleSectionBefore800(short version) {
         .Int32(0)  // add stations
         .Int32(0)  // two values nothing uses
         .Int32(0)
-        .Int32(0)                                 // check breaklines
-        .Int32(0)                                 // vertices in external boundaries
-        .Int32(1)                                 // vertices in internal boundaries
-        .Int32(0)                                 // triangles in external boundaries
-        .Int32(1);                                // triangles in internal boundaries
-    if (version >= 690) bytes.Int32(0);           // a value nothing uses
-    if (version >= 720) bytes.Int32(0).Int32(1);  // a value nothing uses, then add base points
+        .Int32(0)   // check breaklines
+        .Int32(0)   // vertices in external boundaries
+        .Int32(1)   // vertices in internal boundaries
+        .Int32(0)   // triangles in external boundaries
+        .Int32(1);  // triangles in internal boundaries
+    // From 690 a value nothing uses; from 720 another, then add base points.
+    if (version >= 690) bytes.Int32(0);
+    if (version >= 720) bytes.Int32(0).Int32(1);
     return bytes
         // contour categories
         .Int32(0)
