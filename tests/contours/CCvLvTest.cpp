@@ -709,6 +709,22 @@ TEST_F(CvLvTest, FindSpineParamOnALineWithoutSegmentsFails) {
 // ---------------------------------------------------------------------------------------------
 // Labels of old files
 
+// What ConvertOldVrtPolTipo2 makes of a label at elevation 5, written without decimals, placed
+// at @p position on a straight segment of length @p len along the x axis (node 2 at x = 10,
+// coefficients zero).
+struct OldLabel {
+    double start = 0.0, end = 0.0;
+    std::int32_t flags = 0;
+};
+OldLabel ConvertOldLabel(double len, double charHeight, double base, short position) {
+    const TOldVrtPol node1{2, position, 0.0, 0.0, 0.0, 0.0, len};
+    const TOldVrtPol node2{1, 0, 10.0, 0.0, 0.0, 0.0, 0.0};
+    OldLabel label;
+    CCvLv::ConvertOldVrtPolTipo2(1.0, 5.0, charHeight, 0, base, node1, node2, position, label.start,
+                                 label.end, label.flags);
+    return label;
+}
+
 // On a straight segment with zero coefficients, evaluated with h = base, the curve is the chord
 // traversed at rate chord/base; the walk of k steps has gone k·step·chord/base from its start.
 TEST_F(CvLvTest, ConvertOldLabelWalksUntilTheTextFits) {
@@ -731,59 +747,43 @@ TEST_F(CvLvTest, ConvertOldLabelWalksUntilTheTextFits) {
 }
 
 TEST_F(CvLvTest, ConvertOldLabelWithNegativePositionReadsAgainstTheLine) {
-    const TOldVrtPol node1{2, -30, 0.0, 0.0, 0.0, 0.0, 10.0};
-    const TOldVrtPol node2{1, 0, 10.0, 0.0, 0.0, 0.0, 0.0};
-    double start = 0.0, end = 0.0;
-    std::int32_t flags = 0;
-    CCvLv::ConvertOldVrtPolTipo2(1.0, 5.0, 0.1, 0, 20.0, node1, node2, -30, start, end, flags);
-    EXPECT_EQ(flags, 3);
-    EXPECT_NEAR(start, -3.0 + 20.0, 1e-12);
-    EXPECT_GT(end, start);
+    const OldLabel label = ConvertOldLabel(10.0, 0.1, 20.0, -30);
+    EXPECT_EQ(label.flags, 3);
+    EXPECT_NEAR(label.start, -3.0 + 20.0, 1e-12);
+    EXPECT_GT(label.end, label.start);
 }
 
 TEST_F(CvLvTest, ConvertOldLabelLongerThanItsSegmentEndsAtTheSegmentEnd) {
-    const TOldVrtPol node1{2, 50, 0.0, 0.0, 0.0, 0.0, 10.0};
-    const TOldVrtPol node2{1, 0, 10.0, 0.0, 0.0, 0.0, 0.0};
-    double start = 0.0, end = 0.0;
-    std::int32_t flags = 0;
-    CCvLv::ConvertOldVrtPolTipo2(1.0, 5.0, 100.0, 0, 20.0, node1, node2, 50, start, end, flags);
-    EXPECT_NEAR(start, 25.0, 1e-12);
+    const OldLabel label = ConvertOldLabel(10.0, 100.0, 20.0, 50);
+    EXPECT_NEAR(label.start, 25.0, 1e-12);
     // The walk stops at the segment's end: len + base, give or take the rounding of the steps.
-    EXPECT_NEAR(end, 30.0, 1e-9);
-    EXPECT_LE(end, 30.0);
+    EXPECT_NEAR(label.end, 30.0, 1e-9);
+    EXPECT_LE(label.end, 30.0);
 }
 
 // A label placed past its segment (position 150 of 100) starts where it was placed but ends at
 // the segment's end: there the walk has nothing to do, and the end is clamped to len + base.
 TEST_F(CvLvTest, ConvertOldLabelPlacedPastItsSegmentIsClampedToTheSegmentEnd) {
-    const TOldVrtPol node1{2, 150, 0.0, 0.0, 0.0, 0.0, 10.0};
-    const TOldVrtPol node2{1, 0, 10.0, 0.0, 0.0, 0.0, 0.0};
-    double start = 0.0, end = 0.0;
-    std::int32_t flags = 0;
-    CCvLv::ConvertOldVrtPolTipo2(1.0, 5.0, 0.1, 0, 20.0, node1, node2, 150, start, end, flags);
-    EXPECT_EQ(flags, 1);
-    EXPECT_EQ(start, 150 * (10.0 / 100.0) + 20.0);
-    EXPECT_EQ(end, 10.0 + 20.0);
+    const OldLabel label = ConvertOldLabel(10.0, 0.1, 20.0, 150);
+    EXPECT_EQ(label.flags, 1);
+    EXPECT_EQ(label.start, 150 * (10.0 / 100.0) + 20.0);
+    EXPECT_EQ(label.end, 10.0 + 20.0);
 }
 
 // A text far longer than the segment: only the segment's length stops the walk. A hundred steps
 // of 0.1 add up to just under 10, within the tolerance of len (10·1e-12 + 1e-12), so the walk
 // stops there and the end is that sum plus base, short of len + base.
 TEST_F(CvLvTest, ConvertOldLabelWalkStopsWithinTheToleranceOfTheSegmentLength) {
-    const TOldVrtPol node1{2, 0, 0.0, 0.0, 0.0, 0.0, 10.0};
-    const TOldVrtPol node2{1, 0, 10.0, 0.0, 0.0, 0.0, 0.0};
     const double step = 10.0 / 100.0;
     double walked = 0.0;
     for (int k = 0; k < 100; ++k) walked += step;
     ASSERT_LT(walked, 10.0);
     ASSERT_GE(walked, 10.0 - (10.0 * 1e-12 + 1e-12));
-    double start = -1.0, end = 0.0;
-    std::int32_t flags = 0;
-    CCvLv::ConvertOldVrtPolTipo2(1.0, 5.0, 100.0, 0, 10.0, node1, node2, 0, start, end, flags);
-    EXPECT_EQ(flags, 1);
-    EXPECT_EQ(start, 10.0);
-    EXPECT_EQ(end, walked + 10.0);
-    EXPECT_LT(end, 20.0);
+    const OldLabel label = ConvertOldLabel(10.0, 100.0, 10.0, 0);
+    EXPECT_EQ(label.flags, 1);
+    EXPECT_EQ(label.start, 10.0);
+    EXPECT_EQ(label.end, walked + 10.0);
+    EXPECT_LT(label.end, 20.0);
 }
 
 TEST_F(CvLvTest, ConvertOldLabelOnAZeroLengthSegmentEndsWhereItStarts) {
