@@ -799,13 +799,9 @@ TEST_F(PrjOptionsTest, ReadsAHandAssembledSectionAt1502FieldByField) {
 TEST_F(PrjOptionsTest, BlockFlagsAtOrBelowZeroReadAsOff) {
     const std::string bytes = HandSectionAt1502({-1, INT32_MIN, 2});
     EXPECT_TRUE(ReadSection(*prj, bytes, 1502, true).streamGood);
-    const CDtmPrjOpz& block = prj->GetPrjOpz();
-    EXPECT_FALSE(block.IsVncActive());
-    EXPECT_FALSE(block.IsCntActive(0));
-    EXPECT_TRUE(block.IsCntActive(1));
-    EXPECT_EQ(10, block.GetVncColor());
-    EXPECT_EQ(11, block.GetCntColor(0));
-    EXPECT_EQ(12, block.GetCntColor(1));
+    CDtmPrjOpz expected;
+    expected.Set(false, false, true, 10, 11, 12);
+    ExpectSameBlock(expected, prj->GetPrjOpz());
 }
 
 // The label settings of an old section reach the contour lines already in the project: their
