@@ -804,6 +804,28 @@ TEST_F(PrjOptionsTest, BlockFlagsAtOrBelowZeroReadAsOff) {
     ExpectSameBlock(expected, prj->GetPrjOpz());
 }
 
+// The block read on its own, as a host may: cut anywhere, it leaves the stream failed and every
+// option as it was, the first pairs read included.
+TEST_F(PrjOptionsTest, BlockCutAnywhereFailsAndChangesNothing) {
+    CDtmPrjOpz written;
+    written.Set(false, true, false, 12, -3, 256);
+    const std::string bytes = dtm_test::WriteToBytes(written, &CDtmPrjOpz::SalvaInFile, 1502);
+    ASSERT_EQ(3u * (sizeof(std::int32_t) + sizeof(std::int16_t)), bytes.size());
+    CDtmPrjOpz target;
+    target.Set(true, false, true, 1, 2, 3);
+    for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
+        CDtmPrjOpz read = target;
+        const ReadOutcome outcome = dtm_test::ReadFromBytes(read, &CDtmPrjOpz::LeggeDaFile,
+                                                            bytes.substr(0, cut), 1502, true);
+        EXPECT_FALSE(outcome.streamGood) << "cut " << cut;
+        ExpectSameBlock(target, read);
+    }
+    CDtmPrjOpz whole = target;
+    EXPECT_TRUE(
+        dtm_test::ReadFromBytes(whole, &CDtmPrjOpz::LeggeDaFile, bytes, 1502, true).streamGood);
+    ExpectSameBlock(written, whole);
+}
+
 // The label settings of an old section reach the contour lines already in the project: their
 // labels are fitted to the new text, as any change of the text options fits them.
 TEST_F(PrjOptionsTest, OldSectionFitsTheLabelsOfTheLinesAlreadyThere) {

@@ -85,6 +85,8 @@ TEST_F(LibraryTest, AddingReportsTheProjectAndSetsTheModifiedFlagButNotTheActive
     ASSERT_EQ(recorder.events.size(), 1u);
     EXPECT_EQ(recorder.events[0].added, std::vector<CDtmPrj*>{prj});
     EXPECT_FALSE(recorder.events[0].activeChanged);
+    // The first event of a new library removed nothing, so no drawing was taken down either.
+    EXPECT_FALSE(recorder.events[0].drawingAlreadyRemoved);
     EXPECT_EQ(listener->log, (Log{"BeginEvent", "PrjAdded P", "EndEvent"}));
     // The library holds the caller's reference, no more.
     EXPECT_EQ(prj->GetReferenceCount(), 1);

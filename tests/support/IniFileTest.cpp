@@ -291,6 +291,16 @@ TEST_F(IniFileTest, CrLfLinesAndByteOrderMarkAreKept) {
               "\xEF\xBB\xBF[A]\r\nk=5\r\nn=6\r\n\r\n[B]\r\nm=2\r\n\r\n[C]\r\no=7\r\n");
 }
 
+// A file edited on two systems has both kinds of line end: every line keeps its own, and the
+// lines the library adds take the first one the file has, not the last.
+TEST_F(IniFileTest, AddedLinesTakeTheFirstLineEndOfAMixedFile) {
+    WriteBytes(m_path, "[A]\r\nk=1\n[B]\nm=2\n");
+    CIniFile ini(m_path);
+    ASSERT_TRUE(ini.WriteLong("A", "n", 6));
+    ASSERT_TRUE(ini.WriteLong("B", "o", 7));
+    EXPECT_EQ(ReadBytes(m_path), "[A]\r\nk=1\nn=6\r\n[B]\nm=2\no=7\r\n");
+}
+
 TEST_F(IniFileTest, MalformedLinesAreSkippedAndKept) {
     const std::string original =
         "[S]\n"
