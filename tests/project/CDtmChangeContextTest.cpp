@@ -111,6 +111,11 @@ TEST_F(ChangeContextTest, NotificationOutsideAnEventIsAnEventOfItsOwn) {
     ASSERT_EQ(recorder.events.size(), 1u);
     EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeColor);
     EXPECT_EQ(recorder.events[0].triModified, std::vector<CTri*>{t});
+    // The project's first event raised no flag but the one it changed.
+    const auto& event = recorder.events[0];
+    EXPECT_FALSE(event.prjModified || event.vncLayers || event.cntLayers || event.triLayers ||
+                 event.cvLvLayers || event.triRemovedAll || event.triInnerDraw ||
+                 event.triVrtsMoved);
     EXPECT_EQ(listener->log, (Log{"BeginEvent", "TriModifying", "EndEvent"}));
     EXPECT_TRUE(context->GetTriModified().empty());
     EXPECT_EQ(context->GetTriChangeType(), eTriChangeNone);
