@@ -399,6 +399,16 @@ TEST_F(TriangleStoreTest, MementoHoldsOwnerColourAndIndicesAndAnyIndexAloneIsACh
         t->SetVerIndex(k, k);
         EXPECT_FALSE(t->HasChanged(memento.Get())) << "vertex " << k;
     }
+
+    // Restoring puts back a single index that changed alone, as one change of the vertices.
+    for (int k = 0; k < 3; ++k) {
+        t->SetVerIndex(k, 5);
+        recorder.events.clear();
+        t->SetMemento(memento.Get());
+        EXPECT_EQ(t->GetVerIndex(k), k) << "vertex " << k;
+        ASSERT_EQ(recorder.events.size(), 1u) << "vertex " << k;
+        EXPECT_EQ(recorder.events[0].triChangeType, eTriChangeVertices) << "vertex " << k;
+    }
 }
 
 TEST_F(TriangleStoreTest, DefaultTriangleIsByLayer) {
