@@ -76,27 +76,43 @@ void CCreateCmdExecutedEventListener::OnEndEvent() {
     if (!IsProjectComplete()) return;
     m_seenEvent = true;
     if (m_recordingFailed) {
-        kor::CChangeTransactionManager* manager =
-            m_manager ? m_manager : m_project->GetContext()->GetChangeTransactionManager();
-        Clear();
-        if (manager) manager->Clear();
+        DropHistory();
         m_baseline = NewBaseline();
         return;
     }
     // A network bound to a point cloud during the event is not undone, as no event of a
     // point-cloud network is.
     if (IsRecording() && previous && !m_project->GetTris()->IsCld()) {
-        TDtmChange change = Settle(*previous);
-        if (!change.IsEmpty()) {
-            auto command = std::make_unique<CDtmCmdExecuted>(m_project, std::move(change));
-            kor::CChangeTransactionManager* manager = m_manager;
-            // The manager may drop redo steps and with them projects: nothing of ours is left
-            // held meanwhile.
-            Clear();
-            manager->Add(command.release());
+        try {
+            FileStep(*previous);
+        } catch (...) {
+            // The step could not be built or filed (an allocation failed): the event's changes
+            // stay made with nothing to undo them, as when one of them could not be recorded.
+            DropHistory();
+            throw;
         }
     }
     m_baseline = NewBaseline();
+}
+
+void CCreateCmdExecutedEventListener::FileStep(const TBaseline& baseline) {
+    TDtmChange change = Settle(baseline);
+    if (change.IsEmpty()) return;
+    auto command = std::make_unique<CDtmCmdExecuted>(m_project, std::move(change));
+    kor::CChangeTransactionManager* manager = m_manager;
+    // The manager may drop redo steps and with them projects: nothing of ours is left held
+    // meanwhile.
+    Clear();
+    manager->Add(command.release());
+}
+
+// An event whose changes no step can undo leaves a project that the steps before it no longer
+// lead back from: they are dropped, with whatever could be redone.
+void CCreateCmdExecutedEventListener::DropHistory() noexcept {
+    kor::CChangeTransactionManager* manager =
+        m_manager ? m_manager : m_project->GetContext()->GetChangeTransactionManager();
+    Clear();
+    if (manager) manager->Clear();
 }
 
 // A modifying notification sent outside any event is an event of its own, which closes, and

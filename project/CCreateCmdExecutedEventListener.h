@@ -105,6 +105,10 @@ private:
     dtm::detail::CEntityChanges<dtm::detail::TCntKind>& CntChanges(const CCnt& boundary);
     /// Settles everything into one change; empties the groups and the journal.
     dtm::detail::TDtmChange Settle(const TBaseline& baseline);
+    /// Files the event's step, when it changed anything, in the manager it is recorded for.
+    void FileStep(const TBaseline& baseline);
+    /// Forgets the event and empties the project's undo store.
+    void DropHistory() noexcept;
     void Clear() noexcept;
 
     CDtmPrj* m_project;

@@ -166,6 +166,14 @@ void CDtmChangeContext::OnBeforeBeginEvent() {
     m_state->additionsUnheard = HearsNoAdditions(*m_state->current, m_state->quiet);
 }
 
+void CDtmChangeContext::OnOpeningFailed() noexcept {
+    // The notification that opened the event follows a change already made (a vertex is
+    // appended, then announced), which is then recorded nowhere. An event the host opened
+    // before changing anything cannot be told apart, and drops the history as well.
+    if (CCreateCmdExecutedEventListener* undo = UndoBuilder(m_state->current))
+        undo->OnRecordingFailed();
+}
+
 void CDtmChangeContext::OnAfterEndEvent() {
     const auto clear = dtm::detail::OnScopeExit([this] {
         m_state->Clear();

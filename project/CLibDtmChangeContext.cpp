@@ -83,6 +83,23 @@ void CLibDtmChangeContext::OnBeforeBeginEvent() {
     m_state->current->OnBeginEvent();
 }
 
+namespace {
+
+/// Tells the library's own undo builder, when it is the @p current listener, that a project
+/// went in or out without reaching it.
+void MarkUnrecorded(ILibDtmEventListener* current) noexcept {
+    if (auto* undo = dynamic_cast<CCreateLibDtmCmdExecutedEventListener*>(current))
+        undo->OnRecordingFailed();
+}
+
+}  // namespace
+
+void CLibDtmChangeContext::OnOpeningFailed() noexcept {
+    // The notification that opened the event follows a project already added or removed,
+    // which no list will hold: no step can undo it.
+    MarkUnrecorded(m_state->current);
+}
+
 void CLibDtmChangeContext::OnAfterEndEvent() {
     const auto clear = dtm::detail::OnScopeExit([this] {
         m_state->Clear();
@@ -93,7 +110,13 @@ void CLibDtmChangeContext::OnAfterEndEvent() {
 
 void CLibDtmChangeContext::Notify_Prj_Added(CDtmPrj* prj) {
     kor::CEventGuard event(this);
-    m_state->added.push_back(prj);
+    try {
+        m_state->added.push_back(prj);
+    } catch (...) {
+        // The project is in the library already: unlisted, it cannot be undone.
+        MarkUnrecorded(m_state->current);
+        throw;
+    }
     m_state->current->OnPrjAdded(prj);
 }
 

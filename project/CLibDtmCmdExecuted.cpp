@@ -123,10 +123,18 @@ void CCreateLibDtmCmdExecutedEventListener::OnEndEvent() {
         if (manager) manager->Clear();
         return;
     }
-    DropListedInBoth(added, removed);
-    const bool changed =
-        m_lib->GetActive() != m_activeAtBegin || !added.empty() || !removed.empty();
-    if (!changed || manager == nullptr) return;
-    manager->Add(
-        new CLibDtmCmdExecuted(m_lib, m_activeAtBegin, Pointers(added), Pointers(removed)));
+    if (manager == nullptr) return;
+    try {
+        DropListedInBoth(added, removed);
+        const bool changed =
+            m_lib->GetActive() != m_activeAtBegin || !added.empty() || !removed.empty();
+        if (!changed) return;
+        manager->Add(
+            new CLibDtmCmdExecuted(m_lib, m_activeAtBegin, Pointers(added), Pointers(removed)));
+    } catch (...) {
+        // The step could not be built or filed (an allocation failed): as when a project went
+        // in or out unrecorded, the steps before it no longer lead back.
+        manager->Clear();
+        throw;
+    }
 }

@@ -56,6 +56,9 @@ public:
     void OnEndEvent() override;
     void OnPrjAdded(CDtmPrj* prj) override;
     void OnPrjRemoved(CDtmPrj* prj) override;
+    /// A project went in or out of the library without reaching this listener: the event files
+    /// nothing and drops the manager's history when it closes.
+    void OnRecordingFailed() noexcept { m_recordingFailed = true; }
 
 private:
     void Record(std::vector<kor::CRefPtr<CDtmPrj>>& list, CDtmPrj* prj);

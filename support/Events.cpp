@@ -94,6 +94,7 @@ void CSourceEvent::BeginEvent() {
         for (IEvent* listener : listeners) listener->OnEventOpened(*this);
     } catch (...) {
         // The event never opened from the caller's point of view, so no EndEvent will follow.
+        OnOpeningFailed();
         --m_depth;
         OnAfterEndEvent();
         throw;

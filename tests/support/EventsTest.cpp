@@ -22,6 +22,9 @@ protected:
         m_log.push_back("before-begin");
         if (throwOnBeforeBegin) throw std::runtime_error("begin failed");
     }
+    void OnOpeningFailed() noexcept override {
+        m_log.push_back("opening-failed@" + std::to_string(GetEventDepth()));
+    }
     void OnBeforeEndEvent() override { m_log.push_back("before-end"); }
     void OnAfterEndEvent() override { m_log.push_back("after-end"); }
 
@@ -34,8 +37,10 @@ public:
     explicit LoggingListener(std::vector<std::string>& log, std::string name = "listener")
         : m_log(log), m_name(std::move(name)) {}
     bool throwOnClose = false;
+    bool throwOnOpen = false;
     void OnEventOpened(kor::CSourceEvent& source) override {
         m_log.push_back(m_name + "-opened@" + std::to_string(source.GetEventDepth()));
+        if (throwOnOpen) throw std::runtime_error("listener failed");
     }
     void OnEventClosed(kor::CSourceEvent& source) override {
         m_log.push_back(m_name + "-closed@" + std::to_string(source.GetEventDepth()));
@@ -103,6 +108,22 @@ TEST(SourceEvent, FailedOpeningLeavesNoEventOpen) {
     source->throwOnBeforeBegin = true;
     EXPECT_THROW(source->BeginEvent(), std::runtime_error);
     EXPECT_EQ(source->GetEventDepth(), 0);
+    EXPECT_EQ(log, (Log{"before-begin", "opening-failed@1", "after-end"}));
+    source->SubReference();
+}
+
+// A listener that fails to hear the opening fails it too: the source learns that whatever the
+// event was opened to announce reaches nobody, then the event ends without its closing hooks.
+TEST(SourceEvent, AListenerFailingAtTheOpeningFailsTheOpening) {
+    Log log;
+    auto* source = new LoggingSource(log);
+    LoggingListener listener(log);
+    listener.throwOnOpen = true;
+    source->Register(&listener);
+    EXPECT_THROW(source->BeginEvent(), std::runtime_error);
+    EXPECT_EQ(source->GetEventDepth(), 0);
+    EXPECT_EQ(log, (Log{"before-begin", "listener-opened@1", "opening-failed@1", "after-end"}));
+    source->Unregister(&listener);
     source->SubReference();
 }
 

@@ -76,6 +76,7 @@ public:
 protected:
     ~CDtmChangeContext() override;
     void OnBeforeBeginEvent() override;
+    void OnOpeningFailed() noexcept override;
     void OnAfterEndEvent() override;
 
 private:

@@ -52,6 +52,7 @@ public:
 protected:
     ~CLibDtmChangeContext() override;
     void OnBeforeBeginEvent() override;
+    void OnOpeningFailed() noexcept override;
     void OnAfterEndEvent() override;
 
 private:

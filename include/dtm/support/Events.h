@@ -121,6 +121,10 @@ public:
 protected:
     ~CSourceEvent() override;
     virtual void OnBeforeBeginEvent() {}
+    /// The opening of the outermost event failed (OnBeforeBeginEvent or a listener's
+    /// OnEventOpened threw, or the listeners could not be told): OnAfterEndEvent follows at once,
+    /// and whatever the event was opened to announce is announced to nobody.
+    virtual void OnOpeningFailed() noexcept {}
     virtual void OnBeforeEndEvent() {}
     virtual void OnAfterEndEvent() {}
 
