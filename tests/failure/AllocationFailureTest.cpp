@@ -2,12 +2,14 @@
 // allocation it makes, with exactly that allocation failing (std::bad_alloc), and after each
 // run the library must have closed every change event, must be consistent and usable (an edit
 // still files an undo step that undoes and redoes exactly, and every recorded step can still
-// be undone and redone), and, once the objects are gone, must have freed everything it
-// allocated in the meantime.
+// be undone and redone), its history must be true (undoing every step leads back to where the
+// history began or, when a change could not be recorded and the history was dropped, to what
+// the run left), and, once the objects are gone, it must have freed everything it allocated in
+// the meantime.
 //
-// The operations: adding entities of every kind (and a project) in one event, reading each
-// file section, undoing and redoing a step, and an edge search that must first find the
-// octree's boxes again.
+// The operations: adding entities of every kind (and a project) in one event, adding a project
+// to a library, reading each file section, undoing and redoing a step, and an edge search that
+// must first find the octree's boxes again.
 
 #include <dtm/dtm.h>
 
