@@ -389,18 +389,24 @@ TEST_F(CliTest, AProfileAcrossAGapBetweenPiecesHasARowWithoutElevationInIt) {
     ASSERT_EQ(result.status, 0) << result.err;
     const std::vector<Names> rows = CsvRows(result.out);
     ASSERT_GT(rows.size(), 3u);
-    std::vector<double> gaps;
+    std::vector<std::size_t> gaps;
     for (std::size_t i = 1; i < rows.size(); ++i) {
         ASSERT_EQ(rows[i].size(), 4u) << result.out;
         const double x = std::stod(rows[i][1]);
+        EXPECT_NEAR(std::stod(rows[i][0]), x - 1001.0, 1e-9) << result.out;
         if (rows[i][3].empty())
-            gaps.push_back(x);
+            gaps.push_back(i);
         else
             EXPECT_NEAR(std::stod(rows[i][3]), Plane(x, 5005), 1e-9);
     }
-    // The west piece ends at x = 1020 and the east one starts at x = 1040.
+    // The west piece ends at x = 1020 and the east one starts at x = 1040: the row without
+    // elevation lies half way, in place as in distance, between the rows of those two ends.
     ASSERT_EQ(gaps.size(), 1u) << result.out;
-    EXPECT_NEAR(gaps[0], 1030.0, 1e-9);
+    const std::size_t gap = gaps[0];
+    ASSERT_TRUE(gap > 1 && gap + 1 < rows.size()) << result.out;
+    EXPECT_EQ(rows[gap - 1][1], "1020");
+    EXPECT_EQ(rows[gap], (Names{"29", "1030", "5005", ""}));
+    EXPECT_EQ(rows[gap + 1][1], "1040");
 }
 
 TEST_F(CliTest, AProfileWithinOnePieceHasNoRowWithoutElevation) {
@@ -451,6 +457,23 @@ TEST_F(CliTest, ContoursAreStoredInTheDocumentAndRendered) {
     ASSERT_TRUE(svg.load_file(folder.File("map.svg").c_str()));
     EXPECT_TRUE(svg.child("svg").find_child_by_attribute("path", "stroke", "#7a4a26"));
     EXPECT_EQ(FolderEntries(folder.Path()), (Names{"map.svg", "survey.dtm", "survey.xml"}));
+}
+
+// The picture's width takes both ends of its range, and nothing beyond them.
+TEST_F(CliTest, ThePictureWidthRangeIncludesBothEnds) {
+    Import();
+    for (const std::string width : {"200", "20000"}) {
+        const CliResult render =
+            RunDtm({"render", "survey.dtm", "-o", "map.svg", "--width", width}, folder.Path());
+        ASSERT_EQ(render.status, 0) << width << ": " << render.err;
+        pugi::xml_document svg;
+        ASSERT_TRUE(svg.load_file(folder.File("map.svg").c_str()));
+        EXPECT_TRUE(svg.child("svg").attribute("width")) << width;
+    }
+    for (const std::string width : {"199", "20001"})
+        ExpectUsageError(
+            RunDtm({"render", "survey.dtm", "-o", "x.svg", "--width", width}, folder.Path()),
+            "--width must be a whole number from 200 to 20000, not '" + width + "'");
 }
 
 TEST_F(CliTest, AMissingInputIsNamed) {

@@ -677,6 +677,30 @@ TEST(DocumentTest, ASectionWithBytesItsReaderDoesNotUseIsDamaged) {
                                      std::to_string(breaklines.length - 4));
 }
 
+// The header names the active project by its index, or -1 for none; any other index names a
+// project the document does not hold.
+TEST(DocumentTest, AnActiveProjectOutsideTheDocumentIsDamage) {
+    const std::vector<char> bytes = SmallDocument();
+    const Block header = Blocks(bytes)[0];
+    ASSERT_EQ(header.tag, "DOC ");
+    const auto withActive = [&](std::int32_t active) {
+        std::vector<char> changed = bytes;
+        Put<std::int32_t>(changed, header.payload() + 4, active);
+        Reseal(changed, header);
+        return changed;
+    };
+    for (const std::int32_t active : {-2, 2, std::numeric_limits<std::int32_t>::min()})
+        EXPECT_EQ(ParseError(withActive(active)), kFile + ": is damaged: the active project " +
+                                                      std::to_string(active) + " does not exist");
+    for (const std::int32_t active : {-1, 0, 1}) {
+        const std::vector<char> changed = withActive(active);
+        Workspace read;
+        ParseDocument(read.Library(), changed.data(), changed.size(), kFile);
+        EXPECT_EQ(read.Library().GetActive(),
+                  active < 0 ? nullptr : read.Library().GetPrj(static_cast<unsigned int>(active)));
+    }
+}
+
 TEST(DocumentTest, BytesAfterTheLastProjectAreDamage) {
     std::vector<char> bytes = SmallDocument();
     bytes.push_back('!');
