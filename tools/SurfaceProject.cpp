@@ -30,13 +30,6 @@ void AddBreaklines(CVncs& vncs, const std::vector<Polyline3D>& polylines) {
             vncs.AddNewVnc(kor::geom::LINE_3D(line[i - 1], line[i]));
 }
 
-// The real ring of a boundary: the stored list without its wrap-around copies.
-Polyline3D RealRing(const CCnt& cnt) {
-    const std::vector<PNT_3D>& stored = cnt.GetExtendedVrts();
-    if (stored.size() < 3) return stored;
-    return Polyline3D(stored.begin() + 1, stored.end() - 1);
-}
-
 bool SamePoint(const PNT_3D& a, const PNT_3D& b) {
     return a.x == b.x && a.y == b.y && a.z == b.z;
 }
@@ -69,6 +62,12 @@ std::vector<Polyline3D> BreaklinesOf(const CVncs& vncs, const SurveyRecord* reco
 }
 
 }  // namespace
+
+Polyline3D RealRing(const CCnt& cnt) {
+    const std::vector<PNT_3D>& stored = cnt.GetExtendedVrts();
+    if (stored.size() < 3) return stored;
+    return Polyline3D(stored.begin() + 1, stored.end() - 1);
+}
 
 CDtmPrj* AddSurfaceProject(Workspace& workspace, const TinSurface& surface) {
     CDtmPrj* prj = workspace.AddProject(surface.name);

@@ -25,4 +25,8 @@ CDtmPrj* AddSurfaceProject(Workspace& workspace, const TinSurface& surface);
 /// project's survey record.
 TinSurface SurfaceOfProject(const CDtmPrj& prj, const SurveyRecord* record = nullptr);
 
+/// The ring of boundary @p cnt as the survey gave it: its stored points without the copies
+/// that close the ring at both ends.
+Polyline3D RealRing(const CCnt& cnt);
+
 }  // namespace dtmtool

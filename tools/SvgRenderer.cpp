@@ -7,6 +7,7 @@
 #include "AtomicFile.h"
 #include "ContourGeometry.h"
 #include "Progress.h"
+#include "SurfaceProject.h"
 #include "SvgCanvas.h"
 #include "TextFormat.h"
 #include "ToolError.h"
@@ -165,12 +166,6 @@ void DrawLabels(std::string& svg, const SvgCanvas& canvas, const CCvLvs& lines) 
                    ContourColour(line) + "\">" + text + "</text>\n";
         }
     }
-}
-
-std::vector<PNT_3D> RealRing(const CCnt& cnt) {
-    const std::vector<PNT_3D>& stored = cnt.GetExtendedVrts();
-    if (stored.size() < 3) return stored;
-    return std::vector<PNT_3D>(stored.begin() + 1, stored.end() - 1);
 }
 
 void DrawBoundaries(std::string& svg, const SvgCanvas& canvas, const CDtmPrj& prj) {

@@ -119,6 +119,25 @@ TEST(SurfaceProjectTest, WithoutARecordThatAccountsForEverySegmentBreaklinesAreJ
     EXPECT_TRUE(back.survey.breaklines.empty());
 }
 
+// Without a record, a segment continues the previous line only where it starts at exactly the
+// point, in all three coordinates, where that line ended.
+TEST(SurfaceProjectTest, BreaklinesAreJoinedOnlyWhereTheirEndsMatchInEveryCoordinate) {
+    Workspace workspace;
+    TinSurface surface = Sample();
+    surface.breaklines = {{{10, 20, 4}, {12, 22, 5}},
+                          {{12, 25, 6}, {14, 24, 6}},   // the same x only
+                          {{15, 20, 6}, {20, 28, 5}},   // the same z only
+                          {{20, 28, 9}, {18, 26, 9}},   // the same x and y only
+                          {{18, 26, 9}, {17, 21, 3}}};  // the same point: joined
+    const TinSurface back =
+        dtmtool::SurfaceOfProject(*dtmtool::AddSurfaceProject(workspace, surface));
+    ASSERT_EQ(back.breaklines.size(), 4u);
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(back.breaklines[i].size(), 2u) << i;
+    ASSERT_EQ(back.breaklines[3].size(), 3u);
+    EXPECT_EQ(back.breaklines[3][0].z, 9.0);
+    EXPECT_EQ(back.breaklines[3][2].y, 21.0);
+}
+
 TEST(SurfaceProjectTest, HiddenFacesGoWithTheRecordWhileTheirVerticesLast) {
     Workspace workspace;
     TinSurface surface = Sample();

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <pugixml.hpp>
 
@@ -83,6 +86,166 @@ TEST(SvgRendererTest, ThePictureIsWellFormedAndHoldsEveryLayer) {
     EXPECT_EQ(outlines, 1);
     EXPECT_EQ(breaklines, 1);
     EXPECT_NE(svg.find(">Hill &lt;1&gt;</text>"), std::string::npos);
+}
+
+// A path of M, L and Z commands read back: the letters in order and the points.
+struct PathData {
+    std::string commands;
+    std::vector<std::array<double, 2>> points;
+};
+
+PathData ReadPath(const std::string& d) {
+    PathData path;
+    const char* at = d.c_str();
+    while (*at != '\0') {
+        const char command = *at++;
+        path.commands += command;
+        if (command == 'Z') continue;
+        char* end = nullptr;
+        const double x = std::strtod(at, &end);
+        const double y = std::strtod(end, &end);
+        path.points.push_back({x, y});
+        at = end;
+    }
+    return path;
+}
+
+// The d attribute of the one path drawn in @p stroke.
+std::string PathOfStroke(const pugi::xml_node& root, const std::string& stroke) {
+    const pugi::xml_node path = root.find_child_by_attribute("path", "stroke", stroke.c_str());
+    EXPECT_TRUE(path) << stroke;
+    return path.attribute("d").as_string();
+}
+
+pugi::xml_node SvgRoot(pugi::xml_document& document, const std::string& svg) {
+    EXPECT_TRUE(document.load_string(svg.c_str()));
+    return document.child("svg");
+}
+
+// Each boundary is drawn as the ring the survey gave, once round and closed, in its place: the
+// hole where it lies within the outline, north up.
+TEST(SvgRendererTest, BoundariesAreDrawnAsTheirRingsInPlace) {
+    Workspace workspace;
+    AddHill(workspace);
+    dtmtool::RenderOptions options;
+    options.width = 800;
+    pugi::xml_document document;
+    const pugi::xml_node root =
+        SvgRoot(document, dtmtool::SvgText(workspace.Library(), options, "doc.dtm"));
+
+    const PathData outline = ReadPath(PathOfStroke(root, "#1b4d1e"));
+    ASSERT_EQ(outline.commands, "MLLLZ");
+    const auto [left, bottom] = outline.points[0];  // (1000, 2000)
+    const double scale = (outline.points[1][0] - left) / 100.0;
+    ASSERT_GT(scale, 0.0);
+    const auto at = [&, left = left, bottom = bottom](double x, double y) {
+        return std::array<double, 2>{left + (x - 1000.0) * scale, bottom - (y - 2000.0) * scale};
+    };
+    const std::vector<std::array<double, 2>> ring = {at(1000, 2000), at(1100, 2000), at(1100, 2080),
+                                                     at(1000, 2080)};
+    const std::vector<std::array<double, 2>> hole = {at(1040, 2030), at(1045, 2030),
+                                                     at(1042, 2035)};
+    const auto expectNear = [](const PathData& path,
+                               const std::vector<std::array<double, 2>>& expected) {
+        ASSERT_EQ(path.points.size(), expected.size());
+        for (std::size_t i = 0; i < expected.size(); ++i)
+            for (int k = 0; k < 2; ++k)
+                EXPECT_NEAR(path.points[i][k], expected[i][k], 0.06) << i << ", " << k;
+    };
+    expectNear(outline, ring);
+    const PathData holePath = ReadPath(PathOfStroke(root, "#1f4e79"));
+    EXPECT_EQ(holePath.commands, "MLLZ");
+    expectNear(holePath, hole);
+}
+
+// Every triangle is drawn once, as a closed path of its three corners, in the path of its
+// colour.
+TEST(SvgRendererTest, EveryTriangleIsDrawnOnceAsAClosedPath) {
+    Workspace workspace;
+    AddHill(workspace);
+    pugi::xml_document document;
+    const pugi::xml_node root =
+        SvgRoot(document, dtmtool::SvgText(workspace.Library(), {}, "doc.dtm"));
+    std::size_t triangles = 0;
+    for (const pugi::xml_node path : root.children("path")) {
+        const std::string fill = path.attribute("fill").as_string();
+        if (fill != path.attribute("stroke").as_string()) continue;
+        const PathData data = ReadPath(path.attribute("d").as_string());
+        ASSERT_EQ(data.commands.size() % 4, 0u);
+        for (std::size_t k = 0; k < data.commands.size(); k += 4)
+            ASSERT_EQ(data.commands.substr(k, 4), "MLLZ") << fill << " at " << k;
+        triangles += data.points.size() / 3;
+    }
+    EXPECT_EQ(triangles,
+              static_cast<std::size_t>(workspace.Library().GetPrj(0)->GetTris()->GetNoTris()));
+}
+
+// The drawing takes in an outline that reaches beyond the network: the ring spans the picture
+// from margin to margin.
+TEST(SvgRendererTest, AnOutlineBeyondTheNetworkIsInThePicture) {
+    Workspace workspace;
+    dtmtool::TinSurface surface =
+        tool_test::GridSurface(3, 3, 10.0, 0.0, 0.0, [](double x, double) { return x; });
+    surface.externalBoundaries.push_back({{-20, -10, 0}, {70, -10, 0}, {70, 40, 0}, {-20, 40, 0}});
+    dtmtool::AddSurfaceProject(workspace, surface);
+    pugi::xml_document document;
+    const pugi::xml_node root =
+        SvgRoot(document, dtmtool::SvgText(workspace.Library(), {}, "doc.dtm"));
+    const double width = root.attribute("width").as_double();
+    const PathData outline = ReadPath(PathOfStroke(root, "#1b4d1e"));
+    ASSERT_EQ(outline.points.size(), 4u);
+    const double left = outline.points[0][0];
+    const double right = outline.points[1][0];
+    EXPECT_GT(left, 0.0);
+    EXPECT_NEAR(width - right, left, 0.11);
+}
+
+// The triangles' edges are drawn up to the set number of triangles, that number included.
+TEST(SvgRendererTest, EdgesAreDrawnUpToTheirTriangleCountIncluded) {
+    Workspace workspace;
+    AddHill(workspace);
+    const int triangles = workspace.Library().GetPrj(0)->GetTris()->GetNoTris();
+    const auto hasEdges = [&](int most) {
+        dtmtool::RenderOptions options;
+        options.maxTrianglesWithEdges = most;
+        pugi::xml_document document;
+        return static_cast<bool>(
+            SvgRoot(document, dtmtool::SvgText(workspace.Library(), options, "doc.dtm"))
+                .find_child_by_attribute("path", "stroke", "#000"));
+    };
+    EXPECT_TRUE(hasEdges(triangles));
+    EXPECT_FALSE(hasEdges(triangles - 1));
+}
+
+// The legend shows the elevations of the first visible project that has triangles coloured by
+// classes, at its two ends.
+TEST(SvgRendererTest, TheLegendIsOfTheFirstVisibleColouredNetwork) {
+    Workspace workspace;
+    workspace.AddProject("Empty");
+    AddHill(workspace);
+    dtmtool::TinSurface plane = tool_test::GridSurface(
+        4, 4, 10.0, 1000.0, 2000.0, [](double x, double) { return 200.0 + x / 100.0; });
+    plane.name = "Plane";
+    dtmtool::AddSurfaceProject(workspace, plane);
+    const auto legendEnds = [&]() {
+        pugi::xml_document document;
+        const pugi::xml_node root =
+            SvgRoot(document, dtmtool::SvgText(workspace.Library(), {}, "doc.dtm"));
+        const pugi::xml_node low = root.find_child_by_attribute("text", "text-anchor", "end");
+        EXPECT_TRUE(low);
+        return std::string(low.child_value()) + " " + low.next_sibling("text").child_value();
+    };
+    const auto ends = [](const CDtmPrj& prj) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%.1f %.1f", prj.GetTris()->GetMinQuota(),
+                      prj.GetTris()->GetMaxQuota());
+        return std::string(text);
+    };
+    CLibDtm& library = workspace.Library();
+    EXPECT_EQ(legendEnds(), ends(*library.GetPrj(1)));
+    library.GetPrj(1)->SetVisible(false);
+    EXPECT_EQ(legendEnds(), ends(*library.GetPrj(2)));
+    EXPECT_EQ(legendEnds(), "210.0 210.4");
 }
 
 TEST(SvgRendererTest, HiddenProjectsAreNotDrawn) {
