@@ -9,6 +9,7 @@
 
 #include "ContourGeometry.h"
 #include "ContourLines.h"
+#include "ContourTracer.h"
 #include "SurfaceProject.h"
 #include "ToolTestSupport.h"
 #include "UsageError.h"
@@ -80,6 +81,64 @@ TEST(ContourLinesTest, AConeGetsSmoothCirclesAtEveryLevelWithLabelsOnIndexLines)
     EXPECT_GT(summary.labels, 0u);
     EXPECT_EQ(lines.GetOpzCvLv().GetDecimals(), 1);
     EXPECT_EQ(lines.GetOpzCvLv().GetVAlignment(), TEXT_VALIGN_CENTRED);
+}
+
+// A line's nodes are its traced points in order, less those that crowd the point kept before
+// them: every kept step is at least a twentieth of the traced line's mean spacing, every point
+// left out lies closer than that to the point kept before it, and both ends stay.
+TEST(ContourLinesTest, NodesAreTheTracedPointsLessThoseCrowdingTheOneKeptBefore) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    MakeContourLines(prj, ContourSettings{2.5, 2, 0.4});
+    const CCvLvs& lines = *prj.GetCvLvs();
+    unsigned next = 0;
+    std::size_t left = 0;
+    for (const double z :
+         dtmtool::ContourLevels(prj.GetTris()->GetMinQuota(), prj.GetTris()->GetMaxQuota(), 2.5)) {
+        for (const dtmtool::ContourPolyline& traced : dtmtool::TraceContours(*prj.GetTris(), z)) {
+            ASSERT_LT(next, lines.GetNoCvLvs());
+            const CCvLv& line = *lines.GetCvLvAt(next++);
+            ASSERT_EQ(line.GetQuota(), z);
+            const std::vector<PNT_2D>& points = traced.points;
+            const double minimum =
+                0.05 * RunLength(points) / static_cast<double>(points.size() - 1);
+            const std::vector<TVrtPol>& nodes = line.GetNodes();
+            ASSERT_GE(nodes.size(), 2u);
+            const auto nodePoint = [&](std::size_t k) { return PNT_2D(nodes[k].x, nodes[k].y); };
+            EXPECT_EQ(nodePoint(nodes.size() - 1).dist(points.back()), 0.0);
+            std::size_t k = 0;  // the node that the next kept point must be
+            for (std::size_t i = 0; i < points.size(); ++i) {
+                if (k < nodes.size() && nodePoint(k).dist(points[i]) == 0.0) {
+                    if (k > 0) {
+                        EXPECT_GE(points[i].dist(nodePoint(k - 1)), minimum) << z;
+                    }
+                    ++k;
+                    continue;
+                }
+                ASSERT_GT(k, 0u) << "the first point was left out at " << z;
+                EXPECT_LT(points[i].dist(nodePoint(k - 1)), minimum) << z << " point " << i;
+                ++left;
+            }
+            EXPECT_EQ(k, nodes.size()) << z;
+        }
+    }
+    EXPECT_EQ(next, lines.GetNoCvLvs());
+    EXPECT_GT(left, 0u);  // the cone's lines pass close to vertices
+}
+
+// Every line takes the options' tension; a tension of exactly 0 means none and the lines take
+// the default instead.
+TEST(ContourLinesTest, LinesTakeTheOptionsTensionAndZeroMeansTheDefault) {
+    for (const double tension : {0.7, -1.0, 0.0}) {
+        Workspace workspace;
+        CDtmPrj& prj = ConeProject(workspace);
+        prj.GetCvLvs()->GetOpzCvLv().SetTension(tension);
+        MakeContourLines(prj, ContourSettings{5.0, 2, 0.4});
+        const CCvLvs& lines = *prj.GetCvLvs();
+        ASSERT_GT(lines.GetNoCvLvs(), 0u);
+        for (unsigned i = 0; i < lines.GetNoCvLvs(); ++i)
+            EXPECT_EQ(lines.GetCvLvAt(i)->GetSigma(), tension == 0.0 ? -1.0 : tension);
+    }
 }
 
 TEST(ContourLinesTest, OnlyIndexLinesCarryLabelsAndTheDrawnRunsLeaveThemOut) {

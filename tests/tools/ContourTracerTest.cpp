@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 
 #include "ContourTracer.h"
@@ -50,6 +51,42 @@ TEST(ContourTracerTest, LevelsAreTheMultiplesOfTheIntervalInTheRange) {
     EXPECT_THROW(ContourLevels(0.0, 1.0, -1.0), std::invalid_argument);
     EXPECT_THROW(ContourLevels(0.0, 1.0, std::nan("")), std::invalid_argument);
     EXPECT_THROW(ContourLevels(0.0, 1e9, 1e-3), std::length_error);
+}
+
+TEST(ContourTracerTest, TheLevelLimitAdmitsExactlyThatManyLevels) {
+    EXPECT_EQ(ContourLevels(0.0, 9.0, 1.0, 10).size(), 10u);
+    EXPECT_THROW(ContourLevels(0.0, 10.0, 1.0, 10), std::length_error);
+    EXPECT_EQ(ContourLevels(0.5, 0.7, 1.0, 0).size(), 0u);
+}
+
+// A range that is empty, upside down or not finite (a network without elevations) has no
+// levels, and asks for none rather than for endlessly many.
+TEST(ContourTracerTest, ARangeThatIsNotFiniteOrIsUpsideDownHasNoLevels) {
+    const double inf = std::numeric_limits<double>::infinity();
+    EXPECT_TRUE(ContourLevels(5.0, 1.0, 1.0).empty());
+    EXPECT_TRUE(ContourLevels(0.0, inf, 1.0).empty());
+    EXPECT_TRUE(ContourLevels(-inf, 0.0, 1.0).empty());
+    EXPECT_TRUE(ContourLevels(-inf, inf, 1.0).empty());
+    EXPECT_TRUE(ContourLevels(std::nan(""), 3.0, 1.0).empty());
+    EXPECT_TRUE(ContourLevels(0.0, std::nan(""), 1.0).empty());
+}
+
+// A triangle with a corner that is not finite has no contour segment: the lines never take a
+// point that is not finite from it.
+TEST(ContourTracerTest, TrianglesWithACornerThatIsNotFiniteAreLeftOut) {
+    Workspace workspace;
+    dtmtool::TinSurface surface =
+        tool_test::GridSurface(6, 6, 1.0, 0.0, 0.0, [](double x, double) { return x; });
+    surface.points[24].z = std::numeric_limits<double>::infinity();  // (3, 3), inside
+    const CTris& tris = Network(workspace, surface);
+    // Level 3.5 crosses the triangles round (3, 3): those are left out, so the line has a gap.
+    const std::vector<ContourPolyline> lines = TraceContours(tris, 3.5);
+    ASSERT_EQ(lines.size(), 2u);
+    for (const ContourPolyline& line : lines)
+        for (const PNT_2D& p : line.points) {
+            EXPECT_TRUE(std::isfinite(p.x) && std::isfinite(p.y));
+            EXPECT_DOUBLE_EQ(p.x, 3.5);
+        }
 }
 
 TEST(ContourTracerTest, APlaneGivesOneStraightLinePerLevelFromBorderToBorder) {
