@@ -142,6 +142,22 @@ TEST(LandXmlTest, ReadsTrailingDotNumbersAndLatin1Names) {
     EXPECT_EQ(read[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}}));
 }
 
+// Numbers may be separated, led and followed by any XML blank: spaces, tabs, line feeds and
+// carriage returns, as files written line by line or by hand have them.
+TEST(LandXmlTest, NumbersAreSeparatedByAnyBlank) {
+    const std::string text =
+        "<LandXML><Surfaces><Surface name=\"S\"><Definition surfType=\"TIN\"><Pnts>"
+        "<P id=\"1\">\t100\t200\t5\t</P><P id=\"2\">\n100\n210\n6.5\n</P>"
+        "<P id=\"3\">\r\n110\r\n200\r\n7\r\n</P><P id=\"4\"> \t\r\n110 \t\r\n210 \t\r\n8 </P>"
+        "</Pnts><Faces><F>1\t2\r\n3</F><F>\n2 4\t3 </F></Faces></Definition></Surface>"
+        "</Surfaces></LandXML>";
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 1u);
+    ExpectSamePoints(read[0].points,
+                     {{200, 100, 5}, {210, 100, 6.5}, {200, 110, 7}, {210, 110, 8}});
+    EXPECT_EQ(read[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}, {1, 3, 2}}));
+}
+
 TEST(LandXmlTest, SplitsAFourSidedFaceAlongItsFirstDiagonal) {
     const std::string text =
         "<LandXML><Surfaces><Surface name=\"Q\"><Definition surfType=\"TIN\"><Pnts>"
