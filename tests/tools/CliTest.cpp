@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <pugixml.hpp>
 #include <regex>
+#include <sstream>
 
 #include "CliSupport.h"
 #include "Document.h"
@@ -134,6 +135,26 @@ TEST_F(CliTest, DemoWritesItsDocumentAndPictureAndSaysWhereThePictureIs) {
     EXPECT_EQ(FolderEntries(folder.Path()), (Names{"demo.dtm", "demo.svg", "survey.xml"}));
     pugi::xml_document svg;
     EXPECT_TRUE(svg.load_file(picture.c_str()));
+
+    // The profile's rows are the points at or just before evenly spaced distances, from the
+    // start of the line to its end.
+    const std::size_t profile = result.out.find("  profile      ");
+    ASSERT_NE(profile, std::string::npos) << result.out;
+    std::istringstream lines(result.out.substr(profile));
+    std::string line;
+    std::getline(lines, line);
+    const double length = std::stod(line.substr(15));
+    std::vector<double> rows;
+    while (std::getline(lines, line) && line.find(" m: ") != std::string::npos)
+        rows.push_back(std::stod(line));
+    ASSERT_EQ(rows.size(), 9u) << result.out;
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        const double wanted = length * static_cast<double>(row) / 8.0;
+        EXPECT_LE(rows[row], wanted + 0.05) << row;
+        EXPECT_GT(rows[row], wanted - 30.0) << row;
+    }
+    EXPECT_EQ(rows.front(), 0.0);
+    EXPECT_EQ(rows.back(), length);
 
     const CliResult info = RunDtm({"info", "demo.dtm"}, folder.Path());
     ASSERT_EQ(info.status, 0) << info.err;
