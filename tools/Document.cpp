@@ -36,11 +36,13 @@ constexpr std::uint32_t kProjectTag = MakeTag('P', 'R', 'J', ' ');
 constexpr std::uint32_t kSurveyTag = MakeTag('S', 'R', 'V', 'Y');
 // The layouts of the survey record; a reader skips a record of a later layout, as it skips a
 // section it does not know. Layout 2 adds the boundaries to layout 1, layout 3 the surface's
-// attributes and the hidden faces to layout 2. A record is written in the first layout that holds
-// it, so that a program that knows only the earlier ones keeps reading what they can say.
+// attributes and the hidden faces to layout 2, layout 4 the points' attributes to layout 3. A
+// record is written in the first layout that holds it, so that a program that knows only the
+// earlier ones keeps reading what they can say.
 constexpr std::uint16_t kSurveyFormat = 1;
 constexpr std::uint16_t kSurveyFormatWithBoundaries = 2;
 constexpr std::uint16_t kSurveyFormatWithSurface = 3;
+constexpr std::uint16_t kSurveyFormatWithPoints = 4;
 // Tag, payload length, checksum.
 constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
 constexpr std::uint32_t kFlagVisible = 1;
@@ -142,6 +144,7 @@ void AppendHiddenFace(std::vector<char>& bytes, const std::vector<int>& corners)
 }
 
 std::uint16_t SurveyFormatOf(const SurveyRecord& record) {
+    if (!record.pointAttributes.empty()) return kSurveyFormatWithPoints;
     if (!record.surfaceAttributes.empty() || !record.hiddenFaces.empty())
         return kSurveyFormatWithSurface;
     if (!record.boundaries.empty()) return kSurveyFormatWithBoundaries;
@@ -169,6 +172,13 @@ void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
         AppendAttributes(bytes, record.surfaceAttributes);
         Append(bytes, static_cast<std::uint32_t>(record.hiddenFaces.size()));
         for (const std::vector<int>& face : record.hiddenFaces) AppendHiddenFace(bytes, face);
+    }
+    if (format >= kSurveyFormatWithPoints) {
+        Append(bytes, static_cast<std::uint32_t>(record.pointAttributes.size()));
+        for (const SurveyPointAttributes& point : record.pointAttributes) {
+            Append<std::int32_t>(bytes, point.vertex);
+            AppendAttributes(bytes, point.attributes);
+        }
     }
     block.Close();
 }
@@ -416,17 +426,39 @@ void ReadHiddenFaces(FieldReader& fields, const DocumentReader& document, const 
     }
 }
 
+// The points' attributes of a record of layout 4: each names a vertex of the project, in
+// rising order, and has something to say.
+void ReadPointAttributes(FieldReader& fields, const DocumentReader& document,
+                         const std::string& what, int vertices, SurveyRecord& record) {
+    const std::uint32_t count = fields.Read<std::uint32_t>();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::string point = what + " holds the attributes of point " + std::to_string(i + 1);
+        SurveyPointAttributes read;
+        read.vertex = fields.Read<std::int32_t>();
+        if (read.vertex < 0 || read.vertex >= vertices)
+            throw document.Damaged(
+                point + " for vertex " + std::to_string(read.vertex) +
+                ", which is not one of the " +
+                Counted(static_cast<std::size_t>(vertices), "vertex", "vertices"));
+        if (!record.pointAttributes.empty() && read.vertex <= record.pointAttributes.back().vertex)
+            throw document.Damaged(point + " out of vertex order");
+        read.attributes = ReadAttributes(fields);
+        if (read.attributes.empty()) throw document.Damaged(point + ", which has none");
+        record.pointAttributes.push_back(std::move(read));
+    }
+}
+
 // Reads the survey record of @p prj; a record of a later layout is skipped, and said so in
 // @p skipped.
 void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::string& what,
                       SurveyRecords& surveys, std::vector<std::string>& skipped) {
     FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
     const std::uint16_t format = fields.Read<std::uint16_t>();
-    if (format < kSurveyFormat || format > kSurveyFormatWithSurface) {
+    if (format < kSurveyFormat || format > kSurveyFormatWithPoints) {
         skipped.push_back(what + " has layout " + std::to_string(format) +
                           ", which this program does not know; the survey facts in it (units, "
-                          "point ids, surface, breakline and boundary attributes, hidden faces) "
-                          "were left out");
+                          "point ids, surface, point, breakline and boundary attributes, hidden "
+                          "faces) were left out");
         return;
     }
     SurveyRecord record;
@@ -454,6 +486,8 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
         record.surfaceAttributes = ReadAttributes(fields);
         ReadHiddenFaces(fields, document, what, vertices, record);
     }
+    if (format >= kSurveyFormatWithPoints)
+        ReadPointAttributes(fields, document, what, vertices, record);
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
 }

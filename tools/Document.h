@@ -13,7 +13,8 @@
 //     one block per section, in the order of ProjectSections()
 //     block "SRVY"          only for a project with a survey record, after the sections (and
 //                           counted with them): uint16 record layout (1; 2 when it holds
-//                           boundaries; 3 when it holds surface attributes or hidden faces); the
+//                           boundaries; 3 when it holds surface attributes or hidden faces; 4
+//                           when it holds point attributes); the
 //                           units as uint32 length and text of the system ("" when unknown) and
 //                           attributes; uint32 point id count (0 or the vertex count), int64 ids
 //                           in vertex order; uint32 breakline count, each as uint32 segment count
@@ -23,8 +24,10 @@
 //                           (easting northing elevation; a kept boundary's only). Layout 3 goes
 //                           on with the surface's attributes, then uint32 hidden face count, each
 //                           as uint8 corner count (3 or 4) and the corners as int32 vertex
-//                           indices. Attributes are a uint32 count, then each name and value as
-//                           uint32 length and text.
+//                           indices. Layout 4 goes on with uint32 count of points with
+//                           attributes, each as int32 vertex index (rising) and attributes (at
+//                           least one). Attributes are a uint32 count, then each name and value
+//                           as uint32 length and text.
 //
 // A block is: uint32 tag (four ASCII letters), uint64 payload length, uint32 CRC-32 of the
 // payload, then the payload. The length lets a reader check that a section's reader consumed

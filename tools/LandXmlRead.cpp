@@ -464,6 +464,8 @@ private:
             surface.points.emplace_back(easting, northing, elevation);
             // "nan" and "inf" read as numbers, but no surface can be made of them.
             if (!IsUsablePoint(surface.points.back())) throw Error(p, point() + kCoordinateRule);
+            // Most points carry only their id; a name or code beside it is the surveyor's.
+            if (p.first_attribute().next_attribute()) KeepPointAttributes(p, surface);
         });
         try {
             m_index = PointIndex();
@@ -472,6 +474,18 @@ private:
             throw FileError(m_file, "point id " + std::to_string(repeated.id) +
                                         " appears twice in surface " + m_surfaceName);
         }
+    }
+
+    // The attributes of point @p p, the last read, other than its id.
+    static void KeepPointAttributes(const pugi::xml_node& p, TinSurface& surface) {
+        SurveyAttributes attributes = ReadAttributes(p);
+        attributes.erase(
+            std::remove_if(attributes.begin(), attributes.end(),
+                           [](const auto& attribute) { return attribute.first == "id"; }),
+            attributes.end());
+        if (attributes.empty()) return;
+        surface.survey.pointAttributes.push_back(
+            {static_cast<int>(surface.points.size()) - 1, std::move(attributes)});
     }
 
     // The corners of a face as indices into the surface's points.

@@ -146,9 +146,29 @@ public:
     long long operator[](std::size_t vertex) const {
         return m_ids ? (*m_ids)[vertex] : static_cast<long long>(vertex) + 1;
     }
+    /// Whether the survey's own ids are written, which is when its point attributes, naming
+    /// the same vertices, still belong to them.
+    bool AreTheSurveys() const noexcept { return m_ids != nullptr; }
 
 private:
     const std::vector<long long>* m_ids;
+};
+
+// The attributes of each point in turn, as the survey gave them; none without its ids.
+class PointAttributes {
+public:
+    PointAttributes(const TinSurface& surface, const PointIds& ids)
+        : m_next(surface.survey.pointAttributes.begin()),
+          m_end(ids.AreTheSurveys() ? surface.survey.pointAttributes.end() : m_next) {}
+    /// The attributes of @p vertex; called for every vertex in order.
+    const SurveyAttributes& Of(std::size_t vertex) {
+        static const SurveyAttributes kNone;
+        if (m_next == m_end || m_next->vertex != static_cast<int>(vertex)) return kNone;
+        return (m_next++)->attributes;
+    }
+
+private:
+    std::vector<SurveyPointAttributes>::const_iterator m_next, m_end;
 };
 
 // One face: @p open, the ids of @p corners, the closing tag.
@@ -165,9 +185,12 @@ void WriteFace(XmlText& xml, const PointIds& ids, const Corners& corners, const 
 
 void WriteDefinition(XmlText& xml, const TinSurface& surface, Progress& progress) {
     const PointIds ids(surface);
+    PointAttributes attributes(surface, ids);
     xml << "      <Definition surfType=\"TIN\">\n        <Pnts>\n";
     for (std::size_t i = 0; i < surface.points.size(); ++i) {
-        xml << "          <P id=\"" << ids[i] << "\">";
+        xml << "          <P id=\"" << ids[i] << "\"";
+        WriteAttributes(xml, attributes.Of(i));
+        xml << ">";
         xml.Point(surface.points[i]);
         xml << "</P>\n";
         progress.Advance();

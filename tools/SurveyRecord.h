@@ -1,11 +1,11 @@
 #pragma once
 
 // What a project keeps of the survey file it came from besides what the library holds: the
-// units the file states, the survey's own point ids, what its breaklines and boundaries were
-// called, and the parts of the survey the library has no place for (boundaries of other kinds,
-// hidden faces). A surveyor's point numbers and the unit of the coordinates are part of the
-// survey; an export that lost them would hand a receiving program coordinates it may read in
-// the wrong unit, with points it cannot match to the field book.
+// units the file states, the survey's own point ids and names, what its breaklines and
+// boundaries were called, and the parts of the survey the library has no place for (boundaries
+// of other kinds, hidden faces). A surveyor's point numbers and names and the unit of the
+// coordinates are part of the survey; an export that lost them would hand a receiving program
+// coordinates it may read in the wrong unit, with points it cannot match to the field book.
 
 #include <dtm/support/Geom.h>
 
@@ -73,6 +73,17 @@ struct SurveyBoundary {
     bool operator==(const SurveyBoundary& other) const;
 };
 
+/// The attributes of one survey point other than its id (name, desc, code and the like), with
+/// the vertex the point became.
+struct SurveyPointAttributes {
+    int vertex = 0;
+    SurveyAttributes attributes;
+
+    bool operator==(const SurveyPointAttributes& other) const {
+        return vertex == other.vertex && attributes == other.attributes;
+    }
+};
+
 /// The survey facts of one project.
 struct SurveyRecord {
     SurveyUnits units;
@@ -82,6 +93,9 @@ struct SurveyRecord {
     /// The survey's id of each vertex, in vertex order; empty when the points have no ids of
     /// their own (they are then numbered 1..n on export).
     std::vector<long long> pointIds;
+    /// The points that carry attributes besides their id, in vertex order (most carry none).
+    /// They go out again only with the survey's ids, which name the same vertices.
+    std::vector<SurveyPointAttributes> pointAttributes;
     /// The survey's breaklines in the order the project's segments follow them; empty when
     /// not known (an export then joins segments that meet end to start into one line).
     std::vector<SurveyBreakline> breaklines;
@@ -99,7 +113,8 @@ struct SurveyRecord {
 
     bool IsEmpty() const noexcept {
         return !units.IsKnown() && surfaceAttributes.empty() && pointIds.empty() &&
-               breaklines.empty() && boundaries.empty() && hiddenFaces.empty();
+               pointAttributes.empty() && breaklines.empty() && boundaries.empty() &&
+               hiddenFaces.empty();
     }
     /// The recorded boundaries of role @p role.
     std::size_t CountBoundaries(BoundaryRole role) const noexcept;

@@ -162,6 +162,22 @@ TEST_F(CliTest, DemoWritesItsDocumentAndPictureAndSaysWhereThePictureIs) {
     EXPECT_NE(info.out.find("1 external, 1 internal"), std::string::npos) << info.out;
 }
 
+// A surveyor's point names and codes go through the document and come out on the same points.
+TEST_F(CliTest, PointNamesSurviveImportAndExport) {
+    WriteText(folder.File("named.xml"),
+              "<LandXML><Surfaces><Surface name=\"Named\"><Definition surfType=\"TIN\"><Pnts>"
+              "<P id=\"7\" name=\"BM1\" code=\"bench\">0 0 1</P><P id=\"8\">0 10 2</P>"
+              "<P id=\"9\" desc=\"kerb &amp; gutter\">10 0 3</P></Pnts><Faces><F>7 9 8</F>"
+              "</Faces></Definition></Surface></Surfaces></LandXML>");
+    ASSERT_EQ(RunDtm({"import", "named.xml", "-o", "named.dtm"}, folder.Path()).status, 0);
+    const CliResult result = RunDtm({"export", "named.dtm", "-o", "back.xml"}, folder.Path());
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::string back = ReadText(folder.File("back.xml"));
+    EXPECT_NE(back.find("<P id=\"7\" name=\"BM1\" code=\"bench\">"), std::string::npos) << back;
+    EXPECT_NE(back.find("<P id=\"8\">"), std::string::npos) << back;
+    EXPECT_NE(back.find("<P id=\"9\" desc=\"kerb &amp; gutter\">"), std::string::npos) << back;
+}
+
 TEST_F(CliTest, ImportAndExportKeepVerticesFacesBreaklinesAndBoundaries) {
     Import();
     const CliResult result = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());

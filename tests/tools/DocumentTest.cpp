@@ -384,7 +384,7 @@ TEST(DocumentTest, AReaderThatKeepsNoRecordsSkipsThemAsItSkipsNewSections) {
 TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     std::vector<char> bytes = SmallDocumentWithRecords().bytes;
     const Block record = Blocks(bytes)[8];
-    Put<std::uint16_t>(bytes, record.payload(), 4);
+    Put<std::uint16_t>(bytes, record.payload(), 5);
     Reseal(bytes, record);
     Workspace read;
     const dtmtool::DocumentInfo info =
@@ -393,9 +393,9 @@ TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     EXPECT_EQ(read.Library().GetNoPrj(), 2u);
     EXPECT_EQ(info.skipped,
               (std::vector<std::string>{
-                  "the survey record of project 'First' has layout 4, which this program does "
-                  "not know; the survey facts in it (units, point ids, surface, breakline and "
-                  "boundary attributes, hidden faces) were left out"}));
+                  "the survey record of project 'First' has layout 5, which this program does "
+                  "not know; the survey facts in it (units, point ids, surface, point, "
+                  "breakline and boundary attributes, hidden faces) were left out"}));
 }
 
 // The checksum covers a block's payload, not its tag: a record whose tag was damaged reads as a
@@ -644,6 +644,81 @@ TEST(DocumentTest, ARecordHiddenFaceWithoutThreeOrFourCornersOfTheNetworkIsDamag
                       std::to_string(corner) + ", which is not one of the " +
                       std::to_string(vertices) + " vertices");
     }
+}
+
+// The small document whose first project's record gives names and codes to two points.
+struct PointsDocument {
+    std::vector<char> bytes;
+    dtmtool::SurveyRecord first;
+    std::size_t layout3;  // the length of the same record without the points' attributes
+};
+
+PointsDocument SmallDocumentWithPointAttributes() {
+    const RecordedDocument plain = SmallDocumentWithRecords();
+    Workspace workspace;
+    FillSmallWorkspace(workspace);
+    dtmtool::SurveyRecord record = plain.first;
+    record.pointAttributes = {{1, {{"name", "BM1"}, {"code", "benchmark"}}},
+                              {5, {{"desc", "kerb \xC3\xA9"}}}};
+    workspace.Surveys()[workspace.Library().GetPrj(0)] = record;
+    // Layout 3 writes two empty counts (boundaries, hidden faces) and empty surface
+    // attributes after layout 1.
+    return {SerializeDocument(workspace.Library(), dtmtool::kNewestDocumentVersion,
+                              &workspace.Surveys()),
+            record, Blocks(plain.bytes).at(8).length + 4 + 4 + 4};
+}
+
+TEST(DocumentTest, ARecordWithPointAttributesTakesLayoutFourAndReadsBack) {
+    const PointsDocument document = SmallDocumentWithPointAttributes();
+    const std::vector<char>& bytes = document.bytes;
+    const Block block = Blocks(bytes).at(8);
+    ASSERT_EQ(block.tag, "SRVY");
+    EXPECT_EQ(Get<std::uint16_t>(bytes, block.payload()), 4u);
+    // After layout 3: the count, then each point's vertex and attributes.
+    std::size_t at = block.payload() + document.layout3;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 2u);
+    EXPECT_EQ(Get<std::int32_t>(bytes, at + 4), 1);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 8), 2u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 12), 4u);
+    EXPECT_EQ(std::string(bytes.data() + at + 16, 4), "name");
+    at += 8 + 4 + (4 + 4 + 4 + 3) + (4 + 4 + 4 + 9);
+    EXPECT_EQ(Get<std::int32_t>(bytes, at), 5);
+    EXPECT_EQ(block.payload() + block.length, at + 4 + 4 + (4 + 4 + 4 + 7));
+    EXPECT_EQ(FirstRecordReadBack(bytes).pointAttributes, document.first.pointAttributes);
+}
+
+TEST(DocumentTest, ARecordPointWithoutAttributesOrOutsideTheNetworkOrOutOfOrderIsDamaged) {
+    const PointsDocument document = SmallDocumentWithPointAttributes();
+    const Block record = Blocks(document.bytes).at(8);
+    const std::size_t firstAt = record.payload() + document.layout3 + 4;
+    const std::size_t secondAt = firstAt + 4 + 4 + (4 + 4 + 4 + 3) + (4 + 4 + 4 + 9);
+    const std::string what = kFile + ": is damaged: the survey record of project 'First' holds ";
+    const int vertices = static_cast<int>(document.first.pointIds.size());
+    for (const std::int32_t vertex : {-1, vertices}) {
+        std::vector<char> bytes = document.bytes;
+        Put<std::int32_t>(bytes, firstAt, vertex);
+        Reseal(bytes, record);
+        EXPECT_EQ(ParseError(bytes, Records::Read),
+                  what + "the attributes of point 1 for vertex " + std::to_string(vertex) +
+                      ", which is not one of the " + std::to_string(vertices) + " vertices");
+    }
+    for (const std::int32_t vertex : {1, 0}) {
+        std::vector<char> bytes = document.bytes;
+        Put<std::int32_t>(bytes, secondAt, vertex);
+        Reseal(bytes, record);
+        EXPECT_EQ(ParseError(bytes, Records::Read),
+                  what + "the attributes of point 2 out of vertex order");
+    }
+    // The second point with no attributes: its count set to 0 and its one pair cut away.
+    std::vector<char> bytes = document.bytes;
+    const std::size_t pair = 4 + 4 + 4 + 7;
+    Put<std::uint32_t>(bytes, secondAt + 4, 0u);
+    bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(secondAt + 8),
+                bytes.begin() + static_cast<std::ptrdiff_t>(secondAt + 8 + pair));
+    Block shorter = record;
+    shorter.length -= pair;
+    Reseal(bytes, shorter);
+    EXPECT_EQ(ParseError(bytes, Records::Read), what + "the attributes of point 2, which has none");
 }
 
 TEST(DocumentTest, AWorkspaceSavesAndLoadsItsRecords) {

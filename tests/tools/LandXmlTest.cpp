@@ -315,6 +315,49 @@ TEST(LandXmlTest, WithoutIdsForEveryPointTheWriterNumbersThemAndStatesNoUnknownU
     EXPECT_EQ(read[0].faces, surface.faces);
 }
 
+// A point's attributes besides its id (name, code, description) are the surveyor's: kept with
+// the vertex the point became, in the file's order, and written back on the same point.
+TEST(LandXmlTest, PointAttributesBesidesTheIdAreKeptAndWrittenBack) {
+    const std::string text =
+        "<LandXML><Surfaces><Surface name=\"S\"><Definition surfType=\"TIN\"><Pnts>"
+        "<P id=\"30\" name=\"BM 1\" code=\"bench\">0 0 1</P><P id=\"10\">0 10 2</P>"
+        "<P name=\"K&amp;2\" id=\"20\" desc=\"kerb&#9;edge\">10 0 3</P><P id=\"40\" name=\"\">10 "
+        "10 "
+        "4</P></Pnts><Faces><F>30 20 10</F><F>20 40 10</F></Faces></Definition></Surface>"
+        "</Surfaces></LandXML>";
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 1u);
+    const std::vector<dtmtool::SurveyPointAttributes> expected = {
+        {0, {{"name", "BM 1"}, {"code", "bench"}}},
+        {2, {{"name", "K&2"}, {"desc", "kerb\tedge"}}},
+        {3, {{"name", ""}}}};
+    EXPECT_EQ(read[0].survey.pointAttributes, expected);
+
+    const std::string written = dtmtool::LandXmlText(read);
+    EXPECT_NE(written.find("<P id=\"30\" name=\"BM 1\" code=\"bench\">"), std::string::npos)
+        << written;
+    EXPECT_NE(written.find("<P id=\"10\">"), std::string::npos) << written;
+    const std::vector<TinSurface> back = Parse(written);
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_EQ(back[0].survey.pointAttributes, expected);
+    EXPECT_EQ(back[0].survey.pointIds, read[0].survey.pointIds);
+}
+
+// Without the survey's ids, which no longer name its points, their attributes are not written
+// either: they would land on whatever points the new numbers give.
+TEST(LandXmlTest, PointAttributesGoOutOnlyWithTheSurveysIds) {
+    TinSurface surface = SmallSurface();
+    surface.survey.pointAttributes = {{1, {{"name", "A"}}}};
+    for (std::size_t i = 0; i < surface.points.size(); ++i)
+        surface.survey.pointIds.push_back(100 + static_cast<long long>(i));
+    const std::vector<TinSurface> kept = Parse(dtmtool::LandXmlText({surface}));
+    EXPECT_EQ(kept[0].survey.pointAttributes, surface.survey.pointAttributes);
+    surface.survey.pointIds.pop_back();
+    const std::string text = dtmtool::LandXmlText({surface});
+    EXPECT_EQ(text.find("name=\"A\""), std::string::npos) << text;
+    EXPECT_TRUE(Parse(text)[0].survey.pointAttributes.empty());
+}
+
 TEST(LandXmlTest, BreaklineAttributesAreKeptPerPointListAndWrittenBack) {
     const std::string text =
         "<LandXML><Surfaces><Surface name=\"S\"><SourceData><Breaklines>"
