@@ -129,17 +129,26 @@ TEST(LandXmlTest, ReadsEveryNamespaceAndPrefixAndCrLfAlike) {
     ExpectReadsBack(prefixed);
 }
 
+// The one surface that @p text holds, checked to have @p points and @p faces.
+TinSurface ExpectOneSurface(const std::string& text, const std::vector<PNT_3D>& points,
+                            const std::vector<std::array<int, 3>>& faces) {
+    const std::vector<TinSurface> read = Parse(text);
+    EXPECT_EQ(read.size(), 1u);
+    if (read.empty()) return {};
+    ExpectSamePoints(read[0].points, points);
+    EXPECT_EQ(read[0].faces, faces);
+    return read[0];
+}
+
 TEST(LandXmlTest, ReadsTrailingDotNumbersAndLatin1Names) {
     const std::string text =
         "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<LandXML><Surfaces>"
         "<Surface name=\"J\xe4rvi\"><Definition surfType=\"TIN\"><Pnts>"
         "<P id=\"10\">100. 200. 5.</P><P id=\"20\">100 210 6.5</P><P id=\"30\">110. 200 7</P>"
         "</Pnts><Faces><F>10 20 30</F></Faces></Definition></Surface></Surfaces></LandXML>";
-    const std::vector<TinSurface> read = Parse(text);
-    ASSERT_EQ(read.size(), 1u);
-    EXPECT_EQ(read[0].name, "J\xc3\xa4rvi");
-    ExpectSamePoints(read[0].points, {{200, 100, 5}, {210, 100, 6.5}, {200, 110, 7}});
-    EXPECT_EQ(read[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}}));
+    const TinSurface read =
+        ExpectOneSurface(text, {{200, 100, 5}, {210, 100, 6.5}, {200, 110, 7}}, {{0, 1, 2}});
+    EXPECT_EQ(read.name, "J\xc3\xa4rvi");
 }
 
 // Numbers may be separated, led and followed by any XML blank: spaces, tabs, line feeds and
@@ -151,11 +160,8 @@ TEST(LandXmlTest, NumbersAreSeparatedByAnyBlank) {
         "<P id=\"3\">\r\n110\r\n200\r\n7\r\n</P><P id=\"4\"> \t\r\n110 \t\r\n210 \t\r\n8 </P>"
         "</Pnts><Faces><F>1\t2\r\n3</F><F>\n2 4\t3 </F></Faces></Definition></Surface>"
         "</Surfaces></LandXML>";
-    const std::vector<TinSurface> read = Parse(text);
-    ASSERT_EQ(read.size(), 1u);
-    ExpectSamePoints(read[0].points,
-                     {{200, 100, 5}, {210, 100, 6.5}, {200, 110, 7}, {210, 110, 8}});
-    EXPECT_EQ(read[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}, {1, 3, 2}}));
+    ExpectOneSurface(text, {{200, 100, 5}, {210, 100, 6.5}, {200, 110, 7}, {210, 110, 8}},
+                     {{0, 1, 2}, {1, 3, 2}});
 }
 
 TEST(LandXmlTest, SplitsAFourSidedFaceAlongItsFirstDiagonal) {
