@@ -275,6 +275,13 @@ TEST_F(TriangleStoreTest, TrianglesNamingMissingVerticesLieNowhere) {
     EXPECT_THROW(tris->GetTriVrtAt(-1), std::out_of_range);
     EXPECT_THROW(tris->GetTriVrtAt(3), std::out_of_range);
     EXPECT_EQ(tris->GetTriVrtAt(2).z, 3.0);
+    // Moving a vertex that is not there changes no vertex.
+    const std::vector<PNT_3D> before = tris->GetPnts();
+    EXPECT_THROW(tris->SetTriVrtAt(-1, PNT_3D(9, 9, 9)), std::out_of_range);
+    EXPECT_THROW(tris->SetTriVrtAt(3, PNT_3D(9, 9, 9)), std::out_of_range);
+    ASSERT_EQ(tris->GetPnts().size(), before.size());
+    for (std::size_t v = 0; v < before.size(); ++v) EXPECT_EQ(tris->GetPnts()[v].z, before[v].z);
+    recorder.events.clear();
 
     whole->AddReference();
     EXPECT_TRUE(tris->RemoveTri(1.0, 1.0, 0.0));  // inside all three plans, were they whole
