@@ -838,18 +838,22 @@ TEST_F(CloudSectionTest, UnusableCloudVersionBreaksTheNetworkAndWarns) {
 }
 
 TEST_F(CloudSectionTest, IndexTheCloudDoesNotHoldBreaksTheNetworkWithoutFetchingIt) {
-    ByteBuilder bytes;
-    bytes.Int32(3).Int64(kCloudId).Int32(0).Int32(1).Int32(40);
-    bytes.Int32(1).Int32(0).Int32(1).Int32(2).Int32(5).Double(10).Double(12);
-    bytes.Append(OneTriangleTreeBlock());
-    const auto target = NewProject("Rilievo");
-    CTris& read = *target->GetTris();
-    const ReadOutcome outcome = ReadSection(read, bytes.Str(), 1502, true, RemapperWithCloud());
-    EXPECT_FALSE(outcome.failed);
-    EXPECT_EQ(outcome.consumed, bytes.Size());
-    EXPECT_TRUE(read.IsBroken());
-    EXPECT_EQ(read.GetNoTriVrts(), 0);
-    EXPECT_TRUE(read.GetCldIndexes().empty());
+    // The cloud holds three points (0 .. 2): one past its last point is as far out as 40.
+    for (const std::int32_t outside : {40, 3, -1}) {
+        SCOPED_TRACE(outside);
+        ByteBuilder bytes;
+        bytes.Int32(3).Int64(kCloudId).Int32(0).Int32(1).Int32(outside);
+        bytes.Int32(1).Int32(0).Int32(1).Int32(2).Int32(5).Double(10).Double(12);
+        bytes.Append(OneTriangleTreeBlock());
+        const auto target = NewProject("Rilievo");
+        CTris& read = *target->GetTris();
+        const ReadOutcome outcome = ReadSection(read, bytes.Str(), 1502, true, RemapperWithCloud());
+        EXPECT_FALSE(outcome.failed);
+        EXPECT_EQ(outcome.consumed, bytes.Size());
+        EXPECT_TRUE(read.IsBroken());
+        EXPECT_EQ(read.GetNoTriVrts(), 0);
+        EXPECT_TRUE(read.GetCldIndexes().empty());
+    }
 }
 
 TEST_F(CloudSectionTest, ReadingIntoANetworkAlreadyHoldingTheCloudTakesNoSecondReference) {
@@ -1107,10 +1111,10 @@ TEST(NetworkFileSection, BlockWithAnEmptyRunJustPastTheArrayIsAccepted) {
     EXPECT_EQ(WriteSection(tris, 1502), bytes);
 }
 
-TEST(NetworkFileSection, BlockWhoseRunsCoverEveryTriangleOutOfOrderIsTakenAsStored) {
-    // Three triangles; the root keeps none and its two leaves name positions 1-2, then 0. No
-    // build makes such a tree, but it covers every triangle once, so it is taken and written
-    // back as it was stored.
+// A section of three triangles whose tree keeps none at its root and has two leaves, keeping
+// the runs (count0, first0) and (count1, first1).
+std::string ThreeTrianglesWithLeafRuns(std::int32_t count0, std::int32_t first0,
+                                       std::int32_t count1, std::int32_t first1) {
     ByteBuilder b;
     b.Int32(4).Int64(0);
     for (const PNT_3D& p : {PNT_3D(0, 0, 1), PNT_3D(2, 0, 2), PNT_3D(0, 2, 3), PNT_3D(2, 2, 4)})
@@ -1121,8 +1125,14 @@ TEST(NetworkFileSection, BlockWhoseRunsCoverEveryTriangleOutOfOrderIsTakenAsStor
     b.Int32(0).Int32(1).Int32(3).Int32(1);
     b.Double(1.0).Double(4.0);
     Geometry(b, 1, 1, 2.5, 3, 2, 2, 3);
-    NodeHeader(b, 0, 0, 0x03, 0x03).Int32(2).Int32(1).Int32(1).Int32(0);
-    const std::string bytes = b.Str();
+    NodeHeader(b, 0, 0, 0x03, 0x03).Int32(count0).Int32(first0).Int32(count1).Int32(first1);
+    return b.Str();
+}
+
+TEST(NetworkFileSection, BlockWhoseRunsCoverEveryTriangleOutOfOrderIsTakenAsStored) {
+    // The leaves name positions 1-2, then 0. No build makes such a tree, but it covers every
+    // triangle once, so it is taken and written back as it was stored.
+    const std::string bytes = ThreeTrianglesWithLeafRuns(2, 1, 1, 0);
 
     const auto prj = NewProject();
     const ReadOutcome outcome = ReadSection(*prj->GetTris(), bytes, 1502);
@@ -1140,6 +1150,18 @@ TEST(NetworkFileSection, BlockWhoseRunsCoverEveryTriangleOutOfOrderIsTakenAsStor
 
 TEST(NetworkFileSection, BlockHandingATriangleOverTwiceIsRejected) {
     ExpectCorruptBlockRebuildsTheTree(BlockWithRoot(1, 0, 0x01, 0x01).Int32(1).Int32(0));
+}
+
+TEST(NetworkFileSection, BlockOutOfOrderNamingATriangleTwiceAndHidingAnotherIsRejected) {
+    // Positions 1-2, then 2 again: as many runs' triangles as the network has, but triangle 0 is
+    // never handed over.
+    const std::string bytes = ThreeTrianglesWithLeafRuns(2, 1, 1, 2);
+    const auto prj = NewProject();
+    CTris& tris = *prj->GetTris();
+    EXPECT_TRUE(ReadSection(tris, bytes, 1502).failed);
+    EXPECT_EQ(tris.GetNoTris(), 3);
+    EXPECT_TRUE(HasTree(tris));
+    EXPECT_TRUE(OcTreeIsValid(tris));
 }
 
 TEST(NetworkFileSection, BlockThatHidesATriangleIsRejected) {
