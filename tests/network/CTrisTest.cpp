@@ -226,6 +226,21 @@ TEST_F(TriangleStoreTest, ClockwiseTriangleGetsItsLastTwoVerticesSwapped) {
     }
 }
 
+// Only a clockwise triangle is reordered: one whose vertices lie on a line, or repeat, has a
+// SIDE of exactly 0 and keeps its order.
+TEST_F(TriangleStoreTest, FlatTriangleKeepsItsVertexOrder) {
+    tris->AddTriVrt(PNT_3D(0, 0, 0));
+    tris->AddTriVrt(PNT_3D(1, 1, 0));
+    tris->AddTriVrt(PNT_3D(2, 2, 0));
+    CTri* collinear = tris->AddNewTri(1, 0, 2, 1);
+    CTri* repeated = tris->AddNewTri(1, 0, 0, 1);
+    for (int i = 0; i < 2; ++i) tris->OrdSensOrarTri(i);
+    EXPECT_EQ(collinear->GetVerIndex(1), 2);
+    EXPECT_EQ(collinear->GetVerIndex(2), 1);
+    EXPECT_EQ(repeated->GetVerIndex(1), 0);
+    EXPECT_EQ(repeated->GetVerIndex(2), 1);
+}
+
 TEST_F(TriangleStoreTest, VertexPointsRepeatTheFirstAsTheFourth) {
     AddRightTriangleVertices();
     tris->AddNewTri(1, 2, 0, 1);
