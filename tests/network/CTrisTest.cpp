@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <initializer_list>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -32,9 +33,10 @@ protected:
     }
     // Three vertices forming the counter-clockwise triangle (0,0), (4,0), (0,4).
     void AddRightTriangleVertices() {
-        tris->AddTriVrt(PNT_3D(0, 0, 1));
-        tris->AddTriVrt(PNT_3D(4, 0, 2));
-        tris->AddTriVrt(PNT_3D(0, 4, 3));
+        AddVertices({PNT_3D(0, 0, 1), PNT_3D(4, 0, 2), PNT_3D(0, 4, 3)});
+    }
+    void AddVertices(std::initializer_list<PNT_3D> points) {
+        for (const PNT_3D& p : points) tris->AddTriVrt(p);
     }
     CDtmPrj* prj = nullptr;
     CTris* tris = nullptr;
@@ -205,9 +207,7 @@ TEST_F(TriangleStoreTest, CentreWeightsTheThirdVertexTwice) {
 }
 
 TEST_F(TriangleStoreTest, ClockwiseTriangleGetsItsLastTwoVerticesSwapped) {
-    tris->AddTriVrt(PNT_3D(0, 0, 0));
-    tris->AddTriVrt(PNT_3D(0, 1, 0));
-    tris->AddTriVrt(PNT_3D(1, 0, 0));
+    AddVertices({PNT_3D(0, 0, 0), PNT_3D(0, 1, 0), PNT_3D(1, 0, 0)});
     CTri* clockwise = tris->AddNewTri(1, 0, 1, 2);
     CTri* counter = tris->AddNewTri(1, 0, 2, 1);
     recorder.events.clear();
@@ -229,9 +229,7 @@ TEST_F(TriangleStoreTest, ClockwiseTriangleGetsItsLastTwoVerticesSwapped) {
 // Only a clockwise triangle is reordered: one whose vertices lie on a line, or repeat, has a
 // SIDE of exactly 0 and keeps its order.
 TEST_F(TriangleStoreTest, FlatTriangleKeepsItsVertexOrder) {
-    tris->AddTriVrt(PNT_3D(0, 0, 0));
-    tris->AddTriVrt(PNT_3D(1, 1, 0));
-    tris->AddTriVrt(PNT_3D(2, 2, 0));
+    AddVertices({PNT_3D(0, 0, 0), PNT_3D(1, 1, 0), PNT_3D(2, 2, 0)});
     CTri* collinear = tris->AddNewTri(1, 0, 2, 1);
     CTri* repeated = tris->AddNewTri(1, 0, 0, 1);
     for (int i = 0; i < 2; ++i) tris->OrdSensOrarTri(i);
