@@ -28,5 +28,4 @@ struct TShapeStamp {
         return version == other.version && epoch == other.epoch && vertexBase == other.vertexBase &&
                triBase == other.triBase;
     }
-    bool operator!=(const TShapeStamp& other) const noexcept { return !(*this == other); }
 };
