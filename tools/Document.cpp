@@ -203,6 +203,22 @@ std::uint64_t EstimatedBytes(const CLibDtm& library) {
 
 // Reading ------------------------------------------------------------------------------------
 
+// The tag @p tag as its four characters in quotes when they are printable and none is a quote,
+// else in hex: a damaged tag must not garble the message that names it.
+std::string TagText(std::uint32_t tag) {
+    std::string text;
+    for (int i = 0; i < 4; ++i) {
+        const char c = static_cast<char>((tag >> (8 * i)) & 0xFF);
+        if (!std::isprint(static_cast<unsigned char>(c)) || c == '\'') {
+            char hex[16];
+            std::snprintf(hex, sizeof(hex), "0x%08X", static_cast<unsigned>(tag));
+            return hex;
+        }
+        text += c;
+    }
+    return "'" + text + "'";
+}
+
 // Walks the framing of one document held in memory and turns every way it can be wrong into
 // a sentence about the file.
 class DocumentReader {
@@ -264,7 +280,7 @@ private:
             throw Truncated("the header of " + what + " is cut short");
         const std::uint32_t found = GetAt<std::uint32_t>(m_data + m_at);
         if (tag && found != *tag)
-            throw Damaged("expected " + what + ", found a block tagged '" + TagText(found) + "'");
+            throw Damaged("expected " + what + ", found a block tagged " + TagText(found));
         const std::uint64_t length = GetAt<std::uint64_t>(m_data + m_at + 4);
         const std::uint32_t crc = GetAt<std::uint32_t>(m_data + m_at + 12);
         m_at += kBlockHeaderSize;
@@ -276,15 +292,6 @@ private:
             throw Damaged("the checksum of " + what + " does not match");
         m_at += static_cast<std::size_t>(length);
         return {payload, static_cast<std::size_t>(length)};
-    }
-
-    static std::string TagText(std::uint32_t tag) {
-        std::string text;
-        for (int i = 0; i < 4; ++i) {
-            const unsigned char c = static_cast<unsigned char>((tag >> (8 * i)) & 0xFFu);
-            text += (c >= 0x20 && c < 0x7F) ? static_cast<char>(c) : '?';
-        }
-        return text;
     }
 
     const char* m_data;
@@ -490,21 +497,6 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
         ReadPointAttributes(fields, document, what, vertices, record);
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
-}
-
-// The tag @p tag as its four characters when they are printable, else in hex.
-std::string TagText(std::uint32_t tag) {
-    std::string text;
-    for (int i = 0; i < 4; ++i) {
-        const char c = static_cast<char>((tag >> (8 * i)) & 0xFF);
-        if (!std::isprint(static_cast<unsigned char>(c)) || c == '\'') {
-            char hex[16];
-            std::snprintf(hex, sizeof(hex), "0x%08X", static_cast<unsigned>(tag));
-            return hex;
-        }
-        text += c;
-    }
-    return "'" + text + "'";
 }
 
 void ReadProject(CLibDtm& library, DocumentReader& document, unsigned int number, short version,

@@ -12,6 +12,7 @@
 #include "Document.h"
 #include "SurfaceProject.h"
 #include "TempDir.h"
+#include "TextFormat.h"
 #include "ToolError.h"
 #include "ToolTestSupport.h"
 #include "Workspace.h"
@@ -73,6 +74,11 @@ std::string ParseError(const std::vector<char>& bytes, Records records = Records
         return error.what();
     }
     return "";
+}
+
+// The message of parsing only the first @p size bytes of @p bytes.
+std::string ParseErrorOfFirst(const std::vector<char>& bytes, std::size_t size) {
+    return ParseError(std::vector<char>(bytes.begin(), bytes.begin() + size));
 }
 
 template <class T>
@@ -236,8 +242,7 @@ TEST(DocumentTest, TruncationAnywhereIsReportedAsSuch) {
     EXPECT_EQ(ParseError({}), kFile + ": is empty");
     for (const std::size_t size : Probes(bytes)) {
         if (size == 0) continue;
-        const std::string message =
-            ParseError(std::vector<char>(bytes.begin(), bytes.begin() + size));
+        const std::string message = ParseErrorOfFirst(bytes, size);
         ASSERT_EQ(message.rfind(kFile + ": is truncated: ", 0), 0u) << size << ": " << message;
     }
 }
@@ -262,6 +267,39 @@ TEST(DocumentTest, ADamagedPayloadNamesItsSectionAndProject) {
         kFile + ": is damaged: the checksum of the network of project 'Second' does not match");
 }
 
+TEST(DocumentTest, ABlockOfAnotherTagIsNamedByItsTag) {
+    const std::vector<char> bytes = SmallDocument();
+    const Block network = Blocks(bytes)[10];
+    ASSERT_EQ(network.tag, "TRIS");
+    const std::string expected =
+        kFile + ": is damaged: expected the network of project 'Second', found a block tagged ";
+    // The space and the tilde end the printable range; a quote, 0x7F and 0x1F would garble
+    // the message, so such a tag comes in hex (its bytes read as a little-endian number).
+    const std::vector<std::pair<std::string, std::string>> cases = {{"TRIX", "'TRIX'"},
+                                                                    {" R~S", "' R~S'"},
+                                                                    {"TR'S", "0x53275254"},
+                                                                    {"TR\x7FS", "0x537F5254"},
+                                                                    {"TR\x1FS", "0x531F5254"}};
+    for (const auto& [tag, shown] : cases) {
+        std::vector<char> damaged = bytes;
+        std::memcpy(damaged.data() + network.at, tag.data(), 4);
+        EXPECT_EQ(ParseError(damaged), expected + shown) << shown;
+    }
+}
+
+// The two sides of a block header's end: one byte short of it, and the header whole with none
+// of its payload.
+TEST(DocumentTest, ADocumentCutAtABlockHeadersEndSaysWhatIsMissing) {
+    const std::vector<char> bytes = SmallDocument();
+    const Block network = Blocks(bytes)[10];
+    ASSERT_EQ(network.tag, "TRIS");
+    EXPECT_EQ(ParseErrorOfFirst(bytes, network.payload() - 1),
+              kFile + ": is truncated: the header of the network of project 'Second' is cut short");
+    EXPECT_EQ(ParseErrorOfFirst(bytes, network.payload()),
+              kFile + ": is truncated: the network of project 'Second' ends after 0 of " +
+                  dtmtool::Counted(network.length, "byte", "bytes"));
+}
+
 TEST(DocumentTest, AForeignFileIsNotADocument) {
     const std::string text = "<?xml version=\"1.0\"?><LandXML/>";
     EXPECT_EQ(ParseError(std::vector<char>(text.begin(), text.end())),
@@ -274,6 +312,25 @@ TEST(DocumentTest, ANewerVersionIsRefusedWithBothVersions) {
     EXPECT_EQ(ParseError(bytes), kFile +
                                      ": was written at document version 1600, newer than this "
                                      "program reads (up to 1502)");
+}
+
+TEST(DocumentTest, AVersionBelowOneIsDamaged) {
+    std::vector<char> bytes = SmallDocument();
+    for (const std::int16_t version : {0, -1, -32768}) {
+        Put<std::int16_t>(bytes, 8, version);
+        EXPECT_EQ(ParseError(bytes), kFile + ": is damaged: document version " +
+                                         std::to_string(version) + " is not valid");
+    }
+}
+
+// The magic takes 8 bytes and the version 2: nine bytes lack the version, ten hold it and lack
+// the document header's block.
+TEST(DocumentTest, ADocumentCutAroundItsVersionSaysWhatIsMissing) {
+    const std::vector<char> bytes = SmallDocument();
+    EXPECT_EQ(ParseErrorOfFirst(bytes, 9),
+              kFile + ": is truncated: the document version is missing");
+    EXPECT_EQ(ParseErrorOfFirst(bytes, 10),
+              kFile + ": is truncated: the document header is missing");
 }
 
 TEST(DocumentTest, SectionsAddedByANewerWriterAreSkipped) {
