@@ -506,6 +506,19 @@ TEST(LandXmlTest, AFaceOnAMissingPointNamesTheFaceThePointAndTheLine) {
                                     "which the surface does not define");
 }
 
+// The parser reads a file in another encoding through a converted copy, whose offsets are not
+// the file's: its messages name no line rather than a wrong one.
+TEST(LandXmlTest, AFileInAnotherEncodingNamesNoLine) {
+    const std::string text =
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<LandXML>\n<Surfaces>\n"
+        "<Surface name=\"J\xe4rvi\">\n<Definition surfType=\"TIN\">\n<Pnts>\n"
+        "<P id=\"1\">0 0 1</P>\n<P id=\"2\">0 1 1</P>\n<P id=\"3\">1 1 1</P>\n</Pnts>\n"
+        "<Faces>\n<F>1 3 99</F>\n</Faces>\n</Definition>\n</Surface>\n</Surfaces>\n</LandXML>\n";
+    EXPECT_EQ(ParseError(text), kFile +
+                                    ": face 1 of surface 'J\xc3\xa4rvi' refers to point 99, which "
+                                    "the surface does not define");
+}
+
 TEST(LandXmlTest, FilesWithoutATinSurfaceAreRefused) {
     EXPECT_EQ(ParseError("<LandXML><Surfaces><Surface name=\"G\"><Definition surfType=\"grid\"/>"
                          "</Surface></Surfaces></LandXML>"),
@@ -519,6 +532,8 @@ TEST(LandXmlTest, TextThatIsNotLandXmlIsRefused) {
               kFile + ": line 1: is not valid XML: Start-end tags mismatch");
     EXPECT_EQ(ParseError("plain text"),
               kFile + ": line 1: is not valid XML: No document element found");
+    // The parser stops at the very first byte here: offset 0 is still on the first line.
+    EXPECT_EQ(ParseError("<"), kFile + ": line 1: is not valid XML: Could not determine tag type");
 }
 
 TEST(LandXmlTest, BadPointsAreRefusedWithTheirIds) {

@@ -60,7 +60,15 @@ TEST(MemoryStreamsTest, SpanBufferSeeksWithinTheSpanOnly) {
     EXPECT_EQ(in.tellg(), 2);
     EXPECT_EQ(in.get(), 12);
     in.seekg(0, std::ios::end);
+    EXPECT_FALSE(in.fail());
+    EXPECT_EQ(in.tellg(), 6);
     EXPECT_EQ(buffer.Consumed(), sizeof(data));
+    EXPECT_EQ(in.get(), std::char_traits<char>::eof());
+    in.clear();
+    in.seekg(6);
+    EXPECT_FALSE(in.fail());
+    in.seekg(0);
+    EXPECT_EQ(in.get(), 10);
     in.seekg(7);
     EXPECT_TRUE(in.fail());
 }

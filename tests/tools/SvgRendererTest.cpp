@@ -180,24 +180,27 @@ TEST(SvgRendererTest, EveryTriangleIsDrawnOnceAsAClosedPath) {
               static_cast<std::size_t>(workspace.Library().GetPrj(0)->GetTris()->GetNoTris()));
 }
 
-// The drawing takes in an outline that reaches beyond the network: the ring spans the picture
-// from margin to margin.
-TEST(SvgRendererTest, AnOutlineBeyondTheNetworkIsInThePicture) {
-    Workspace workspace;
-    dtmtool::TinSurface surface =
-        tool_test::GridSurface(3, 3, 10.0, 0.0, 0.0, [](double x, double) { return x; });
-    surface.externalBoundaries.push_back({{-20, -10, 0}, {70, -10, 0}, {70, 40, 0}, {-20, 40, 0}});
-    dtmtool::AddSurfaceProject(workspace, surface);
-    pugi::xml_document document;
-    const pugi::xml_node root =
-        SvgRoot(document, dtmtool::SvgText(workspace.Library(), {}, "doc.dtm"));
-    const double width = root.attribute("width").as_double();
-    const PathData outline = ReadPath(PathOfStroke(root, "#1b4d1e"));
-    ASSERT_EQ(outline.points.size(), 4u);
-    const double left = outline.points[0][0];
-    const double right = outline.points[1][0];
-    EXPECT_GT(left, 0.0);
-    EXPECT_NEAR(width - right, left, 0.11);
+// The drawing takes in a boundary that reaches beyond the network, an outline or a hole alike:
+// the ring spans the picture from margin to margin.
+TEST(SvgRendererTest, ABoundaryBeyondTheNetworkIsInThePicture) {
+    for (const bool internal : {false, true}) {
+        Workspace workspace;
+        dtmtool::TinSurface surface =
+            tool_test::GridSurface(3, 3, 10.0, 0.0, 0.0, [](double x, double) { return x; });
+        const dtmtool::Polyline3D ring = {{-20, -10, 0}, {70, -10, 0}, {70, 40, 0}, {-20, 40, 0}};
+        (internal ? surface.internalBoundaries : surface.externalBoundaries).push_back(ring);
+        dtmtool::AddSurfaceProject(workspace, surface);
+        pugi::xml_document document;
+        const pugi::xml_node root =
+            SvgRoot(document, dtmtool::SvgText(workspace.Library(), {}, "doc.dtm"));
+        const double width = root.attribute("width").as_double();
+        const PathData drawn = ReadPath(PathOfStroke(root, internal ? "#1f4e79" : "#1b4d1e"));
+        ASSERT_EQ(drawn.points.size(), 4u) << internal;
+        const double left = drawn.points[0][0];
+        const double right = drawn.points[1][0];
+        EXPECT_GT(left, 0.0) << internal;
+        EXPECT_NEAR(width - right, left, 0.11) << internal;
+    }
 }
 
 // The triangles' edges are drawn up to the set number of triangles, that number included.
@@ -246,6 +249,14 @@ TEST(SvgRendererTest, TheLegendIsOfTheFirstVisibleColouredNetwork) {
     library.GetPrj(1)->SetVisible(false);
     EXPECT_EQ(legendEnds(), ends(*library.GetPrj(2)));
     EXPECT_EQ(legendEnds(), "210.0 210.4");
+
+    // With no visible network coloured by classes there is no legend at all.
+    library.GetPrj(2)->GetTris()->GetOptions().SetColorType(COpzTri::TRI_COLOR_FIXED);
+    pugi::xml_document document;
+    const pugi::xml_node root =
+        SvgRoot(document, dtmtool::SvgText(workspace.Library(), {}, "doc.dtm"));
+    EXPECT_FALSE(root.find_child_by_attribute("text", "text-anchor", "end"));
+    EXPECT_TRUE(root.find_child_by_attribute("path", "stroke", "#000"));
 }
 
 TEST(SvgRendererTest, HiddenProjectsAreNotDrawn) {

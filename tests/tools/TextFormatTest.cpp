@@ -61,6 +61,10 @@ TEST(TextFormatTest, XmlEscapedKeepsWhitespaceAsReferences) {
 TEST(TextFormatTest, XmlEscapedKeepsWellFormedUtf8) {
     const std::string text = "Sj\xC3\xB6 \xE5\x8C\x97 \xF0\x9F\x98\x80 \xEF\xBF\xBD \x7F";
     EXPECT_EQ(dtmtool::XmlEscaped(text), text);
+    // The characters next to the ranges XML leaves out: U+D7FF and U+E000 around the
+    // surrogates, U+FFFD below U+FFFE, and the last one, U+10FFFF.
+    const std::string edges = "\xED\x9F\xBF \xEE\x80\x80 \xEF\xBF\xBD \xF4\x8F\xBF\xBF";
+    EXPECT_EQ(dtmtool::XmlEscaped(edges), edges);
 }
 
 TEST(TextFormatTest, XmlEscapedReplacesWhatXmlCannotHoldByteByByte) {
@@ -72,7 +76,8 @@ TEST(TextFormatTest, XmlEscapedReplacesWhatXmlCannotHoldByteByByte) {
               "a" + r + "b" + r + r);
     EXPECT_EQ(dtmtool::XmlEscaped("\xFF\xFE"), r + r);                  // not UTF-8
     EXPECT_EQ(dtmtool::XmlEscaped("\xC0\xAF"), r + r);                  // overlong '/'
-    EXPECT_EQ(dtmtool::XmlEscaped("\xED\xA0\x80"), r + r + r);          // a surrogate
+    EXPECT_EQ(dtmtool::XmlEscaped("\xED\xA0\x80"), r + r + r);          // the first surrogate
+    EXPECT_EQ(dtmtool::XmlEscaped("\xED\xBF\xBF"), r + r + r);          // the last surrogate
     EXPECT_EQ(dtmtool::XmlEscaped("\xEF\xBF\xBE"), r + r + r);          // U+FFFE
     EXPECT_EQ(dtmtool::XmlEscaped("\xF4\x90\x80\x80"), r + r + r + r);  // past U+10FFFF
     EXPECT_EQ(dtmtool::XmlEscaped("x\xE5\x8C"), "x" + r + r);           // cut short
