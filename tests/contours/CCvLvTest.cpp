@@ -3,6 +3,7 @@
 #include <dtm/contours/CCvLvs.h>
 #include <dtm/contours/Spline.h>
 #include <dtm/support/String.h>
+#include <dtm/support/Tolerances.h>
 
 #include <gtest/gtest.h>
 
@@ -268,6 +269,21 @@ TEST_F(CvLvTest, ALabelIsSwallowedByAGapOnlyWhenItReachesInBeyondTheTolerance) {
     EXPECT_EQ(swallowed->GetIntervalAt(0)->GetEnd(), 2.0);
     ASSERT_EQ(recorder.events.size(), 1u);
     EXPECT_EQ(recorder.events[0].intervalsRemoved, std::vector<CCvLvInterv*>{label});
+}
+
+// At the boundary itself: a label reaching into the gap by exactly the tolerance of its end
+// still only touches it.
+TEST_F(CvLvTest, ALabelReachingInByExactlyTheToleranceIsKept) {
+    CCvLv* line = AddCurvedLine();
+    const double end = 1.5;
+    const double start = end - dtm::ToleranceOf(end);
+    ASSERT_LT(start, end);
+    line->AddInterval(0.0, end, TEXT);
+    ASSERT_NE(line->AddInterval(start, 2.0, EMPTY), nullptr);
+    ASSERT_EQ(line->GetNoIntervals(), 2u);
+    EXPECT_TRUE(line->GetIntervalAt(0)->IsText());
+    EXPECT_EQ(line->GetIntervalAt(0)->GetEnd(), end);
+    EXPECT_EQ(line->GetIntervalAt(1)->GetStart(), start);
 }
 
 TEST_F(CvLvTest, AnyOverlapWithTheFoundNeighbourRefusesANewLabelSilently) {

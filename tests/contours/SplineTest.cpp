@@ -851,6 +851,20 @@ TEST(SplineSearch, ANearestPointJustBeforeASampleStaysOnThatSample) {
     EXPECT_NEAR(t, 3.1, 1e-9);
 }
 
+TEST(SplineSearch, ALevelThatImprovesNothingHandsOnTheFirstTenthOfItsPart) {
+    // The nearest point lies at 3.0006. The coarse sample 3.0 is best; level 1 (3.0, 3.1, …)
+    // and level 2 (3.00, 3.01, …) find nothing nearer, so each hands on the first tenth of the
+    // part it probed, and level 3 (3.000, 3.001, …) moves forward to 3.001, which no finer
+    // level improves on.
+    double sigmap = 0.0;
+    const std::vector<TVrtPol> nodes = Build({0.0, 10.0}, {0.0, 0.0}, -1.0, sigmap);
+    int segment = -2;
+    double t = -1.0, spine = -1.0;
+    ASSERT_TRUE(FindSplineParam(nodes, sigmap, PNT_2D(3.0006, 1.0), segment, t, spine));
+    EXPECT_EQ(segment, 0);
+    EXPECT_NEAR(t, 3.001, 1e-9);
+}
+
 TEST(SplineSearch, ABestSampleAtASegmentStartAlsoRefinesTheEndOfThePreviousSegment) {
     // Nodes at x = 0, 10, 20 on a straight line; the nearest point 9.93 lies in the last tenth
     // of segment 0, while the best coarse sample is the start of segment 1.
