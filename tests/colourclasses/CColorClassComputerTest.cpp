@@ -277,6 +277,12 @@ TEST(ColorClassComputer, StateComparesWithTolerance) {
     EXPECT_EQ(Table::STATE_NOT_INCREASING,
               CustomTable({{10.0, 1}, {10.0 + 5e-12, 2}}, 4).GetState());
     EXPECT_EQ(Table::STATE_VALID, CustomTable({{10.0, 1}, {10.0 + 1e-9, 2}}, 4).GetState());
+    // At the edge: a rise of exactly the tolerance of the higher value is still no rise, one
+    // just beyond it is.
+    const double edge = 20.0 - dtm::ToleranceOf(20.0);
+    EXPECT_EQ(Table::STATE_NOT_INCREASING, CustomTable({{edge, 1}, {20.0, 2}}, 4).GetState());
+    const double below = std::nextafter(edge, 0.0);
+    EXPECT_EQ(Table::STATE_VALID, CustomTable({{below, 1}, {20.0, 2}}, 4).GetState());
 }
 
 TEST(ColorClassComputer, StateCountsOnlyValuesAboveHalfTheSentinelAsUndefined) {

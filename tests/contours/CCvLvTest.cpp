@@ -286,6 +286,19 @@ TEST_F(CvLvTest, ALabelReachingInByExactlyTheToleranceIsKept) {
     EXPECT_EQ(line->GetIntervalAt(1)->GetStart(), start);
 }
 
+// A gap that starts where a label starts and reaches less than the tolerance into it keeps
+// the label, and goes in after it: a new interval follows every one that starts at or before
+// its start.
+TEST_F(CvLvTest, AGapStartingWhereALabelStartsGoesInAfterIt) {
+    CCvLv* line = AddCurvedLine();
+    line->AddInterval(1.0, 2.0, TEXT);
+    ASSERT_NE(line->AddInterval(1.0, 1.0 + 1e-13, EMPTY), nullptr);
+    ASSERT_EQ(line->GetNoIntervals(), 2u);
+    EXPECT_TRUE(line->GetIntervalAt(0)->IsText());
+    EXPECT_FALSE(line->GetIntervalAt(1)->IsText());
+    EXPECT_EQ(line->GetIntervalAt(1)->GetStart(), 1.0);
+}
+
 TEST_F(CvLvTest, AnyOverlapWithTheFoundNeighbourRefusesANewLabelSilently) {
     CCvLv* line = AddCurvedLine();
     line->AddInterval(1.0, 2.0, EMPTY);

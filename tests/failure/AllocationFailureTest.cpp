@@ -446,6 +446,15 @@ TEST(AllocationFailure, AnEdgeSearchThatCannotFindTheOctreeBoxesLeavesTheNextOne
     });
 }
 
+// The modifier recomputes the spline when it goes out of scope: a failure there reaches the
+// caller like any other.
+TEST(AllocationFailure, MovingAContourNodeThroughTheModifier) {
+    FailEachAllocation([](Fixture& fixture) {
+        CCvLvModifier modifier(fixture.Project().GetCvLvs()->GetCvLvAt(0));
+        modifier.MoveNode(1, 4.5, 5.5);
+    });
+}
+
 TEST(AllocationFailure, UndoingAndRedoingAStepThatAddedEntities) {
     // The fixture's filling is the step.
     FailEachAllocation(UndoAndRedo);

@@ -216,6 +216,21 @@ TEST_F(UndoTest, BreaklineRemovedChangedAndAddedBackIsRestoredBothWays) {
     });
 }
 
+// Redo adds back what the event added in the order of its last addition, not in the order
+// the entities were first met: the breakline added first and then removed and added back
+// again ends up after the other.
+TEST_F(UndoTest, AdditionsComeBackInTheOrderTheyWereLastMade) {
+    ExpectExactUndo([this] {
+        CVnc* first = Vncs().AddNewVnc(Segment(0, 0, 1, 1));
+        Vncs().AddNewVnc(Segment(2, 2, 3, 3));
+        auto held = CRefPtr<CVnc>::Share(first);
+        Vncs().RemoveVnc(first);
+        Vncs().AddVnc(first);
+    });
+    ASSERT_EQ(Vncs().GetNoVncs(), 2);
+    EXPECT_EQ(Vncs().GetVncAt(1)->GetCoords().start.x, 0.0);
+}
+
 TEST_F(UndoTest, ContourLineRemovedAddedBackAndChangedIsRestoredBothWays) {
     // Once added back, the line's change mark hides its later changes from the listener.
     CCvLv* line = AddLine(Lines(), 12.0, 0.0);

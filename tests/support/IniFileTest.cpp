@@ -332,6 +332,19 @@ TEST_F(IniFileTest, SectionHeadersAreTrimmedAndIgnoreTextAfterTheBracket) {
     EXPECT_EQ(ReadBytes(m_path), "  [ CURVE ]  ; options of the contour lines\nk=1\nj=2\n");
 }
 
+// The space, the tab, the vertical tab and the form feed count as blanks around a name and a
+// value; a section header takes the same trimming.
+TEST_F(IniFileTest, EveryBlankAroundNamesAndValuesIsTrimmed) {
+    for (const char* blank : {" ", "\t", "\v", "\f"}) {
+        const std::string b = blank;
+        WriteBytes(m_path, b + "[" + b + "S" + b + "]" + b + "\n" + b + "k" + b + "=" + b + "7" +
+                               b + "\n" + "t=" + b + "word" + b + "\n");
+        CIniFile ini(m_path);
+        EXPECT_EQ(ini.GetLong("S", "k", 0), 7) << int{blank[0]};
+        EXPECT_EQ(ini.GetKorString("S", "t", "").str(), "word") << int{blank[0]};
+    }
+}
+
 TEST_F(IniFileTest, MissingFileGivesDefaults) {
     CIniFile ini(m_dir.File("absent/none.ini"));
     EXPECT_TRUE(ini.GetBool("S", "k", true));
