@@ -826,29 +826,39 @@ TEST(SplineSearch, DoesAtLeastAsWellAsDenseSamplingAtHundredths) {
     }
 }
 
-TEST(SplineSearch, RefinesForwardFromTheBestSampleToAMillionthOfTheSegment) {
-    // A straight segment of length 10 along +x (negative tension, two nodes: no coefficients).
+// What the search finds for @p point on a straight segment of length 10 along +x (negative
+// tension, two nodes: no coefficients).
+struct TFoundParam {
+    bool found = false;
+    int segment = -2;
+    double t = -1.0;
+    double spine = -1.0;
+};
+
+TFoundParam SearchStraightSegment(const PNT_2D& point) {
     double sigmap = 0.0;
     const std::vector<TVrtPol> nodes = Build({0.0, 10.0}, {0.0, 0.0}, -1.0, sigmap);
-    int segment = -2;
-    double t = -1.0, spine = -1.0;
+    TFoundParam result;
+    result.found = FindSplineParam(nodes, sigmap, point, result.segment, result.t, result.spine);
+    return result;
+}
+
+TEST(SplineSearch, RefinesForwardFromTheBestSampleToAMillionthOfTheSegment) {
     // 3.1411111 lies just after the sample of every level: 3.1, 3.14, 3.141, 3.1411, 3.14111.
-    ASSERT_TRUE(FindSplineParam(nodes, sigmap, PNT_2D(3.1411111, 1.0), segment, t, spine));
-    EXPECT_EQ(segment, 0);
-    EXPECT_NEAR(t, 3.14111, 1e-9);
-    EXPECT_EQ(spine, t);
+    const TFoundParam found = SearchStraightSegment(PNT_2D(3.1411111, 1.0));
+    ASSERT_TRUE(found.found);
+    EXPECT_EQ(found.segment, 0);
+    EXPECT_NEAR(found.t, 3.14111, 1e-9);
+    EXPECT_EQ(found.spine, found.t);
 }
 
 TEST(SplineSearch, ANearestPointJustBeforeASampleStaysOnThatSample) {
     // The nearest point lies at 3.0999, just before the level-1 sample at 3.1: the finer levels
     // only look forward from 3.1, find nothing nearer, and the answer stays at 3.1.
-    double sigmap = 0.0;
-    const std::vector<TVrtPol> nodes = Build({0.0, 10.0}, {0.0, 0.0}, -1.0, sigmap);
-    int segment = -2;
-    double t = -1.0, spine = -1.0;
-    ASSERT_TRUE(FindSplineParam(nodes, sigmap, PNT_2D(3.0999, 1.0), segment, t, spine));
-    EXPECT_EQ(segment, 0);
-    EXPECT_NEAR(t, 3.1, 1e-9);
+    const TFoundParam found = SearchStraightSegment(PNT_2D(3.0999, 1.0));
+    ASSERT_TRUE(found.found);
+    EXPECT_EQ(found.segment, 0);
+    EXPECT_NEAR(found.t, 3.1, 1e-9);
 }
 
 TEST(SplineSearch, ALevelThatImprovesNothingHandsOnTheFirstTenthOfItsPart) {
@@ -856,13 +866,10 @@ TEST(SplineSearch, ALevelThatImprovesNothingHandsOnTheFirstTenthOfItsPart) {
     // and level 2 (3.00, 3.01, …) find nothing nearer, so each hands on the first tenth of the
     // part it probed, and level 3 (3.000, 3.001, …) moves forward to 3.001, which no finer
     // level improves on.
-    double sigmap = 0.0;
-    const std::vector<TVrtPol> nodes = Build({0.0, 10.0}, {0.0, 0.0}, -1.0, sigmap);
-    int segment = -2;
-    double t = -1.0, spine = -1.0;
-    ASSERT_TRUE(FindSplineParam(nodes, sigmap, PNT_2D(3.0006, 1.0), segment, t, spine));
-    EXPECT_EQ(segment, 0);
-    EXPECT_NEAR(t, 3.001, 1e-9);
+    const TFoundParam found = SearchStraightSegment(PNT_2D(3.0006, 1.0));
+    ASSERT_TRUE(found.found);
+    EXPECT_EQ(found.segment, 0);
+    EXPECT_NEAR(found.t, 3.001, 1e-9);
 }
 
 TEST(SplineSearch, ABestSampleAtASegmentStartAlsoRefinesTheEndOfThePreviousSegment) {
