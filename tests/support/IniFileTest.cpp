@@ -442,6 +442,21 @@ TEST_F(IniFileTest, SectionAndKeyNamesIgnoreCase) {
     ASSERT_TRUE(ini.WriteLong("curve", "COLOUR", 7));
     // The existing line is updated in place, keeping the file's spelling of the names.
     EXPECT_EQ(ReadBytes(m_path), "[Curve]\nColour=7\n");
+    // Both ends of the alphabet fold, and nothing next to them.
+    WriteBytes(m_path, "[AZ@[]\nZoneA=1\n");
+    CIniFile edges(m_path);
+    EXPECT_EQ(edges.GetLong("az@[", "zONEa", 0), 1);
+    EXPECT_EQ(edges.GetLong("az`{", "zONEa", 0), 0);
+}
+
+// A key for a section that is there but holds no entry yet goes right under its header, even
+// when other sections follow.
+TEST_F(IniFileTest, AKeyOfAnEmptySectionGoesUnderItsHeader) {
+    WriteBytes(m_path, "[A]\na=1\n[S]\n[B]\nb=2\n");
+    CIniFile ini(m_path);
+    ASSERT_TRUE(ini.WriteLong("S", "k", 5));
+    EXPECT_EQ(ReadBytes(m_path), "[A]\na=1\n[S]\nk=5\n[B]\nb=2\n");
+    EXPECT_EQ(ini.GetLong("S", "k", 0), 5);
 }
 
 TEST_F(IniFileTest, NonAsciiNamesCompareByBytes) {
