@@ -92,6 +92,9 @@ TEST(GetCoordZQ, NearAVertexGivesTheVertexElevationExactly) {
     // At exactly the snap distance the plane answers (0.0001 - 0 is exact).
     EXPECT_NEAR(tris.GetCoordZQ(0.0001, 0.0), 5.1, 1e-9);
     EXPECT_NE(tris.GetCoordZQ(0.0001, 0.0), 5.0);
+    // The same on the y axis, beside the triangle, where the plane gives nothing.
+    EXPECT_EQ(tris.GetCoordZQ(1.0, 0.0000999), 1005.0);
+    EXPECT_TRUE(dtm::IsUndefinedQuote(tris.GetCoordZQ(1.0, 0.0001)));
 }
 
 TEST(GetCoordZQ, SnapTriesTheVerticesInOrder) {

@@ -22,6 +22,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -856,6 +857,25 @@ namespace {
 
 // An option changed inside an event as the very first change of a new project is undone: the
 // event's opening takes the options as they were.
+// A vertex widens the network's range before it is announced: when it is a new project's
+// first change, undo still gives back the range of an empty network.
+TEST(UndoFirstEvent, AVertexAsTheFirstChangeOfANewProjectLeavesNoRangeWhenUndone) {
+    kor::CChangeTransactionManager tm;
+    CLibDtm lib(&tm);
+    CDtmPrj* prj = lib.AddPrj("P", true, false);
+    CTris& tris = *prj->GetTris();
+    tris.AddTriVrt(PNT_3D(1.0, 2.0, 30.0));
+    ASSERT_EQ(tris.GetMinQuota(), 30.0);
+    ASSERT_TRUE(tm.Undo());
+    EXPECT_EQ(tris.GetNoTriVrts(), 0);
+    EXPECT_EQ(tris.GetMinQuota(), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(tris.GetMaxQuota(), -std::numeric_limits<double>::infinity());
+    ASSERT_TRUE(tm.Redo());
+    EXPECT_EQ(tris.GetMinQuota(), 30.0);
+    EXPECT_EQ(tris.GetMaxQuota(), 30.0);
+    tm.Clear();
+}
+
 TEST(UndoFirstEvent, OptionSetterAsTheFirstChangeOfANewProjectIsUndone) {
     kor::CChangeTransactionManager tm;
     CLibDtm lib(&tm);
