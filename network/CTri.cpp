@@ -78,12 +78,19 @@ bool CTri::HasChanged(const kor::IMemento* memento) const {
 void CTri::OnSetMemento(kor::IMemento* memento) {
     const CTriMemento& state = AsTriMemento(memento);
     CDtmChangeContext* context = state.GetOwner() ? state.GetOwner()->GetContext() : nullptr;
-    if (m_colour != state.GetColor()) {
+    const bool colourDiffers = m_colour != state.GetColor();
+    const bool verticesDiffer = m_vertices[0] != state.GetVerIndex(0) ||
+                                m_vertices[1] != state.GetVerIndex(1) ||
+                                m_vertices[2] != state.GetVerIndex(2);
+    // Only what differs is reported, so an equal memento sends nothing; both kinds together are
+    // one change of the triangle, one event and one undo step, as with every other entity.
+    if (!colourDiffers && !verticesDiffer) return;
+    kor::CEventGuard event(context);
+    if (colourDiffers) {
         if (context) context->Notify_Tri_Modifying(this, eTriChangeColor);
         m_colour = state.GetColor();
     }
-    if (m_vertices[0] != state.GetVerIndex(0) || m_vertices[1] != state.GetVerIndex(1) ||
-        m_vertices[2] != state.GetVerIndex(2)) {
+    if (verticesDiffer) {
         if (context) context->Notify_Tri_Modifying(this, eTriChangeVertices);
         for (int k = 0; k < 3; ++k) m_vertices[k] = state.GetVerIndex(k);
         dtm::detail::NoteTriangleShapeChanged();
