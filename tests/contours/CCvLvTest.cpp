@@ -503,6 +503,35 @@ TEST_F(CvLvTest, ModifierOutOfRangeMoveThrowsAndSendsNothing) {
     EXPECT_THROW(CCvLvModifier(nullptr), std::invalid_argument);
 }
 
+TEST_F(CvLvTest, CopiedAndAssignedModifiersCarryTheLineAndTheChangedMark) {
+    CCvLv* line = AddCurvedLine();
+    CCvLv* other = AddLine(200.0, {{0, 0}, {5, 5}, {10, 0}});
+    const auto otherBefore = StateOf(*other);
+    ForgetEvents();
+    {
+        kor::CEventGuard event(context);
+        CCvLvModifier modifier(line);
+        const CCvLvModifier unchangedCopy(modifier);
+        EXPECT_FALSE(unchangedCopy.IsChanged());
+        modifier.MoveNode(1, 10.0, 5.0);
+        CCvLvModifier copy(modifier);
+        EXPECT_TRUE(copy.IsChanged());
+        CCvLvModifier assigned(other);
+        assigned = modifier;
+        EXPECT_TRUE(assigned.IsChanged());
+        // Both copies edit the first line and, already marked, announce nothing more.
+        copy.MoveNode(3, 30.0, -6.0);
+        assigned.MoveNode(2, 20.0, 1.0);
+        EXPECT_EQ(listener->taken.size(), 1u);
+    }
+    ASSERT_EQ(recorder.events.size(), 1u);
+    EXPECT_EQ(recorder.events[0].cvLvModified, std::vector<CCvLv*>{line});
+    const CCvLv* fresh = AddLine(100.0, {{0, 0}, {10, 5}, {20, 1}, {30, -6}, {40, 0}});
+    EXPECT_TRUE(cvlv_test::SameNodes(line->GetNodes(), fresh->GetNodes()));
+    EXPECT_EQ(line->GetSigmap(), fresh->GetSigmap());
+    cvlv_test::ExpectSameState(otherBefore, StateOf(*other));
+}
+
 // ---------------------------------------------------------------------------------------------
 // Mementos
 
