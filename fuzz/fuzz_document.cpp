@@ -6,9 +6,9 @@
 // never keep valid: the target recomputes the checksum of every block it can walk before the
 // document is parsed, so that the fuzzer reaches the sections behind the framing. A damaged
 // document must be refused with the host's own error (ToolError); any other exception, crash
-// or sanitizer report is a defect. A document that loads must be saved in a form that loads
-// again and saves to the same bytes, and its networks hold only triangles over existing
-// vertices.
+// or sanitizer report is a defect. A document that loads must be saved, at the newest version
+// as the host saves every document, in a form that loads again and saves to the same bytes, and
+// its networks hold only triangles over existing vertices.
 
 #include <dtm/dtm.h>
 
@@ -99,13 +99,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (!Load(workspace, bytes, info)) return 0;
         Check(TrianglesReferToVertices(workspace.Library()),
               "every triangle refers to existing vertices");
-        firstSave =
-            dtmtool::SerializeDocument(workspace.Library(), info.version, &workspace.Surveys());
+        firstSave = dtmtool::SerializeDocument(workspace.Library(), dtmtool::kNewestDocumentVersion,
+                                               &workspace.Surveys());
     }
     dtmtool::Workspace again;
     dtmtool::DocumentInfo againInfo;
     Check(Load(again, firstSave, againInfo), "a saved document loads again");
-    Check(dtmtool::SerializeDocument(again.Library(), info.version, &again.Surveys()) == firstSave,
+    Check(dtmtool::SerializeDocument(again.Library(), dtmtool::kNewestDocumentVersion,
+                                     &again.Surveys()) == firstSave,
           "a document loaded again saves to the same bytes");
     return 0;
 }

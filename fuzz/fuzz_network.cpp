@@ -7,8 +7,8 @@
 // Checked after each read: no event left open; every triangle refers to existing vertices;
 // a tree in place covers the triangle array exactly once; the indexed elevation query agrees
 // with a plain scan; a read with load false consumes what a read with load true consumes and
-// keeps no vertex or triangle; and a section that was read whole is written back in a form
-// that reads back whole and writes the same bytes again.
+// keeps no vertex or triangle; and a section that was read whole is written back (at 1502 at
+// least) in a form that reads back whole and writes the same bytes again.
 
 #include <dtm/network/CCld.h>
 #include <dtm/network/CTri.h>
@@ -39,6 +39,7 @@ using kor::geom::PNT_3D;
 
 constexpr std::int32_t kCloudId = 1;
 constexpr int kCloudPoints = 6;
+constexpr short kFirstVersionWithTree = 1502;
 // The elevation query is compared at this many triangles' centroids at most: enough to walk
 // the tree, few enough to keep every input fast.
 constexpr int kProbedTriangles = 8;
@@ -169,13 +170,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A broken network keeps its section's indices without points, which only the same
     // document can serve again: its rewrite is not a section that stands on its own.
     if (loaded.failed || tris.IsBroken()) return 0;
-    const std::string firstWrite = Written(tris, input.version, document);
+    // Below 1502 the writer puts out the identifier and the tree block that only a reader of
+    // 1502 or later takes, so an older section is rewritten at 1502.
+    const short rewriteVersion =
+        input.version < kFirstVersionWithTree ? kFirstVersionWithTree : input.version;
+    // An older section brings no tree: the network builds one at its next change event, here at
+    // once, so that the rewrite carries the tree that a read of it keeps.
+    if (input.version < kFirstVersionWithTree) tris.CalcOcTree();
+    const std::string firstWrite = Written(tris, rewriteVersion, document);
     if (firstWrite.empty()) return 0;  // an empty network writes no section at all
     dtm_fuzz::CheckRewriteIsStable(firstWrite, [&](const std::string& bytes, std::string& again) {
         const auto copyProject = dtm_fuzz::NewProject();
         CTris& copy = *copyProject->GetTris();
-        const dtm_fuzz::ReadOutcome outcome = Read(copy, bytes, input.version, true, document);
-        again = Written(copy, input.version, document);
+        const dtm_fuzz::ReadOutcome outcome = Read(copy, bytes, rewriteVersion, true, document);
+        again = Written(copy, rewriteVersion, document);
         return outcome;
     });
     return 0;

@@ -168,15 +168,41 @@ COpzCvLv ContourOptions() {
     return options;
 }
 
+// @p tris's section as files of a @p version below 1502 hold it: no cloud identifier and no
+// tree block, which the library's writer puts out at every version but a reader takes only from
+// 1502 on.
+std::string OlderNetworkSection(const CTris& tris, short version) {
+    return VersionedSeed(version, [&](ofpstream& stream) {
+        dtm::io::WriteRaw<std::int32_t>(stream, tris.GetNoTriVrts());
+        for (const PNT_3D& p : tris.GetPnts()) {
+            dtm::io::WriteRaw(stream, p.x);
+            dtm::io::WriteRaw(stream, p.y);
+            dtm::io::WriteRaw(stream, p.z);
+        }
+        dtm::io::WriteRaw<std::int32_t>(stream, tris.GetNoTris());
+        for (int i = 0; i < tris.GetNoTris(); ++i) {
+            const CTri* tri = tris.GetTriAt(i);
+            for (int k = 0; k < 3; ++k)
+                dtm::io::WriteRaw<std::int32_t>(stream, tri->GetVerIndex(k));
+            if (version >= 800) dtm::io::WriteRaw<std::int32_t>(stream, tri->GetColor());
+        }
+        if (version >= 800) {
+            dtm::io::WriteRaw(stream, tris.GetMinQuota());
+            dtm::io::WriteRaw(stream, tris.GetMaxQuota());
+        }
+    });
+}
+
 void NetworkSeeds() {
     auto project = NewProject();
     FillNetwork(*project->GetTris());
     kor::CPtr64Mapper mapper;
-    for (const short version : {short{799}, short{800}, short{1501}, short{1502}}) {
-        Save("network", Named("square", version), VersionedSeed(version, [&](ofpstream& stream) {
-                 project->GetTris()->SalvaInFile(stream, &mapper);
-             }));
-    }
+    for (const short version : {short{799}, short{800}, short{1501}})
+        Save("network", Named("square", version),
+             OlderNetworkSection(*project->GetTris(), version));
+    Save("network", Named("square", 1502), VersionedSeed(1502, [&](ofpstream& stream) {
+             project->GetTris()->SalvaInFile(stream, &mapper);
+         }));
     Save("network", "empty-v1502", VersionedSeed(1502, [](ofpstream& stream) {
              dtm::io::WriteRaw<std::int32_t>(stream, 0);
          }));
@@ -324,10 +350,24 @@ void DocumentSeeds() {
     dtmtool::TinSurface surface = dtmtool::SurfaceOfProject(*prj);
     AddSurveyFacts(surface);
     workspace.Surveys()[prj] = surface.survey;
-    for (const short version : {short{799}, short{800}, short{1502}}) {
-        const std::vector<char> bytes =
-            dtmtool::SerializeDocument(workspace.Library(), version, &workspace.Surveys());
-        Save("document", Named("two-projects", version), std::string(bytes.begin(), bytes.end()));
+    const std::vector<char> bytes = dtmtool::SerializeDocument(
+        workspace.Library(), dtmtool::kNewestDocumentVersion, &workspace.Surveys());
+    Save("document", Named("two-projects", dtmtool::kNewestDocumentVersion),
+         std::string(bytes.begin(), bytes.end()));
+
+    // Older documents, for the older layouts of every section but the network's: below 1502 the
+    // network's writer does not give the layout that its version reads, so their project has
+    // no network.
+    dtmtool::Workspace older;
+    CDtmPrj* olderPrj = older.AddProject("Rilievo");
+    FillBoundaries(*olderPrj->GetCnts(false));
+    FillBreaklines(*olderPrj->GetVncs());
+    FillContours(*olderPrj->GetCvLvs());
+    older.AddProject("Vuoto");
+    for (const short version : {short{799}, short{800}}) {
+        const std::vector<char> olderBytes = dtmtool::SerializeDocument(older.Library(), version);
+        Save("document", Named("two-projects", version),
+             std::string(olderBytes.begin(), olderBytes.end()));
     }
 }
 

@@ -605,10 +605,11 @@ private:
 
 void CTrisFileSection::Write(const CTris& tris, ofpstream& stream, kor::CPtr64Mapper* mapper) {
     const short version = stream.GetVersion();
-    // Before version 1502 a section has no cloud identifier to say that its items are cloud
-    // indices, so a cloud-bound network goes out as the copies of its points, which a reader of
-    // that version can use.
-    const bool cloudBound = HasCloudAndOcTree(version) && tris.HoldsCld();
+    // The cloud identifier, the cloud indices and a tree with a root go out at every version,
+    // though a reader takes the identifier and the tree only from 1502 on: a section written
+    // below 1502 is not one that a reader of that version takes back. Sections of older versions
+    // come from older files; new ones are written at 1502 or later.
+    const bool cloudBound = tris.HoldsCld();
     if (cloudBound && !mapper)
         throw std::invalid_argument("CTris::SalvaInFile: a cloud-bound network needs a mapper");
     const std::size_t count = cloudBound ? tris.m_cloudIndexes.size() : tris.m_vertices.size();
@@ -620,7 +621,7 @@ void CTrisFileSection::Write(const CTris& tris, ofpstream& stream, kor::CPtr64Ma
                                             : 0;
     CBlockWriter writer(stream);
     writer.Put(static_cast<std::int32_t>(count));
-    if (HasCloudAndOcTree(version)) writer.Put(cloudId);
+    writer.Put(cloudId);
     WritePoints(tris, writer, cloudBound);
 
     // The loop does little for each triangle, so it asks for the objects far ahead: with the 32
@@ -646,7 +647,10 @@ void CTrisFileSection::Write(const CTris& tris, ofpstream& stream, kor::CPtr64Ma
         writer.Put(tris.m_minQuota);
         writer.Put(tris.m_maxQuota);
     }
-    if (HasCloudAndOcTree(version)) WriteOcTreeBlock(writer, *tris.m_octree, tris.GetNoTris());
+    // From 1502 on a reader expects a block after any section with points, so a network without
+    // a tree (vertices and no triangles) writes the block that stands for an empty tree there.
+    if (tris.m_octree->HasRoot() || HasCloudAndOcTree(version))
+        WriteOcTreeBlock(writer, *tris.m_octree, tris.GetNoTris());
     writer.Flush();
 }
 

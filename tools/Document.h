@@ -70,7 +70,9 @@ struct DocumentInfo {
 };
 
 /// The bytes of a document holding every project of @p library, written at @p version, with the
-/// survey record that @p surveys (when given) holds for a project.
+/// survey record that @p surveys (when given) holds for a project. Documents are saved at the
+/// newest version: below 1502 the network's section carries a cloud identifier and a tree block
+/// that only a reader of 1502 or later takes, so a project with a network would not load back.
 std::vector<char> SerializeDocument(const CLibDtm& library, short version = kNewestDocumentVersion,
                                     const SurveyRecords* surveys = nullptr);
 

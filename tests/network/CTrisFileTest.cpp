@@ -196,6 +196,16 @@ ByteBuilder OneTriangleSection(short version) {
     return b;
 }
 
+// What the writer gives at @p version for a section whose older layout is @p data: the cloud
+// identifier after the count and the tree block at the end go out at every version, though a
+// reader takes them only from 1502 on.
+std::string AsWritten(const ByteBuilder& data, short version, const ByteBuilder& treeBlock,
+                      std::int64_t cloudId = 0) {
+    std::string bytes = data.Str();
+    if (version < 1502) bytes.insert(4, ByteBuilder().Int64(cloudId).Str());
+    return bytes + treeBlock.Str();
+}
+
 // ---- The three-triangle section, by hand -------------------------------------------------------
 // Four vertices, three triangles with their own colours, a stored range (1, 99) that differs
 // from the vertices' own, and a hand-made tree: the root keeps triangle 0; octant 0 is a leaf
@@ -281,7 +291,26 @@ TEST(NetworkFileSection, WritesTheOneTriangleNetworkByteForByteAtEachVersion) {
     FillOneTriangle(*prj->GetTris());
     for (const short version : kVersions) {
         SCOPED_TRACE(version);
-        EXPECT_EQ(WriteSection(*prj->GetTris(), version), OneTriangleSection(version).Str());
+        EXPECT_EQ(WriteSection(*prj->GetTris(), version),
+                  AsWritten(OneTriangleData(version), version, OneTriangleTreeBlock()));
+    }
+    // From 1502 on that is the layout a reader takes.
+    EXPECT_EQ(WriteSection(*prj->GetTris(), 1502), OneTriangleSection(1502).Str());
+}
+
+// Below 1502 the writer's identifier is read as the first point's x, and everything after it is
+// out of step: such a section does not read back at its version.
+TEST(NetworkFileSection, SectionWrittenBelow1502IsNotTheLayoutItsVersionReads) {
+    const auto prj = NewProject();
+    FillOneTriangle(*prj->GetTris());
+    for (const short version : {short{799}, short{800}, short{1501}}) {
+        SCOPED_TRACE(version);
+        const std::string written = WriteSection(*prj->GetTris(), version);
+        EXPECT_NE(written, OneTriangleSection(version).Str());
+        const auto target = NewProject();
+        const ReadOutcome outcome = ReadSection(*target->GetTris(), written, version);
+        EXPECT_TRUE(outcome.failed || outcome.consumed != written.size() ||
+                    VerticesOf(*target->GetTris()) != VerticesOf(*prj->GetTris()));
     }
 }
 
@@ -364,12 +393,31 @@ TEST(NetworkFileSection, ReadsTheOctreeBlockAsStored) {
 }
 
 TEST(NetworkFileSection, HandAssembledSectionIsWrittenBackUnchanged) {
-    for (const short version : kVersions) {
+    const auto prj = NewProject();
+    const std::string bytes = ThreeTriangleSection(1502).Str();
+    ASSERT_FALSE(ReadSection(*prj->GetTris(), bytes, 1502).failed);
+    EXPECT_EQ(WriteSection(*prj->GetTris(), 1502), bytes);
+}
+
+// An older file's section, read at its version and written at 1502, reads back whole there.
+TEST(NetworkFileSection, OlderSectionWrittenAt1502ReadsBackThere) {
+    for (const short version : {short{799}, short{800}, short{1501}}) {
         SCOPED_TRACE(version);
-        const auto prj = NewProject();
-        const std::string bytes = ThreeTriangleSection(version).Str();
-        ASSERT_FALSE(ReadSection(*prj->GetTris(), bytes, version).failed);
-        EXPECT_EQ(WriteSection(*prj->GetTris(), version), bytes);
+        const auto older = NewProject();
+        ASSERT_FALSE(
+            ReadSection(*older->GetTris(), ThreeTriangleSection(version).Str(), version).failed);
+        const std::string written = WriteSection(*older->GetTris(), 1502);
+        const auto target = NewProject();
+        const ReadOutcome outcome = ReadSection(*target->GetTris(), written + kTrailer, 1502);
+        EXPECT_FALSE(outcome.failed);
+        EXPECT_EQ(outcome.consumed, written.size());
+        EXPECT_EQ(VerticesOf(*target->GetTris()), kThreeTriangleVertices);
+        EXPECT_EQ(TrianglesOf(*target->GetTris()), TrianglesOf(*older->GetTris()));
+        EXPECT_EQ(target->GetTris()->GetMinQuota(), older->GetTris()->GetMinQuota());
+        EXPECT_EQ(target->GetTris()->GetMaxQuota(), older->GetTris()->GetMaxQuota());
+        // The older section had no tree to keep, and the load was the network's first event, so
+        // the section went out with the empty tree's block; the read builds the tree.
+        EXPECT_TRUE(OcTreeIsValid(*target->GetTris()));
     }
 }
 
@@ -581,11 +629,11 @@ TEST(NetworkFileSection, LoadFalseConsumesExactlyWhatLoadTrueConsumes) {
 
 // ---- Round trips --------------------------------------------------------------------------------
 
-TEST(NetworkFileSection, RoundTripGivesIdenticalBytesAtEachVersion) {
+TEST(NetworkFileSection, RoundTripGivesIdenticalBytesFromVersion1502) {
     const auto source = NewProject();
     FillGrid(*source->GetTris(), 12);
     ASSERT_TRUE(HasTree(*source->GetTris()));
-    for (const short version : kVersions) {
+    for (const short version : {short{1502}, short{2000}}) {
         SCOPED_TRACE(version);
         const std::string written = WriteSection(*source->GetTris(), version);
         const auto target = NewProject();
@@ -593,11 +641,7 @@ TEST(NetworkFileSection, RoundTripGivesIdenticalBytesAtEachVersion) {
         EXPECT_FALSE(outcome.failed);
         EXPECT_EQ(outcome.consumed, written.size());
         EXPECT_EQ(VerticesOf(*target->GetTris()), VerticesOf(*source->GetTris()));
-        std::vector<TriRecord> expected = TrianglesOf(*source->GetTris());
-        if (version < 800) {
-            for (TriRecord& t : expected) t[3] = 256;
-        }
-        EXPECT_EQ(TrianglesOf(*target->GetTris()), expected);
+        EXPECT_EQ(TrianglesOf(*target->GetTris()), TrianglesOf(*source->GetTris()));
         EXPECT_EQ(WriteSection(*target->GetTris(), version), written);
     }
 }
@@ -621,8 +665,8 @@ TEST(NetworkFileSection, TreeReadBackFromFileObeysTheOctreeRules) {
 
 // A network with vertices but no triangles has no tree. From version 1502 its section still ends
 // with a block, the one that stands for an empty tree, so that it reads back whole and leaves the
-// stream at the next section.
-TEST(NetworkFileSection, VerticesWithoutTrianglesSurviveARoundTripAtEachVersion) {
+// stream at the next section; below 1502 nothing follows the range.
+TEST(NetworkFileSection, VerticesWithoutTrianglesAreWrittenAtEachVersionAndReadBackFrom1502) {
     const std::vector<PNT_3D> points = {PNT_3D(1, 2, 3), PNT_3D(4, 5, 6)};
     const auto source = NewProject();
     AddVertices(*source->GetTris(), points);
@@ -631,13 +675,13 @@ TEST(NetworkFileSection, VerticesWithoutTrianglesSurviveARoundTripAtEachVersion)
         const std::string written = WriteSection(*source->GetTris(), version);
 
         ByteBuilder expected;
-        expected.Int32(2);
-        if (version >= 1502) expected.Int64(0);
+        expected.Int32(2).Int64(0);
         expected.Double(1).Double(2).Double(3).Double(4).Double(5).Double(6);
         expected.Int32(0);
         if (version >= 800) expected.Double(3).Double(6);
         if (version >= 1502) expected.Append(EmptyTreeBlock());
         EXPECT_EQ(written, expected.Str());
+        if (version < 1502) continue;
 
         const auto target = NewProject();
         const ReadOutcome outcome = ReadSection(*target->GetTris(), written + kTrailer, version);
@@ -749,12 +793,15 @@ TEST_F(CloudSectionTest, CloudBoundNetworkWithoutMapperThrowsAndWritesNothing) {
     EXPECT_EQ(buffer.str(), "");
 }
 
-TEST_F(CloudSectionTest, BeforeVersion1502ACloudBoundNetworkIsWrittenAsItsPoints) {
+TEST_F(CloudSectionTest, CloudBoundNetworkIsWrittenAsItsIndicesAtEachVersion) {
     FillCloudNetwork();
     kor::CPtr64Mapper mapper;
-    for (const short version : {short{799}, short{800}, short{1501}}) {
+    mapper.SetId(cloud.Get(), kCloudId);
+    for (const short version : kVersions) {
         SCOPED_TRACE(version);
-        EXPECT_EQ(WriteSection(tris, version, &mapper), OneTriangleSection(version).Str());
+        EXPECT_EQ(WriteSection(tris, version, &mapper),
+                  AsWritten(OneTriangleData(version, kCloudId), version, OneTriangleTreeBlock(),
+                            kCloudId));
     }
 }
 

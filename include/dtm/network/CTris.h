@@ -230,13 +230,14 @@ public:
 
     /// Writes the network's section of the host's document at the version @p s carries.
     ///
-    /// Nothing at all for a network without vertices. From version 1502 a network holding its
-    /// cloud stores its cloud point indices under the cloud's identifier from @p mapper
-    /// (borrowed; may be null for a network without a cloud), and every section with vertices
-    /// ends with an octree block: the tree, or, when the tree is empty or no longer matches
-    /// the triangles, a block that stands for an empty tree. Older versions get neither the
-    /// identifier nor the block (a cloud-bound network is written as its vertex copies), so
-    /// that a section reads back at the version it was written with. Throws
+    /// Nothing at all for a network without vertices. Otherwise, at every version, the count is
+    /// followed by the cloud's identifier from @p mapper (borrowed; may be null for a network
+    /// without a cloud; 0 when the network holds none), and a network holding its cloud stores
+    /// its cloud point indices instead of points. A tree goes out as an octree block, or, when
+    /// it no longer matches the triangles, as a block that stands for an empty tree; from
+    /// version 1502 a network without a tree ends with that block too. A reader takes the
+    /// identifier and the block only from version 1502 on, so a section written at an older
+    /// version does not read back at it: documents are written at 1502 or later. Throws
     /// std::invalid_argument, having written nothing, when the network holds a cloud and
     /// @p mapper is null.
     void SalvaInFile(ofpstream& s, kor::CPtr64Mapper* mapper) const;
