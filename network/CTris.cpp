@@ -40,7 +40,7 @@ CTris::~CTris() {
 void CTris::AppendVertex(const kor::geom::PNT_3D& p) {
     m_vertices.push_back(p);
     ++m_appendedVertices;  // search index: an append, not a change
-    FoldQuotas(&p, 1);
+    UpdateMinMaxQuota(p.z);
     m_context->Notify_Tri_Vrt_Added();
 }
 
@@ -62,6 +62,11 @@ bool CTris::AdditionsUnheard() const {
 void CTris::NoteVerticesAppended(std::size_t count) {
     m_appendedVertices += count;
     FoldQuotas(m_vertices.data() + (m_vertices.size() - count), count);
+}
+
+void CTris::UpdateMinMaxQuota(double z) {
+    m_minQuota = std::min(m_minQuota, z);
+    m_maxQuota = std::max(m_maxQuota, z);
 }
 
 void CTris::FoldQuotas(const kor::geom::PNT_3D* points, std::size_t count) {

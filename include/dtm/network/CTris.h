@@ -288,6 +288,8 @@ private:
     void NoteVerticesAppended(std::size_t count);
     /// True when no listener hears additions, so that vertices may go in without a word.
     bool AdditionsUnheard() const;
+    /// Widens the elevation range to hold @p z (a not-a-number leaves it as it is).
+    void UpdateMinMaxQuota(double z);
     /// Widens the elevation range to hold the @p count points at @p points, in their order.
     void FoldQuotas(const kor::geom::PNT_3D* points, std::size_t count);
     /// Room for @p count more triangles in the array and in the open event's list of added
