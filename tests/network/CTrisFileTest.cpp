@@ -359,6 +359,24 @@ TEST(NetworkFileSection, ReadsEveryFieldAtEachVersion) {
     }
 }
 
+// The version is signed: a negative one is older than every layout change.
+TEST(NetworkFileSection, NegativeVersionReadsTheOldestLayout) {
+    const auto prj = NewProject();
+    CTris& tris = *prj->GetTris();
+    const std::string bytes = ThreeTriangleSection(799).Str();
+    const ReadOutcome outcome = ReadSection(tris, bytes + kTrailer, -1);
+    EXPECT_FALSE(outcome.failed);
+    EXPECT_EQ(outcome.consumed, bytes.size());
+    std::vector<TriRecord> expected = kThreeTriangles;
+    for (TriRecord& t : expected) t[3] = 256;
+    EXPECT_EQ(TrianglesOf(tris), expected);
+    EXPECT_EQ(tris.GetMaxQuota(), 13.0);
+    const auto prjWritten = NewProject();
+    FillOneTriangle(*prjWritten->GetTris());
+    EXPECT_EQ(WriteSection(*prjWritten->GetTris(), -1),
+              AsWritten(OneTriangleData(799), -1, OneTriangleTreeBlock()));
+}
+
 TEST(NetworkFileSection, ReadsTheOctreeBlockAsStored) {
     const auto prj = NewProject();
     CTris& tris = *prj->GetTris();
