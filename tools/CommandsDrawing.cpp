@@ -43,19 +43,16 @@ int RunContours(const std::string& document, const ContourSettings& settings,
         projects.push_back(&workspace.FindProject(project, document));
     else
         for (unsigned int i = 0; i < library.GetNoPrj(); ++i) projects.push_back(library.GetPrj(i));
+    // Every project is checked before the first is worked on, so that a refused request costs
+    // no tracing and changes nothing.
+    for (const CDtmPrj* prj : projects) CheckContourSettings(*prj, settings);
     for (CDtmPrj* prj : projects) {
         // The options offer the intervals to the next user of the project (the host's INI keeps
         // them; the document does not).
         COpzCvLv& options = prj->GetCvLvs()->GetOpzCvLv();
         options.SetInterval1(settings.interval);
         options.SetInterval2(settings.interval * std::max(1, settings.labelEvery));
-        try {
-            ReportContours(*prj, MakeContourLines(*prj, settings), out);
-        } catch (const std::length_error&) {
-            throw FileError(document, "an interval of " + Exact(settings.interval) +
-                                          " would need too many contour lines for project '" +
-                                          prj->GetName().str() + "'");
-        }
+        ReportContours(*prj, MakeContourLines(*prj, settings), out);
     }
     const std::string target = output.empty() ? document : output;
     SaveDocument(workspace, target);

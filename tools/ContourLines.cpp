@@ -80,6 +80,27 @@ double TextHeightFor(const CDtmPrj& prj, const ContourSettings& settings) {
     return settings.textHeight;
 }
 
+// The levels of @p prj at the interval @p settings ask for. An interval too small for the
+// network's elevations is the caller's request, so it is refused as one, naming --interval and
+// an interval that would do: one that keeps the levels within their limit and the level
+// numbers below the point where they stop stepping by one.
+std::vector<double> LevelsFor(const CDtmPrj& prj, const ContourSettings& settings) {
+    const CTris& tris = *prj.GetTris();
+    const double minZ = tris.GetMinQuota();
+    const double maxZ = tris.GetMaxQuota();
+    try {
+        return ContourLevels(minZ, maxZ, settings.interval);
+    } catch (const std::length_error&) {
+        const double magnitude = std::max(std::fabs(minZ), std::fabs(maxZ));
+        const double enough =
+            std::max((maxZ - minZ) / static_cast<double>(kMaximumContourLevels - 2),
+                     2.0 * magnitude / kLevelNumberLimit);
+        throw UsageError("--interval " + Exact(settings.interval) + " is too small for project '" +
+                         prj.GetName().str() + "', elevations " + Exact(minZ) + " to " +
+                         Exact(maxZ) + ": give at least " + RoundedUp(enough));
+    }
+}
+
 // Decimals enough to write every multiple of @p interval exactly (0.25 needs 2).
 std::int32_t DecimalsFor(double interval) {
     for (std::int32_t decimals = 0; decimals < 6; ++decimals) {
@@ -165,12 +186,16 @@ bool IsIndexLevel(double elevation, const ContourSettings& settings) {
     return std::fabs(ratio - std::round(ratio)) < 1e-6;
 }
 
+void CheckContourSettings(const CDtmPrj& prj, const ContourSettings& settings) {
+    LevelsFor(prj, settings);
+    TextHeightFor(prj, settings);
+}
+
 ContourSummary MakeContourLines(CDtmPrj& prj, const ContourSettings& settings) {
     CTris& tris = *prj.GetTris();
     CCvLvs& lines = *prj.GetCvLvs();
     ContourSummary summary;
-    const std::vector<double> levels =
-        ContourLevels(tris.GetMinQuota(), tris.GetMaxQuota(), settings.interval);
+    const std::vector<double> levels = LevelsFor(prj, settings);
     summary.levels = levels.size();
     summary.textHeight = TextHeightFor(prj, settings);
     // A tension of exactly 0 has no meaning for the spline; the INI default (-1) is used then.

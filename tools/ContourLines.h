@@ -43,10 +43,17 @@ bool IsIndexLevel(double elevation, const ContourSettings& settings);
 /// left). The label text options are set first (height, decimals enough for the interval, the
 /// label centred on the line so that it interrupts it). Labels stand about 50 text heights
 /// apart, at most 300 on one line. Everything is one change event.
-/// Throws std::invalid_argument for an interval that is not positive or a text height that is
-/// negative or not finite, and UsageError, naming --text-height and the least height accepted,
-/// for a text height below a hundred-thousandth of the network's larger extent, before
-/// changing anything.
+/// Throws, before changing anything, what CheckContourSettings throws.
 ContourSummary MakeContourLines(CDtmPrj& prj, const ContourSettings& settings);
+
+/// Checks that @p settings can make the contour lines of @p prj, as MakeContourLines does
+/// before it changes anything, so that a command can check every project before it works on
+/// the first. Throws std::invalid_argument for an interval that is not positive or a text
+/// height that is negative or not finite; UsageError, naming --interval and an interval that
+/// would do, for an interval too small for the network's elevations (more than 100,000
+/// levels, or levels too close for their elevations to tell apart); and UsageError, naming
+/// --text-height and the least height accepted, for a text height below a hundred-thousandth
+/// of the network's larger extent.
+void CheckContourSettings(const CDtmPrj& prj, const ContourSettings& settings);
 
 }  // namespace dtmtool

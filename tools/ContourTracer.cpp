@@ -198,7 +198,11 @@ std::vector<double> ContourLevels(double minZ, double maxZ, double interval,
     if (!(minZ <= maxZ) || !std::isfinite(minZ) || !std::isfinite(maxZ)) return levels;
     const double first = std::ceil(minZ / interval);
     const double last = std::floor(maxZ / interval);
-    if (last - first + 1.0 > static_cast<double>(maxLevels))
+    // From 2^53 on (or at infinity, for an interval far below the elevations) the multiples no
+    // longer step by one: the count would mean nothing and the loop would not advance. Such an
+    // interval is too small for these elevations, however few levels it seems to give.
+    if (!(std::fabs(first) < kLevelNumberLimit && std::fabs(last) < kLevelNumberLimit) ||
+        last - first + 1.0 > static_cast<double>(maxLevels))
         throw std::length_error("the contour interval is too small for the elevation range");
     for (double k = first; k <= last; k += 1.0) levels.push_back(k * interval);
     return levels;

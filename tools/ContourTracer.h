@@ -21,12 +21,18 @@ struct ContourPolyline {
     bool closed = false;
 };
 
+/// The largest level number k (in absolute value) that ContourLevels takes: 2^53, beyond which
+/// whole doubles no longer step by one.
+constexpr double kLevelNumberLimit = 9007199254740992.0;
+/// The most levels ContourLevels gives unless told otherwise.
+constexpr std::size_t kMaximumContourLevels = 100000;
+
 /// The elevations k·@p interval (k whole) from @p minZ to @p maxZ, both included, lowest first,
 /// each computed as one product so that no error accumulates. Throws std::invalid_argument for
 /// an interval that is not a positive number, and std::length_error when the range would need
-/// more than @p maxLevels levels.
+/// more than @p maxLevels levels or a level number k of kLevelNumberLimit or more.
 std::vector<double> ContourLevels(double minZ, double maxZ, double interval,
-                                  std::size_t maxLevels = 100000);
+                                  std::size_t maxLevels = kMaximumContourLevels);
 
 /// The contour lines of @p tris at elevation @p z, oriented with higher ground on the left.
 ///

@@ -7,6 +7,7 @@
 #include <pugixml.hpp>
 #include <regex>
 #include <sstream>
+#include <utility>
 
 #include "CliSupport.h"
 #include "Document.h"
@@ -735,6 +736,30 @@ TEST_F(CliTest, ATextHeightFarBelowTheSurfacesExtentIsRefusedAtOnce) {
     };
     EXPECT_GT(number(counts[2]), 0u);
     EXPECT_LE(number(counts[2]), 300 * number(counts[1]));
+}
+
+// An interval far below the elevations once looped for ever (its level numbers passed 2^53 and
+// stopped stepping), and one that asks for too many levels was refused only after the projects
+// before it had been traced: both are refused before any work, naming the option.
+TEST_F(CliTest, AnIntervalTooSmallForTheElevationsIsRefusedAtOnce) {
+    Import();
+    const std::string before = ReadText(folder.File("survey.dtm"));
+    // The interval given, and as the message writes it back.
+    for (const auto& interval : {std::pair<std::string, std::string>{"1e-308", "1e-308"},
+                                 std::pair<std::string, std::string>{"1e-9", "1e-09"}}) {
+        SCOPED_TRACE(interval.first);
+        const CliResult result =
+            RunDtm({"contours", "survey.dtm", "--interval", interval.first}, folder.Path());
+        EXPECT_EQ(result.status, 2);
+        EXPECT_TRUE(IsOneLine(result.err)) << result.err;
+        EXPECT_TRUE(std::regex_match(
+            result.err, std::regex("dtm: --interval " + interval.second +
+                                   " is too small for project 'Plane', elevations [-0-9.e]+ to "
+                                   "[-0-9.e]+: give at least [0-9.e-]+\\n")))
+            << result.err;
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(ReadText(folder.File("survey.dtm")), before);
+    }
 }
 
 TEST_F(CliTest, VersionAndHelpAreAnswered) {

@@ -53,6 +53,17 @@ TEST(ContourTracerTest, LevelsAreTheMultiplesOfTheIntervalInTheRange) {
     EXPECT_THROW(ContourLevels(0.0, 1e9, 1e-3), std::length_error);
 }
 
+// Level numbers past 2^53 (or infinite) no longer step by one, however few levels they stand
+// for: such intervals are refused instead of looping for ever.
+TEST(ContourTracerTest, IntervalsTooSmallForTheElevationsThemselvesAreRefused) {
+    EXPECT_THROW(ContourLevels(447.391, 526.014, 1e-308), std::length_error);
+    EXPECT_THROW(ContourLevels(100.0, 100.0, 1e-15), std::length_error);
+    EXPECT_THROW(ContourLevels(-100.0, -100.0, 1e-15), std::length_error);
+    // Just below 2^53 the levels are still whole numbers apart.
+    EXPECT_EQ(ContourLevels(9007199254740990.0, 9007199254740991.0, 1.0).size(), 2u);
+    EXPECT_THROW(ContourLevels(9007199254740991.0, 9007199254740992.0, 1.0), std::length_error);
+}
+
 TEST(ContourTracerTest, TheLevelLimitAdmitsExactlyThatManyLevels) {
     EXPECT_EQ(ContourLevels(0.0, 9.0, 1.0, 10).size(), 10u);
     EXPECT_THROW(ContourLevels(0.0, 10.0, 1.0, 10), std::length_error);
