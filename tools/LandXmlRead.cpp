@@ -87,6 +87,12 @@ private:
     const char* m_end;
 };
 
+// How far @p id lies above @p low (at most their whole span, which may not fit a long long when
+// the ids reach both ends of its range); @p id must not be below @p low.
+unsigned long long IdOffset(long long id, long long low) {
+    return static_cast<unsigned long long>(id) - static_cast<unsigned long long>(low);
+}
+
 // Turns point ids into vertex indices. Ids usually run densely from some small number, where a
 // plain array is much faster than hashing a million of them; sparse ids fall back to a map.
 class PointIndex {
@@ -100,14 +106,15 @@ public:
             high = std::max(high, id);
         }
         // Dense when the array would be at most four times the number of ids.
-        const unsigned long long span = static_cast<unsigned long long>(high - low);
+        const unsigned long long span = IdOffset(high, low);
         m_dense = span < 4 * ids.size() + 1024;
         if (m_dense) {
             m_low = low;
             m_slots.assign(static_cast<std::size_t>(span) + 1, -1);
         }
         for (std::size_t i = 0; i < ids.size(); ++i) {
-            int& slot = m_dense ? m_slots[static_cast<std::size_t>(ids[i] - m_low)] : m_map[ids[i]];
+            int& slot = m_dense ? m_slots[static_cast<std::size_t>(IdOffset(ids[i], m_low))]
+                                : m_map[ids[i]];
             if (!m_dense && slot != 0) throw Repeated{ids[i]};
             if (m_dense && slot != -1) throw Repeated{ids[i]};
             // The map's default 0 must mean "absent", so it stores index + 1.
@@ -117,9 +124,8 @@ public:
     // The vertex index of @p id, or -1.
     int Find(long long id) const {
         if (m_dense) {
-            if (id < m_low || static_cast<unsigned long long>(id - m_low) >= m_slots.size())
-                return -1;
-            return m_slots[static_cast<std::size_t>(id - m_low)];
+            if (id < m_low || IdOffset(id, m_low) >= m_slots.size()) return -1;
+            return m_slots[static_cast<std::size_t>(IdOffset(id, m_low))];
         }
         const auto found = m_map.find(id);
         return found == m_map.end() ? -1 : found->second - 1;

@@ -105,6 +105,28 @@ TEST(LandXmlTest, ReadsSparseIdsThroughTheMap) {
     ExpectReadsBack(style);
 }
 
+// Ids at both ends of their range span more than a signed 64-bit number holds.
+TEST(LandXmlTest, IdsAtBothEndsOfTheirRangeAreFoundAndMissingOnesNamed) {
+    const std::string points =
+        "<LandXML>\n<Surfaces>\n<Surface name=\"S\">\n<Definition surfType=\"TIN\">\n<Pnts>\n"
+        "<P id=\"-9223372036854775808\">0 0 1</P>\n<P id=\"9223372036854775807\">0 1 2</P>\n"
+        "<P id=\"0\">1 1 3</P>\n</Pnts>\n<Faces>\n";
+    const std::string end = "</Faces>\n</Definition>\n</Surface>\n</Surfaces>\n</LandXML>\n";
+    const std::vector<TinSurface> read =
+        Parse(points + "<F>-9223372036854775808 9223372036854775807 0</F>\n" + end);
+    ASSERT_EQ(read.size(), 1u);
+    EXPECT_EQ(read[0].faces, (std::vector<std::array<int, 3>>{{0, 1, 2}}));
+
+    const std::string dense =
+        "<LandXML>\n<Surfaces>\n<Surface name=\"S\">\n<Definition surfType=\"TIN\">\n<Pnts>\n"
+        "<P id=\"-10\">0 0 1</P>\n<P id=\"0\">0 1 2</P>\n<P id=\"10\">1 1 3</P>\n</Pnts>\n"
+        "<Faces>\n<F>-10 0 10</F>\n<F>-10 10 9223372036854775807</F>\n";
+    EXPECT_EQ(ParseError(dense + end),
+              kFile +
+                  ": line 12: face 2 of surface 'S' refers to point "
+                  "9223372036854775807, which the surface does not define");
+}
+
 TEST(LandXmlTest, KeepsInvisibleFacesOutOfTheModelAndInTheRecord) {
     LandXmlStyle style;
     style.hiddenFaces = {{0, 4, 1}, {2, 6, 3}};
