@@ -89,12 +89,12 @@ bool IsHeader(const std::vector<std::string_view>& fields) {
     return true;
 }
 
-// The point of a line of exactly two finite numbers. A third field is refused rather than
+// The point of a line of exactly two coordinates. A third field is refused rather than
 // ignored: a list written with decimal commas ("835560,5;1068540,5") would otherwise be read
 // as a wrong point without a word.
 bool PointOf(const std::vector<std::string_view>& fields, PNT_2D& point) {
-    return fields.size() == 2 && ReadNumber(fields[0], point.x) == NumberText::Finite &&
-           ReadNumber(fields[1], point.y) == NumberText::Finite;
+    return fields.size() == 2 && ReadCoordinate(fields[0], point.x) &&
+           ReadCoordinate(fields[1], point.y);
 }
 
 std::string PointText(const PNT_2D& point) {
@@ -139,9 +139,9 @@ int ElevationsFromList(const std::vector<const CDtmPrj*>& projects, const std::s
         }
         PNT_2D point;
         if (!PointOf(fields, point))
-            throw ToolError(
-                "standard input: line " + std::to_string(lineNumber) +
-                " is not a point x,y of two finite numbers: " + QuotedForMessage(content));
+            throw ToolError("standard input: line " + std::to_string(lineNumber) +
+                            " is not a point x,y of two numbers within 1e15 of zero: " +
+                            QuotedForMessage(content));
         ++points;
         const double z = ElevationAt(projects, point);
         out << Exact(point.x) << ',' << Exact(point.y) << ',';

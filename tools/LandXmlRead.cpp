@@ -142,18 +142,9 @@ private:
     std::unordered_map<long long, int> m_map;
 };
 
-// The largest magnitude a surface's coordinate may have. Survey coordinates in any unit stay far
-// below it, and within it the products of coordinate differences that elevations, profiles and
-// drawings are computed from stay finite; beyond it they overflow into answers that are no
-// numbers at all.
-constexpr double kLargestCoordinate = 1e15;
 constexpr const char* kCoordinateRule =
     " holds a value that is not a number within 1e15 of zero, which every northing, easting and "
     "elevation must be";
-
-bool IsUsableCoordinate(double value) {
-    return std::isfinite(value) && std::fabs(value) <= kLargestCoordinate;
-}
 
 bool IsUsablePoint(const PNT_3D& point) {
     return IsUsableCoordinate(point.x) && IsUsableCoordinate(point.y) &&

@@ -70,6 +70,17 @@ NumberText ReadNumber(std::string_view text, double& value) {
     return NumberText::Finite;
 }
 
+bool IsUsableCoordinate(double value) {
+    return std::isfinite(value) && std::fabs(value) <= kLargestCoordinate;
+}
+
+bool ReadCoordinate(std::string_view text, double& value) {
+    double read = 0.0;
+    if (ReadNumber(text, read) != NumberText::Finite || !IsUsableCoordinate(read)) return false;
+    value = read;
+    return true;
+}
+
 namespace {
 
 constexpr const char* kReplacementCharacter = "\xEF\xBF\xBD";  // U+FFFD, in UTF-8

@@ -40,6 +40,19 @@ enum class NumberText {
 /// a finite number.
 NumberText ReadNumber(std::string_view text, double& value);
 
+/// The largest magnitude a coordinate may have, wherever it comes from (a survey file, the
+/// command line, a point list). Survey coordinates in any unit stay far below it, and within it
+/// the products of coordinate differences that elevations, profiles and drawings are computed
+/// from stay finite; beyond it they overflow into answers that are no numbers at all.
+constexpr double kLargestCoordinate = 1e15;
+
+/// Whether @p value is a finite number within kLargestCoordinate of zero.
+bool IsUsableCoordinate(double value);
+
+/// Reads the whole of @p text as ReadNumber does and says whether it is a usable coordinate;
+/// @p value is set only then.
+bool ReadCoordinate(std::string_view text, double& value);
+
 /// @p text made fit for element text and attribute values alike: the characters XML reserves
 /// become entities, and the tab, line feed and carriage return character references, so that
 /// they come back as they were from an attribute value too. What a document of XML 1.0 cannot

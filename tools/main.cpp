@@ -39,16 +39,17 @@ std::string Refusal(const std::string& requirement, const std::string& text) {
     return "must be " + requirement + ", not " + dtmtool::QuotedForMessage(text);
 }
 
-// A coordinate: "inf", "nan" and numbers beyond a double's range make no point.
-CLI::Validator FiniteNumber() {
+// A coordinate: "inf", "nan", numbers beyond a double's range and numbers too far from zero
+// for the sums a profile or an elevation is made of make no point.
+CLI::Validator CoordinateNumber() {
     return CLI::Validator(
         [](const std::string& text) {
             double value = 0.0;
-            return dtmtool::ReadNumber(text, value) == dtmtool::NumberText::Finite
+            return dtmtool::ReadCoordinate(text, value)
                        ? std::string()
-                       : Refusal("a finite number", text);
+                       : Refusal("a number within 1e15 of zero", text);
         },
-        "FINITE");
+        "COORDINATE");
 }
 
 CLI::Validator PositiveNumber() {
@@ -121,7 +122,7 @@ void AddDocumentCommands(CLI::App& app, Command& command, Arguments& a) {
 // variable number of values after "--" (needed before a negative one) for none of them.
 CLI::Option* AddCoordinate(CLI::App& command, const std::string& name, double& value,
                            const std::string& meaning) {
-    return command.add_option(name, value, meaning)->check(FiniteNumber());
+    return command.add_option(name, value, meaning)->check(CoordinateNumber());
 }
 
 void AddQueryCommands(CLI::App& app, Command& command, Arguments& a) {
@@ -136,7 +137,8 @@ void AddQueryCommands(CLI::App& app, Command& command, Arguments& a) {
         "semicolons, tabs or spaces between the two, each may stand in double quotes.\n"
         "Blank lines and lines starting with # are skipped. A first line without a\n"
         "number is a header, echoed with \",z\" added; otherwise the answer starts\n"
-        "with x,y,z. Any other line that is not two finite numbers is an error.");
+        "with x,y,z. Any other line that is not two numbers within 1e15 of zero is\n"
+        "an error.");
     elev->callback([&, x, y] {
         if (x->count() != y->count()) throw CLI::ValidationError("give both X and Y, or neither");
         const bool hasPoint = x->count() > 0;

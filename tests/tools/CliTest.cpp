@@ -352,23 +352,28 @@ TEST_F(CliTest, AFirstPointAfterAByteOrderMarkOrInQuotesIsAnswered) {
     }
 }
 
-// A line that is not two finite numbers stops the list with its line number, on the first line
+// A line that is not two coordinates stops the list with its line number, on the first line
 // as on any other: it is never taken for a header when it holds a number.
-TEST_F(CliTest, AListLineThatIsNotTwoFiniteNumbersIsNamedByItsNumber) {
+TEST_F(CliTest, AListLineThatIsNotTwoCoordinatesIsNamedByItsNumber) {
     Import();
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"835560,l068540\n1001,5001\n",
-         "line 1 is not a point x,y of two finite numbers: "
+         "line 1 is not a point x,y of two numbers within 1e15 of zero: "
          "'835560,l068540'"},
-        {"1e999,5\n1001,5001\n", "line 1 is not a point x,y of two finite numbers: '1e999,5'"},
+        {"1e999,5\n1001,5001\n",
+         "line 1 is not a point x,y of two numbers within 1e15 of zero: '1e999,5'"},
         {"x,y\n1001,5001\n\nnan,5001\n",
-         "line 4 is not a point x,y of two finite numbers: "
+         "line 4 is not a point x,y of two numbers within 1e15 of zero: "
          "'nan,5001'"},
-        {"1001,inf\n", "line 1 is not a point x,y of two finite numbers: '1001,inf'"},
+        {"1001,inf\n", "line 1 is not a point x,y of two numbers within 1e15 of zero: '1001,inf'"},
+        {"1001,5001\n1.0000000000000002e15,5001\n",
+         "line 2 is not a point x,y of two numbers within 1e15 of zero: "
+         "'1.0000000000000002e15,5001'"},
         {"1001,5001,130.5\n",
-         "line 1 is not a point x,y of two finite numbers: "
+         "line 1 is not a point x,y of two numbers within 1e15 of zero: "
          "'1001,5001,130.5'"},
-        {"1001,5;5001,5\n", "line 1 is not a point x,y of two finite numbers: '1001,5;5001,5'"}};
+        {"1001,5;5001,5\n",
+         "line 1 is not a point x,y of two numbers within 1e15 of zero: '1001,5;5001,5'"}};
     for (const auto& [input, what] : cases) {
         const CliResult list = RunDtm({"elev", "survey.dtm"}, folder.Path(), input);
         EXPECT_EQ(list.status, 1) << input;
@@ -665,13 +670,21 @@ TEST_F(CliTest, EveryUsageErrorIsOneLineThatNamesWhatIsWrong) {
         {{"render", "survey.dtm", "-o", "x.svg", "--width", "5"},
          "--width must be a whole number from 200 to 20000, not '5'"},
         {{"elev", "survey.dtm", "1"}, "give both X and Y, or neither"},
-        {{"elev", "survey.dtm", "nan", "nan"}, "X must be a finite number, not 'nan'"},
-        {{"elev", "survey.dtm", "--", "1021", "-inf"}, "Y must be a finite number, not '-inf'"},
+        {{"elev", "survey.dtm", "nan", "nan"}, "X must be a number within 1e15 of zero, not 'nan'"},
+        {{"elev", "survey.dtm", "--", "1021", "-inf"},
+         "Y must be a number within 1e15 of zero, not '-inf'"},
         {{"elev", "survey.dtm", longNumber, "5013"},
-         "X must be a finite number, not '" + longNumber.substr(0, 37) + "...'"},
+         "X must be a number within 1e15 of zero, not '" + longNumber.substr(0, 37) + "...'"},
         {{"profile", "survey.dtm", "1002", "5002", "inf", "5002"},
-         "X2 must be a finite number, not 'inf'"},
-        {{"profile", "survey.dtm", "nan", "1", "2", "3"}, "X1 must be a finite number, not 'nan'"},
+         "X2 must be a number within 1e15 of zero, not 'inf'"},
+        {{"profile", "survey.dtm", "nan", "1", "2", "3"},
+         "X1 must be a number within 1e15 of zero, not 'nan'"},
+        {{"profile", "survey.dtm", "--", "-1e300", "5002", "1e300", "5002"},
+         "X1 must be a number within 1e15 of zero, not '-1e300'"},
+        {{"profile", "survey.dtm", "1002", "5002", "1002", "1.0000000000000002e15"},
+         "Y2 must be a number within 1e15 of zero, not '1.0000000000000002e15'"},
+        {{"elev", "survey.dtm", "2e15", "5013"},
+         "X must be a number within 1e15 of zero, not '2e15'"},
         {{"profile", "survey.dtm", "1", "2", "3"}, "Y2 is required"}};
     for (const auto& [arguments, what] : cases) {
         SCOPED_TRACE(testing::PrintToString(arguments));
