@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <ostream>
-#include <stdexcept>
 #include <vector>
 
 #include "AtomicFile.h"

@@ -277,7 +277,7 @@ private:
     std::pair<const char*, std::size_t> Read(const std::uint32_t* tag, const std::string& what) {
         if (m_at == m_size) throw Truncated(what + " is missing");
         if (m_size - m_at < kBlockHeaderSize)
-            throw Truncated("the header of " + what + " is cut short");
+            throw Truncated(what + " is cut short in its block header");
         const std::uint32_t found = GetAt<std::uint32_t>(m_data + m_at);
         if (tag && found != *tag)
             throw Damaged("expected " + what + ", found a block tagged " + TagText(found));

@@ -627,8 +627,7 @@ private:
                     ring.front().y == ring.back().y && ring.front().z == ring.back().z)
                     ring.pop_back();
                 if (ring.size() < 3) {
-                    LeftOut(boundary, std::string("a ") + type + " boundary of surface " +
-                                          m_surfaceName + " has fewer than three corners");
+                    LeftOut(boundary, name + " (" + type + ") has fewer than three corners");
                     continue;
                 }
                 (record.role == BoundaryRole::External ? surface.externalBoundaries

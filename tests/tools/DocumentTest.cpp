@@ -288,13 +288,22 @@ TEST(DocumentTest, ABlockOfAnotherTagIsNamedByItsTag) {
 }
 
 // The two sides of a block header's end: one byte short of it, and the header whole with none
-// of its payload.
+// of its payload. Each block is named once, the headers of the document and of a project too.
 TEST(DocumentTest, ADocumentCutAtABlockHeadersEndSaysWhatIsMissing) {
     const std::vector<char> bytes = SmallDocument();
-    const Block network = Blocks(bytes)[10];
+    const std::vector<Block> blocks = Blocks(bytes);
+    ASSERT_EQ(blocks[0].tag, "DOC ");
+    EXPECT_EQ(ParseErrorOfFirst(bytes, blocks[0].payload() - 1),
+              kFile + ": is truncated: the document header is cut short in its block header");
+    ASSERT_EQ(blocks[1].tag, "PRJ ");
+    EXPECT_EQ(ParseErrorOfFirst(bytes, blocks[1].payload() - 1),
+              kFile + ": is truncated: the header of project 1 is cut short in its block header");
+    const Block network = blocks[10];
     ASSERT_EQ(network.tag, "TRIS");
     EXPECT_EQ(ParseErrorOfFirst(bytes, network.payload() - 1),
-              kFile + ": is truncated: the header of the network of project 'Second' is cut short");
+              kFile +
+                  ": is truncated: the network of project 'Second' is cut short in its block "
+                  "header");
     EXPECT_EQ(ParseErrorOfFirst(bytes, network.payload()),
               kFile + ": is truncated: the network of project 'Second' ends after 0 of " +
                   dtmtool::Counted(network.length, "byte", "bytes"));

@@ -663,6 +663,8 @@ TEST(LandXmlTest, BreaklinesAndBoundariesThatCannotBeUsedAreNamedAsLeftOut) {
                                  "</Breaklines><Boundaries>\n"
                                  "<Boundary bndType=\"void\"><PntList3D>0 0 1 1 1 1 0 0 1"
                                  "</PntList3D></Boundary>\n"
+                                 "<Boundary bndType=\"outer\"><PntList3D>0 0 1 1 1 1"
+                                 "</PntList3D></Boundary>\n"
                                  "</Boundaries>");
     EXPECT_EQ(Warnings(text),
               (Lines{kFile + ": line 3: a point list of breakline 2 of surface 'S' holds fewer "
@@ -671,11 +673,14 @@ TEST(LandXmlTest, BreaklinesAndBoundariesThatCannotBeUsedAreNamedAsLeftOut) {
                              "than two points and was left out",
                      kFile + ": line 5: breakline 4 of surface 'S' has no PntList3D and was left "
                              "out",
-                     kFile + ": line 7: a void boundary of surface 'S' has fewer than three "
+                     kFile + ": line 7: boundary 1 of surface 'S' (void) has fewer than three "
+                             "corners and was left out",
+                     kFile + ": line 8: boundary 2 of surface 'S' (outer) has fewer than three "
                              "corners and was left out"}));
     const std::vector<TinSurface> surfaces = Parse(text);
     EXPECT_EQ(surfaces.at(0).breaklines.size(), 1u);
     EXPECT_TRUE(surfaces.at(0).internalBoundaries.empty());
+    EXPECT_TRUE(surfaces.at(0).externalBoundaries.empty());
     EXPECT_TRUE(surfaces.at(0).survey.boundaries.empty());
 }
 
