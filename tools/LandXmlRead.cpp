@@ -420,7 +420,10 @@ private:
         std::optional<TriangulationCheck> check;
         if (m_warnings) check.emplace(surface.points, surface.survey.pointIds);
         ReadFaces(definition, surface, check);
-        if (check) check->Report(m_file + ": surface " + m_surfaceName + ": ", *m_warnings);
+        const std::string subject = m_file + ": surface " + m_surfaceName + ": ";
+        if (check) check->Report(subject, *m_warnings);
+        if (m_warnings && surface.faces.empty())
+            m_warnings->push_back(subject + NoFaceWords(surface));
         const pugi::xml_node source = Child(element, "SourceData");
         ReadBreaklines(Child(source, "Breaklines"), surface);
         ReadBoundaries(Child(source, "Boundaries"), surface);
@@ -483,6 +486,17 @@ private:
         if (attributes.empty()) return;
         surface.survey.pointAttributes.push_back(
             {static_cast<int>(surface.points.size()) - 1, std::move(attributes)});
+    }
+
+    // Why @p surface, which has no visible face, comes in as a project without triangles: a
+    // file that holds only the points, or one whose every face is hidden, is imported all the
+    // same, but the surveyor who expects a surface must hear that there is none.
+    static std::string NoFaceWords(const TinSurface& surface) {
+        const std::size_t hidden = surface.survey.hiddenFaces.size();
+        const std::string why = hidden == 0   ? std::string("holds no face")
+                                : hidden == 1 ? std::string("its one face is hidden")
+                                              : "all " + Count(hidden) + " of its faces are hidden";
+        return why + ", so its project has no triangles";
     }
 
     // The corners of a face as indices into the surface's points.

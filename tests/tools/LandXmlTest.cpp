@@ -732,6 +732,28 @@ TEST(LandXmlTest, HiddenFacesThatCannotBeReadAreLeftOutAndTheOthersKept) {
     EXPECT_EQ(surface.survey.hiddenFaces, (std::vector<std::vector<int>>{{2, 1, 0}, {0, 1, 3, 2}}));
 }
 
+// A surface of points only, or one whose faces are all hidden, still comes in (its points are
+// the survey), but never without a word: its project will have no triangles.
+TEST(LandXmlTest, ASurfaceWithoutAVisibleFaceIsImportedWithAWarning) {
+    const std::string prefix = kFile + ": surface 'S': ";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"", "holds no face"},
+        {"<F i=\"1\">1 2 3</F>", "its one face is hidden"},
+        {"<F i=\"1\">1 2 3</F><F i=\"1\">3 2 1</F><F i=\"1\">1 2 9</F>",
+         "all 2 of its faces are hidden"}};
+    for (const auto& [faces, why] : cases) {
+        SCOPED_TRACE(faces);
+        const std::string text = Tin(kCorners, faces);
+        const Lines warnings = Warnings(text);
+        ASSERT_FALSE(warnings.empty());
+        EXPECT_EQ(warnings.back(), prefix + why + ", so its project has no triangles");
+        const TinSurface surface = Parse(text).at(0);
+        EXPECT_EQ(surface.points.size(), 3u);
+        EXPECT_TRUE(surface.faces.empty());
+    }
+    EXPECT_EQ(Warnings(Tin(kCorners, "<F>1 2 3</F>")), Lines{});
+}
+
 TEST(LandXmlTest, HiddenFacesGoBackHiddenAfterTheVisibleOnes) {
     const std::string points =
         "<P id=\"10\">0 0 1</P><P id=\"20\">0 10 1</P>"
