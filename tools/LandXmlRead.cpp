@@ -383,15 +383,40 @@ private:
         return Error(node.offset_debug(), what);
     }
 
-    // The attributes of @p element as they stand, namespace declarations aside.
+    // The attributes of @p element as they stand, namespace declarations aside, followed by the
+    // declaration of each prefix they use (xsi:type, say), wherever in the file it was made.
+    // Kept beside them, it goes out with them: an export that wrote xsi:type without it would
+    // not be well-formed to any reader that knows namespaces. Reading such an export gives the
+    // same list again, the declaration now found on the element itself.
     static SurveyAttributes ReadAttributes(const pugi::xml_node& element) {
         SurveyAttributes attributes;
         for (pugi::xml_attribute attribute : element.attributes()) {
             const std::string name = attribute.name();
-            if (name == "xmlns" || name.rfind("xmlns:", 0) == 0) continue;
+            if (IsNamespaceDeclaration(name)) continue;
             attributes.emplace_back(name, attribute.value());
         }
+        const std::size_t own = attributes.size();
+        for (std::size_t i = 0; i < own; ++i) {
+            const std::size_t colon = attributes[i].first.find(':');
+            if (colon == std::string::npos) continue;
+            const std::string declaration = "xmlns:" + attributes[i].first.substr(0, colon);
+            const bool declared =
+                std::any_of(attributes.begin() + static_cast<std::ptrdiff_t>(own), attributes.end(),
+                            [&declaration](const auto& kept) { return kept.first == declaration; });
+            if (declared) continue;
+            // The xml prefix is bound without a declaration; a prefix the file never declared
+            // goes out as it came in.
+            for (pugi::xml_node scope = element; scope; scope = scope.parent())
+                if (const pugi::xml_attribute uri = scope.attribute(declaration.c_str())) {
+                    attributes.emplace_back(declaration, uri.value());
+                    break;
+                }
+        }
         return attributes;
+    }
+
+    static bool IsNamespaceDeclaration(const std::string& name) {
+        return name == "xmlns" || name.rfind("xmlns:", 0) == 0;
     }
 
     // The units the whole file is in: the first element inside <Units>, with its attributes.

@@ -1,6 +1,7 @@
 // Reading and writing LandXML surfaces, checked against texts the tests assemble by hand.
 
 #include <gtest/gtest.h>
+#include <pugixml.hpp>
 
 #include "LandXml.h"
 #include "TempDir.h"
@@ -795,6 +796,62 @@ TEST(LandXmlTest, TheSurfacesAttributesAreKeptAndWrittenBackWithTheProjectsName)
     const TinSurface back = Parse(written).at(0);
     EXPECT_EQ(back.name, "Ground");
     EXPECT_EQ(back.survey.surfaceAttributes, read.survey.surfaceAttributes);
+}
+
+// Every prefixed name in @p xml whose prefix no element around it declares (xml, which needs
+// no declaration, aside): what a reader that knows namespaces refuses.
+std::vector<std::string> UndeclaredPrefixes(const std::string& xml) {
+    pugi::xml_document document;
+    EXPECT_TRUE(document.load_string(xml.c_str()));
+    std::vector<std::string> undeclared;
+    const auto check = [&undeclared](const pugi::xml_node& element, const std::string& name) {
+        const std::size_t colon = name.find(':');
+        if (colon == std::string::npos || name.compare(0, colon, "xmlns") == 0 ||
+            name.compare(0, colon, "xml") == 0)
+            return;
+        const std::string declaration = "xmlns:" + name.substr(0, colon);
+        for (pugi::xml_node scope = element; scope; scope = scope.parent())
+            if (scope.attribute(declaration.c_str())) return;
+        undeclared.push_back(name);
+    };
+    for (pugi::xpath_node found : document.select_nodes("//*")) {
+        const pugi::xml_node element = found.node();
+        check(element, element.name());
+        for (const pugi::xml_attribute attribute : element.attributes())
+            check(element, attribute.name());
+    }
+    return undeclared;
+}
+
+// Attributes in another namespace (xsi:type and the like) keep the declaration of their prefix,
+// wherever the file made it, so that the export declares every prefix it writes.
+TEST(LandXmlTest, PrefixedAttributesGoOutWithTheirNamespaceDeclaration) {
+    const std::string kXsi = "http://www.w3.org/2001/XMLSchema-instance";
+    std::string text = Tin(kCorners, "<F>1 2 3</F>", "EG",
+                           "<Breaklines><Breakline q:kind=\"ridge\" xmlns:q=\"urn:q\">"
+                           "<PntList3D>0 0 1 5 5 1</PntList3D></Breakline></Breaklines>");
+    text.replace(text.find("<LandXML>"), 9, "<LandXML xmlns:xsi=\"" + kXsi + "\">");
+    text.replace(text.find("<Surface name=\"EG\">"), 19,
+                 "<Surface name=\"EG\" xsi:type=\"TIN\" xml:lang=\"en\" desc=\"d\" "
+                 "xsi:nil=\"false\" z:odd=\"1\">");
+    const TinSurface read = Parse(text).at(0);
+    EXPECT_EQ(read.survey.surfaceAttributes, (dtmtool::SurveyAttributes{{"xsi:type", "TIN"},
+                                                                        {"xml:lang", "en"},
+                                                                        {"desc", "d"},
+                                                                        {"xsi:nil", "false"},
+                                                                        {"z:odd", "1"},
+                                                                        {"xmlns:xsi", kXsi}}));
+    ASSERT_EQ(read.survey.breaklines.size(), 1u);
+    EXPECT_EQ(read.survey.breaklines[0].attributes,
+              (dtmtool::SurveyAttributes{{"q:kind", "ridge"}, {"xmlns:q", "urn:q"}}));
+
+    const std::string written = dtmtool::LandXmlText({read});
+    // z was never declared in the file it came from, so it cannot be declared on the way out.
+    EXPECT_EQ(UndeclaredPrefixes(written), std::vector<std::string>{"z:odd"}) << written;
+    const TinSurface back = Parse(written).at(0);
+    EXPECT_EQ(back.survey.surfaceAttributes, read.survey.surfaceAttributes);
+    EXPECT_EQ(back.survey.breaklines.at(0).attributes, read.survey.breaklines[0].attributes);
+    EXPECT_EQ(dtmtool::LandXmlText({back}), written);
 }
 
 TEST(LandXmlTest, ASoundTriangulationGivesNoWarnings) {
