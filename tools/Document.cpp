@@ -219,6 +219,26 @@ std::string TagText(std::uint32_t tag) {
     return "'" + text + "'";
 }
 
+// Why @p data, which does not start with the magic, may still be a document: the magic's
+// carriage return, line feeds and high byte are there to show the ways a transfer meant for
+// text damages a binary file. Empty when it looks like no document at all.
+std::string TransferDamage(const char* data, std::size_t size) {
+    const auto startsWith = [data, size](const std::string& start) {
+        return size >= start.size() && std::memcmp(data, start.data(), start.size()) == 0;
+    };
+    const std::string name(kDocumentMagic, 4);
+    const std::string endOfFile = "\x1A";
+    // A copy in text mode turns each CR LF into LF, or each LF into CR LF.
+    if (startsWith(name + "\n" + endOfFile + "\n") ||
+        startsWith(name + "\r\r\n" + endOfFile + "\r\n"))
+        return "its line ends were converted, as a copy in text mode does";
+    // A channel of seven bits drops the high bit of each byte.
+    if (startsWith(std::string(1, static_cast<char>(kDocumentMagic[0] & 0x7F)) + name.substr(1) +
+                   "\r\n" + endOfFile + "\n"))
+        return "its bytes lost their high bit, as a 7-bit channel does";
+    return {};
+}
+
 // Walks the framing of one document held in memory and turns every way it can be wrong into
 // a sentence about the file.
 class DocumentReader {
@@ -229,8 +249,13 @@ public:
     short ReadHeader() {
         if (m_size == 0) throw FileError(m_file, "is empty");
         const std::size_t compared = std::min(m_size, sizeof(kDocumentMagic));
-        if (std::memcmp(m_data, kDocumentMagic, compared) != 0)
+        if (std::memcmp(m_data, kDocumentMagic, compared) != 0) {
+            const std::string damage = TransferDamage(m_data, m_size);
+            if (!damage.empty())
+                throw FileError(m_file, "is a dtm document damaged in transfer: " + damage +
+                                            "; copy it again as binary");
             throw FileError(m_file, "is not a dtm document");
+        }
         if (m_size < sizeof(kDocumentMagic) + 2)
             throw FileError(m_file, "is truncated: the document version is missing");
         const short version = GetAt<std::int16_t>(m_data + sizeof(kDocumentMagic));

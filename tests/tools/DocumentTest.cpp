@@ -315,6 +315,32 @@ TEST(DocumentTest, AForeignFileIsNotADocument) {
               kFile + ": is not a dtm document");
 }
 
+// A document copied as text is told as such, however it was mangled after the magic.
+TEST(DocumentTest, ADocumentCopiedAsTextIsNamedAsDamagedInTransfer) {
+    const std::vector<char> bytes = SmallDocument();
+    const auto replaced = [&bytes](const std::string& from, const std::string& to) {
+        std::string text(bytes.begin(), bytes.end());
+        for (std::size_t at = text.find(from); at != std::string::npos;
+             at = text.find(from, at + to.size()))
+            text.replace(at, from.size(), to);
+        return std::vector<char>(text.begin(), text.end());
+    };
+    std::vector<char> sevenBits = bytes;
+    for (char& byte : sevenBits) byte = static_cast<char>(byte & 0x7F);
+    const std::string lineEnds =
+        "its line ends were converted, as a copy in text mode does; copy it again as binary";
+    EXPECT_EQ(ParseError(replaced("\r\n", "\n")),
+              kFile + ": is a dtm document damaged in transfer: " + lineEnds);
+    EXPECT_EQ(ParseError(replaced("\n", "\r\n")),
+              kFile + ": is a dtm document damaged in transfer: " + lineEnds);
+    EXPECT_EQ(ParseError(sevenBits), kFile +
+                                         ": is a dtm document damaged in transfer: its bytes lost "
+                                         "their high bit, as a 7-bit channel does; copy it again "
+                                         "as binary");
+    // Cut within what the damage left of the magic, it is no document anyone can tell.
+    EXPECT_EQ(ParseErrorOfFirst(replaced("\r\n", "\n"), 6), kFile + ": is not a dtm document");
+}
+
 TEST(DocumentTest, ANewerVersionIsRefusedWithBothVersions) {
     std::vector<char> bytes = SmallDocument();
     Put<std::int16_t>(bytes, 8, 1600);
