@@ -8,12 +8,14 @@
 namespace dtmtool {
 
 SvgCanvas::SvgCanvas(const kor::geom::RECT_3D& box, int width, double margin, double titleBand)
-    : m_box(box), m_left(margin), m_top(margin + titleBand) {
+    : m_box(box), m_top(margin + titleBand), m_width(width) {
     // The drawing fits a square of the given width, so that a tall, narrow network does not
-    // make a picture many screens high.
+    // make a picture many screens high; the picture keeps the width asked for (a page layout
+    // counts on it, and the title and legend need it), with a narrow drawing in its middle.
+    const double inner = width - 2.0 * margin;
     const double span = std::max({box.max.x - box.min.x, box.max.y - box.min.y, 1e-9});
-    m_scale = (width - 2.0 * margin) / span;
-    m_width = (box.max.x - box.min.x) * m_scale + 2.0 * margin;
+    m_scale = inner / span;
+    m_left = margin + (inner - (box.max.x - box.min.x) * m_scale) / 2.0;
     m_height = m_top + (box.max.y - box.min.y) * m_scale + margin;
 }
 

@@ -12,7 +12,8 @@
 namespace dtmtool {
 
 /// Maps a plan box onto a picture of a given width, north up, keeping the aspect ratio, with a
-/// margin around the drawing and a band for the title above it.
+/// margin around the drawing and a band for the title above it. The drawing fits a square of
+/// that width and stands in the middle of the picture when it is narrower.
 class SvgCanvas {
 public:
     /// A canvas @p width pixels wide for @p box (which must not be empty).
@@ -39,10 +40,10 @@ private:
     void AppendPoints(std::string& path, const std::vector<Point>& points, bool close) const;
 
     kor::geom::RECT_3D m_box;
-    double m_scale;
-    double m_left;
     double m_top;
     double m_width;
+    double m_scale;
+    double m_left;
     double m_height;
 };
 

@@ -1,5 +1,6 @@
 #include "SvgRenderer.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <set>
@@ -200,8 +201,8 @@ std::string PackedRgbOfIndex(int index) {
 }
 
 // A bar of the elevation colours of the first visible network coloured by classes, with its
-// lowest and highest elevation written at its ends.
-void DrawLegend(std::string& svg, const CLibDtm& library, double top) {
+// lowest and highest elevation written at its ends, within a picture @p width wide.
+void DrawLegend(std::string& svg, const CLibDtm& library, double top, double width) {
     for (unsigned int i = 0; i < library.GetNoPrj(); ++i) {
         const CDtmPrj& prj = *library.GetPrj(i);
         const CTris& tris = *prj.GetTris();
@@ -212,18 +213,21 @@ void DrawLegend(std::string& svg, const CLibDtm& library, double top) {
         const double low = tris.GetMinQuota();
         const double high = tris.GetMaxQuota();
         constexpr int kCells = 60;
-        constexpr double kCellWidth = 6.0;
-        const double left = kMargin + 60.0;
+        // Room for the low elevation before the bar and the high one after it.
+        constexpr double kEndText = 60.0;
+        const double left = kMargin + kEndText;
+        // Cells of 6 pixels, narrower where the picture is too narrow for them.
+        const double cellWidth = std::min(6.0, (width - left - kEndText) / kCells);
         for (int cell = 0; cell < kCells; ++cell) {
             const double z = low + (high - low) * (cell + 0.5) / kCells;
-            svg += "<rect x=\"" + Number(left + cell * kCellWidth) + "\" y=\"" + Number(top) +
-                   "\" width=\"" + Number(kCellWidth + 0.3) + "\" height=\"14\" fill=\"" +
+            svg += "<rect x=\"" + Number(left + cell * cellWidth) + "\" y=\"" + Number(top) +
+                   "\" width=\"" + Number(cellWidth + 0.3) + "\" height=\"14\" fill=\"" +
                    PackedRgbOfIndex(classes.GetColor(low, high, z)) + "\"/>\n";
         }
         const std::string textY = Number(top + 11.0);
         svg += "<text x=\"" + Number(left - 6.0) + "\" y=\"" + textY +
                "\" font-size=\"12\" text-anchor=\"end\">" + Number(low) + "</text>\n";
-        svg += "<text x=\"" + Number(left + kCells * kCellWidth + 6.0) + "\" y=\"" + textY +
+        svg += "<text x=\"" + Number(left + kCells * cellWidth + 6.0) + "\" y=\"" + textY +
                "\" font-size=\"12\">" + Number(high) + "</text>\n";
         return;
     }
@@ -277,7 +281,7 @@ std::string SvgText(const CLibDtm& library, const RenderOptions& options,
         DrawBreaklines(svg, canvas, *prj.GetVncs());
         DrawLabels(svg, canvas, *prj.GetCvLvs());
     }
-    DrawLegend(svg, library, canvas.Height() + 8.0);
+    DrawLegend(svg, library, canvas.Height() + 8.0, canvas.Width());
     svg += "</svg>\n";
     progress.Finish();
     return svg;

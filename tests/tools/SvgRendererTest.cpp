@@ -259,6 +259,46 @@ TEST(SvgRendererTest, TheLegendIsOfTheFirstVisibleColouredNetwork) {
     EXPECT_TRUE(root.find_child_by_attribute("path", "stroke", "#000"));
 }
 
+// A tall, narrow survey is drawn to the height of a square and in the middle of a picture of
+// the width asked for, which its legend fits, down to the narrowest picture there is.
+TEST(SvgRendererTest, ATallSurveyIsDrawnInTheMiddleOfAPictureOfTheWidthAskedFor) {
+    Workspace workspace;
+    dtmtool::TinSurface surface = tool_test::GridSurface(
+        2, 30, 10.0, 0.0, 0.0, [](double, double y) { return 100.0 + y / 10.0; });
+    surface.externalBoundaries.push_back({{0, 0, 0}, {20, 0, 0}, {20, 300, 0}, {0, 300, 0}});
+    dtmtool::AddSurfaceProject(workspace, surface);
+    for (const int width : {200, 800}) {
+        SCOPED_TRACE(width);
+        dtmtool::RenderOptions options;
+        options.width = width;
+        pugi::xml_document document;
+        const pugi::xml_node root =
+            SvgRoot(document, dtmtool::SvgText(workspace.Library(), options, "doc.dtm"));
+        EXPECT_DOUBLE_EQ(root.attribute("width").as_double(), width);
+        // The outline, 20 × 300, is 300 units high in a square of the width less the margins
+        // of 24 pixels, and as far from either side.
+        const PathData outline = ReadPath(PathOfStroke(root, "#1b4d1e"));
+        ASSERT_EQ(outline.points.size(), 4u);
+        const double scale = (width - 48.0) / 300.0;
+        EXPECT_NEAR(outline.points[1][0] - outline.points[0][0], 20.0 * scale, 0.11);
+        EXPECT_NEAR(outline.points[0][1] - outline.points[2][1], 300.0 * scale, 0.11);
+        EXPECT_NEAR(width - outline.points[1][0], outline.points[0][0], 0.11);
+        // Every cell of the legend, and the elevation after it, lie within the picture.
+        double right = 0.0;
+        for (const pugi::xml_node rect : root.children("rect"))
+            if (rect.attribute("x"))
+                right = std::max(right, rect.attribute("x").as_double() +
+                                            rect.attribute("width").as_double(0.0));
+        const pugi::xml_node low = root.find_child_by_attribute("text", "text-anchor", "end");
+        ASSERT_TRUE(low);
+        const pugi::xml_node high = low.next_sibling("text");
+        EXPECT_STREQ(high.child_value(), "130.0");
+        EXPECT_LT(right, high.attribute("x").as_double());
+        EXPECT_LE(high.attribute("x").as_double() + 50.0, width);
+        EXPECT_GT(low.attribute("x").as_double(), 50.0);
+    }
+}
+
 TEST(SvgRendererTest, HiddenProjectsAreNotDrawn) {
     Workspace workspace;
     AddHill(workspace);
