@@ -353,9 +353,16 @@ public:
         : m_data(data), m_size(size), m_file(file), m_warnings(warnings) {}
 
     std::vector<TinSurface> Parse() {
+        // The parse cannot tell how far it got, so it counts as the first half of the work,
+        // shown from its start, and reading the elements as the second, by their place in the
+        // file.
+        Progress progress("reading " + m_file, 2 * static_cast<std::uint64_t>(m_size));
+        progress.Set(0);
         pugi::xml_document document;
         const pugi::xml_parse_result parsed = document.load_buffer(m_data, m_size);
         m_offsetsValid = parsed.encoding == pugi::encoding_utf8;
+        progress.Set(m_size);
+        if (m_offsetsValid) m_progress = &progress;
         if (!parsed)
             throw Error(parsed.offset, std::string("is not valid XML: ") + parsed.description());
         const pugi::xml_node root = document.document_element();
@@ -369,6 +376,8 @@ public:
         if (surfaces.empty()) throw FileError(m_file, "holds no TIN surface");
         const SurveyUnits units = ReadUnits(Child(root, "Units"));
         for (TinSurface& surface : surfaces) surface.survey.units = units;
+        m_progress = nullptr;
+        progress.Finish();
         return surfaces;
     }
 
@@ -457,14 +466,23 @@ private:
 
     // The elements named @p localName among the children of each of @p parent's children named
     // @p groupName, in file order: a file may hold several groups of surfaces, and a writer may
-    // split a long point or face list into several groups; every one of them counts.
+    // split a long point or face list into several groups; every one of them counts. Each
+    // element visited moves the bar to its place in the file.
     template <class Visit>
-    static void ForEachInGroups(const pugi::xml_node& parent, const char* groupName,
-                                const char* localName, Visit&& visit) {
+    void ForEachInGroups(const pugi::xml_node& parent, const char* groupName, const char* localName,
+                         Visit&& visit) {
         for (pugi::xml_node group : parent.children())
             if (Is(group, groupName))
                 for (pugi::xml_node element : group.children())
-                    if (Is(element, localName)) visit(element);
+                    if (Is(element, localName)) {
+                        ShowProgressAt(element);
+                        visit(element);
+                    }
+    }
+
+    void ShowProgressAt(const pugi::xml_node& element) {
+        const std::ptrdiff_t offset = element.offset_debug();
+        if (m_progress && offset >= 0) m_progress->Set(m_size + static_cast<std::uint64_t>(offset));
     }
 
     void ReadPoints(const pugi::xml_node& definition, TinSurface& surface) {
@@ -712,6 +730,8 @@ private:
     const std::string& m_file;
     std::vector<std::string>* m_warnings;
     bool m_offsetsValid = false;
+    // The bar of the read, while the elements are visited in file order.
+    Progress* m_progress = nullptr;
     std::string m_surfaceName;
     // The point ids of the current surface, for its faces to look up.
     PointIndex m_index;

@@ -4,6 +4,7 @@
 #include <pugixml.hpp>
 
 #include "LandXml.h"
+#include "Progress.h"
 #include "TempDir.h"
 #include "ToolError.h"
 #include "ToolTestSupport.h"
@@ -578,6 +579,27 @@ TEST(LandXmlTest, BadPointsAreRefusedWithTheirIds) {
                   "number");
     EXPECT_EQ(ParseError(surface("<P id=\"7\">1 2 3</P><P id=\"7\">4 5 6</P>")),
               kFile + ": point id 7 appears twice in surface 'S'");
+}
+
+// A file large enough to watch is read under a bar that names it and is gone at the end; a
+// small one shows none.
+TEST(LandXmlTest, ALargeFileIsReadUnderAProgressBar) {
+    const std::string large = LandXmlOf(
+        {tool_test::GridSurface(60, 60, 1.0, 0.0, 0.0, [](double x, double y) { return x + y; })});
+    ASSERT_GE(large.size() * 2, dtmtool::Progress::MIN_TOTAL);
+    const std::string small = LandXmlOf({SmallSurface()});
+    dtmtool::Progress::ForceShown(true);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(Parse(large).at(0).faces.size(), 7200u);
+    const std::string drawn = ::testing::internal::GetCapturedStderr();
+    ::testing::internal::CaptureStderr();
+    Parse(small);
+    const std::string quiet = ::testing::internal::GetCapturedStderr();
+    dtmtool::Progress::ForceShown(false);
+    EXPECT_EQ(drawn.rfind("\rreading " + kFile + " [....", 0), 0u) << drawn;
+    ASSERT_GE(drawn.size(), 4u);
+    EXPECT_EQ(drawn.substr(drawn.size() - 4), "\r\033[K");
+    EXPECT_EQ(quiet, "");
 }
 
 TEST(LandXmlTest, WriteLandXmlWritesTheFileAtomically) {
