@@ -322,12 +322,15 @@ void FillProject(CDtmPrj& prj) {
     FillContours(*prj.GetCvLvs());
 }
 
-// The survey facts an import keeps of @p surface: its point ids, a name for each outer
-// boundary and a texture region over the first one, which the terrain model does not use.
+// The survey facts an import keeps of @p surface: its point ids, units and coordinate system,
+// a name for each outer boundary and a texture region over the first one, which the terrain
+// model does not use.
 void AddSurveyFacts(dtmtool::TinSurface& surface) {
     for (std::size_t i = 0; i < surface.points.size(); ++i)
         surface.survey.pointIds.push_back(static_cast<long long>(100 + 3 * i));
     surface.survey.units = {"Metric", {{"linearUnit", "meter"}}};
+    surface.survey.coordinateSystem = {{"name", "Monte Mario / Italy zone 1"},
+                                       {"epsgCode", "3003"}};
     surface.survey.surfaceAttributes = {{"desc", "Rilievo di prova"}};
     for (std::size_t i = 0; i < surface.externalBoundaries.size(); ++i)
         surface.survey.boundaries.push_back(
@@ -379,7 +382,8 @@ void LandXmlSeeds() {
     FillBreaklines(*prj->GetVncs());
     dtmtool::TinSurface surface = dtmtool::SurfaceOfProject(*prj);
     AddSurveyFacts(surface);
-    Save("landxml", "surface.xml", dtmtool::LandXmlText({surface}, surface.survey.units));
+    Save("landxml", "surface.xml",
+         dtmtool::LandXmlText({surface}, surface.survey.units, surface.survey.coordinateSystem));
 }
 #endif
 

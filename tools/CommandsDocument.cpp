@@ -65,6 +65,8 @@ void DescribeProject(const CDtmPrj& prj, const SurveyRecord* record, std::ostrea
     const std::string description = record ? record->SurfaceAttribute("desc") : "";
     if (!description.empty()) out << "  description  " << description << "\n";
     out << "  units        " << (record ? record->units : SurveyUnits{}).Describe() << "\n";
+    if (record && !record->coordinateSystem.empty())
+        out << "  coordinates  " << DescribeCoordinateSystem(record->coordinateSystem) << "\n";
     DescribeNetwork(*prj.GetTris(), record, out);
     out << "  boundaries   " << prj.GetCnts(false)->GetNoCnts() << " external, "
         << prj.GetCnts(true)->GetNoCnts() << " internal"
@@ -125,7 +127,7 @@ int RunExport(const std::string& document, const std::string& output, std::ostre
     if (!units.IsKnown())
         std::cerr << "dtm: warning: " << document << ": the document does not record its units, "
                   << "so " << output << " states none\n";
-    WriteLandXml(output, surfaces, units);
+    WriteLandXml(output, surfaces, units, CoordinateSystemOfSurfaces(surfaces, document));
     for (const TinSurface& surface : surfaces) {
         const std::size_t hidden = surface.survey.hiddenFaces.size();
         out << "project '" << surface.name

@@ -43,6 +43,7 @@ constexpr std::uint16_t kSurveyFormat = 1;
 constexpr std::uint16_t kSurveyFormatWithBoundaries = 2;
 constexpr std::uint16_t kSurveyFormatWithSurface = 3;
 constexpr std::uint16_t kSurveyFormatWithPoints = 4;
+constexpr std::uint16_t kSurveyFormatWithCoordinateSystem = 5;
 // Tag, payload length, checksum.
 constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
 constexpr std::uint32_t kFlagVisible = 1;
@@ -144,6 +145,7 @@ void AppendHiddenFace(std::vector<char>& bytes, const std::vector<int>& corners)
 }
 
 std::uint16_t SurveyFormatOf(const SurveyRecord& record) {
+    if (!record.coordinateSystem.empty()) return kSurveyFormatWithCoordinateSystem;
     if (!record.pointAttributes.empty()) return kSurveyFormatWithPoints;
     if (!record.surfaceAttributes.empty() || !record.hiddenFaces.empty())
         return kSurveyFormatWithSurface;
@@ -180,6 +182,8 @@ void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
             AppendAttributes(bytes, point.attributes);
         }
     }
+    if (format >= kSurveyFormatWithCoordinateSystem)
+        AppendAttributes(bytes, record.coordinateSystem);
     block.Close();
 }
 
@@ -486,11 +490,11 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
                       SurveyRecords& surveys, std::vector<std::string>& skipped) {
     FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
     const std::uint16_t format = fields.Read<std::uint16_t>();
-    if (format < kSurveyFormat || format > kSurveyFormatWithPoints) {
+    if (format < kSurveyFormat || format > kSurveyFormatWithCoordinateSystem) {
         skipped.push_back(what + " has layout " + std::to_string(format) +
                           ", which this program does not know; the survey facts in it (units, "
-                          "point ids, surface, point, breakline and boundary attributes, hidden "
-                          "faces) were left out");
+                          "coordinate system, point ids, surface, point, breakline and boundary "
+                          "attributes, hidden faces) were left out");
         return;
     }
     SurveyRecord record;
@@ -520,6 +524,11 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
     }
     if (format >= kSurveyFormatWithPoints)
         ReadPointAttributes(fields, document, what, vertices, record);
+    if (format >= kSurveyFormatWithCoordinateSystem) {
+        record.coordinateSystem = ReadAttributes(fields);
+        if (record.coordinateSystem.empty())
+            throw document.Damaged(what + " holds a coordinate system without attributes");
+    }
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
 }

@@ -53,15 +53,22 @@ std::vector<TinSurface> ReadLandXml(const std::string& path,
 /// come from) when two surfaces are in different units, since a LandXML file has one set.
 SurveyUnits UnitsOfSurfaces(const std::vector<TinSurface>& surfaces, const std::string& file);
 
-/// The LandXML 1.2 text of @p surfaces: @p units (left out when unknown), then per surface the
+/// The coordinate system one LandXML file of @p surfaces states, as UnitsOfSurfaces finds the
+/// units: the one the surfaces that record one share (none when none does).
+SurveyAttributes CoordinateSystemOfSurfaces(const std::vector<TinSurface>& surfaces,
+                                            const std::string& file);
+
+/// The LandXML 1.2 text of @p surfaces: @p units (left out when unknown), the attributes of
+/// @p coordinateSystem as a <CoordinateSystem> element (left out when empty), then per surface the
 /// points in vertex order with the survey's ids where the surface has one per point (else
 /// numbered 1..n), the faces (the visible ones, then the survey record's hidden ones), and in
 /// SourceData the breaklines and the boundaries (outer and void), every number written with the
 /// fewest digits that read back as exactly the same double.
-std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units = {});
+std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units = {},
+                        const SurveyAttributes& coordinateSystem = {});
 
-/// Writes LandXmlText(@p surfaces, @p units) to @p path atomically.
+/// Writes LandXmlText(@p surfaces, @p units, @p coordinateSystem) to @p path atomically.
 void WriteLandXml(const std::string& path, const std::vector<TinSurface>& surfaces,
-                  const SurveyUnits& units = {});
+                  const SurveyUnits& units = {}, const SurveyAttributes& coordinateSystem = {});
 
 }  // namespace dtmtool

@@ -375,7 +375,13 @@ public:
                         [&](const pugi::xml_node& surface) { ReadSurface(surface, surfaces); });
         if (surfaces.empty()) throw FileError(m_file, "holds no TIN surface");
         const SurveyUnits units = ReadUnits(Child(root, "Units"));
-        for (TinSurface& surface : surfaces) surface.survey.units = units;
+        const pugi::xml_node coordinateSystem = Child(root, "CoordinateSystem");
+        const SurveyAttributes frame =
+            coordinateSystem ? ReadAttributes(coordinateSystem) : SurveyAttributes{};
+        for (TinSurface& surface : surfaces) {
+            surface.survey.units = units;
+            surface.survey.coordinateSystem = frame;
+        }
         m_progress = nullptr;
         progress.Finish();
         return surfaces;

@@ -226,26 +226,55 @@ void WriteUnits(XmlText& xml, const SurveyUnits& units) {
     xml << "/>\n  </Units>\n";
 }
 
+void WriteCoordinateSystem(XmlText& xml, const SurveyAttributes& coordinateSystem) {
+    if (coordinateSystem.empty()) return;
+    xml << "  <CoordinateSystem";
+    WriteAttributes(xml, coordinateSystem);
+    xml << "/>\n";
+}
+
+// A fact a LandXML file states once for all its surfaces (@p what: "units", "coordinate
+// systems"): the one that the surfaces which know theirs (@p known) share. Surfaces that know
+// different ones cannot go into one file, and @p file (the document) is told which.
+template <class Fact, class Known, class Describe>
+Fact SharedFileFact(const std::vector<TinSurface>& surfaces, const std::string& file,
+                    Fact SurveyRecord::*fact, Known known, Describe describe,
+                    const std::string& what, const std::string& oneOfThem) {
+    const TinSurface* first = nullptr;
+    for (const TinSurface& surface : surfaces) {
+        if (!known(surface.survey.*fact)) continue;
+        if (!first) {
+            first = &surface;
+        } else if (surface.survey.*fact != first->survey.*fact) {
+            throw FileError(file, "projects '" + first->name + "' and '" + surface.name +
+                                      "' are in different " + what + " (" +
+                                      describe(first->survey.*fact) + "; " +
+                                      describe(surface.survey.*fact) +
+                                      "), and a LandXML file has " + oneOfThem);
+        }
+    }
+    return first ? first->survey.*fact : Fact{};
+}
+
 }  // namespace
 
 SurveyUnits UnitsOfSurfaces(const std::vector<TinSurface>& surfaces, const std::string& file) {
-    const TinSurface* first = nullptr;
-    for (const TinSurface& surface : surfaces) {
-        if (!surface.survey.units.IsKnown()) continue;
-        if (!first) {
-            first = &surface;
-        } else if (surface.survey.units != first->survey.units) {
-            throw FileError(file, "projects '" + first->name + "' and '" + surface.name +
-                                      "' are in different units (" +
-                                      first->survey.units.Describe() + "; " +
-                                      surface.survey.units.Describe() +
-                                      "), and a LandXML file has one set of units");
-        }
-    }
-    return first ? first->survey.units : SurveyUnits{};
+    return SharedFileFact(
+        surfaces, file, &SurveyRecord::units,
+        [](const SurveyUnits& units) { return units.IsKnown(); },
+        [](const SurveyUnits& units) { return units.Describe(); }, "units", "one set of units");
 }
 
-std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units) {
+SurveyAttributes CoordinateSystemOfSurfaces(const std::vector<TinSurface>& surfaces,
+                                            const std::string& file) {
+    return SharedFileFact(
+        surfaces, file, &SurveyRecord::coordinateSystem,
+        [](const SurveyAttributes& system) { return !system.empty(); }, DescribeCoordinateSystem,
+        "coordinate systems", "one coordinate system");
+}
+
+std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units,
+                        const SurveyAttributes& coordinateSystem) {
     std::size_t work = 0;
     for (const TinSurface& surface : surfaces)
         work += surface.points.size() + surface.faces.size() + surface.survey.hiddenFaces.size();
@@ -256,6 +285,7 @@ std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUni
         << "<LandXML xmlns=\"http://www.landxml.org/schema/LandXML-1.2\" version=\"1.2\" date=\""
         << Timestamp("%Y-%m-%d") << "\" time=\"" << Timestamp("%H:%M:%S") << "\">\n";
     WriteUnits(xml, units);
+    WriteCoordinateSystem(xml, coordinateSystem);
     xml << "  <Application name=\"dtm\" manufacturer=\"dtm\"/>\n"
         << "  <Surfaces>\n";
     for (const TinSurface& surface : surfaces) {
@@ -272,8 +302,8 @@ std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUni
 }
 
 void WriteLandXml(const std::string& path, const std::vector<TinSurface>& surfaces,
-                  const SurveyUnits& units) {
-    const std::string text = LandXmlText(surfaces, units);
+                  const SurveyUnits& units, const SurveyAttributes& coordinateSystem) {
+    const std::string text = LandXmlText(surfaces, units, coordinateSystem);
     WriteFileAtomically(path, text.data(), text.size());
 }
 

@@ -1,5 +1,7 @@
 #include "SurveyRecord.h"
 
+#include <initializer_list>
+
 namespace dtmtool {
 
 namespace {
@@ -25,6 +27,33 @@ std::string SurveyUnits::Describe() const {
         const std::string value = Attribute(name);
         if (!value.empty()) text += std::string(", ") + name + " " + value;
     }
+    return text;
+}
+
+std::string DescribeCoordinateSystem(const SurveyAttributes& coordinateSystem) {
+    if (coordinateSystem.empty()) return "not recorded";
+    // The first of several attributes that give the same fact a name.
+    const auto firstOf = [&coordinateSystem](std::initializer_list<const char*> names) {
+        for (const char* name : names) {
+            const std::string value = ValueOf(coordinateSystem, name);
+            if (!value.empty()) return value;
+        }
+        return std::string();
+    };
+    // What a person checks the projection by; the rest (a WKT definition of a few hundred
+    // characters, file locations) stays in the record for the export.
+    std::vector<std::string> parts;
+    const std::string name = firstOf({"name", "desc", "horizontalCoordinateSystemName"});
+    if (!name.empty()) parts.push_back(name);
+    const std::string epsg = ValueOf(coordinateSystem, "epsgCode");
+    if (!epsg.empty()) parts.push_back("EPSG " + epsg);
+    const std::string vertical = firstOf({"verticalCoordinateSystemName", "verticalDatum"});
+    if (!vertical.empty()) parts.push_back("vertical " + vertical);
+    if (parts.empty())
+        for (const auto& attribute : coordinateSystem)
+            parts.push_back(attribute.first + " " + attribute.second);
+    std::string text;
+    for (const std::string& part : parts) text += (text.empty() ? "" : ", ") + part;
     return text;
 }
 

@@ -87,6 +87,9 @@ struct SurveyPointAttributes {
 /// The survey facts of one project.
 struct SurveyRecord {
     SurveyUnits units;
+    /// The attributes of the file's <CoordinateSystem> element (name, epsgCode,
+    /// horizontalDatum and the like) as they stood; empty when the file states none.
+    SurveyAttributes coordinateSystem;
     /// The attributes of the survey's <Surface> element other than its name (desc, state and
     /// the like), in file order; the name is the project's.
     SurveyAttributes surfaceAttributes;
@@ -112,9 +115,9 @@ struct SurveyRecord {
     std::string SurfaceAttribute(const std::string& name) const;
 
     bool IsEmpty() const noexcept {
-        return !units.IsKnown() && surfaceAttributes.empty() && pointIds.empty() &&
-               pointAttributes.empty() && breaklines.empty() && boundaries.empty() &&
-               hiddenFaces.empty();
+        return !units.IsKnown() && coordinateSystem.empty() && surfaceAttributes.empty() &&
+               pointIds.empty() && pointAttributes.empty() && breaklines.empty() &&
+               boundaries.empty() && hiddenFaces.empty();
     }
     /// The recorded boundaries of role @p role.
     std::size_t CountBoundaries(BoundaryRole role) const noexcept;
@@ -123,6 +126,11 @@ struct SurveyRecord {
     /// the kept ones still hold.
     bool BoundariesFollow(std::size_t external, std::size_t internal) const noexcept;
 };
+
+/// "CH1903+ / LV95, EPSG 2056, vertical LN02" and so on: the name of a coordinate system (or
+/// its description), its EPSG code and its vertical system, those it has; its attributes as
+/// they stood when it has none of them; "not recorded" when it has no attributes at all.
+std::string DescribeCoordinateSystem(const SurveyAttributes& coordinateSystem);
 
 /// The records of the projects of one library, by project.
 using SurveyRecords = std::map<const CDtmPrj*, SurveyRecord>;

@@ -70,11 +70,18 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
         EXPECT_NE(info.out.find(dtmtool::Count(surface.faces.size()) + " triangles"),
                   std::string::npos)
             << info.out;
+    if (!first.survey.coordinateSystem.empty()) {
+        EXPECT_NE(
+            info.out.find("  coordinates  " +
+                          dtmtool::DescribeCoordinateSystem(first.survey.coordinateSystem) + "\n"),
+            std::string::npos)
+            << info.out;
+    }
 
-    // An export gives the survey back: its points under their own ids, its units, the
-    // surface's attributes (its description and the like), its breaklines one by one with
-    // their attributes, its boundaries in their order with theirs, those of kinds the model
-    // does not use included, and its hidden faces.
+    // An export gives the survey back: its points under their own ids, its units and
+    // coordinate system, the surface's attributes (its description and the like), its breaklines
+    // one by one with their attributes, its boundaries in their order with theirs, those of kinds
+    // the model does not use included, and its hidden faces.
     const CliResult exported = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());
     ASSERT_EQ(exported.status, 0) << exported.err;
     EXPECT_EQ(exported.err, "");
@@ -84,6 +91,7 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
         EXPECT_EQ(back[s].points.size(), surfaces[s].points.size());
         EXPECT_EQ(back[s].survey.pointIds, surfaces[s].survey.pointIds);
         EXPECT_EQ(back[s].survey.units, surfaces[s].survey.units);
+        EXPECT_EQ(back[s].survey.coordinateSystem, surfaces[s].survey.coordinateSystem);
         EXPECT_EQ(back[s].survey.surfaceAttributes, surfaces[s].survey.surfaceAttributes);
         EXPECT_EQ(back[s].breaklines.size(), surfaces[s].breaklines.size());
         EXPECT_EQ(back[s].survey.breaklines, surfaces[s].survey.breaklines);

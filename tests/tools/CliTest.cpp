@@ -179,6 +179,35 @@ TEST_F(CliTest, PointNamesSurviveImportAndExport) {
     EXPECT_NE(back.find("<P id=\"9\" desc=\"kerb &amp; gutter\">"), std::string::npos) << back;
 }
 
+// The coordinate system a survey states goes through the document, is shown, and goes out
+// again: a receiving program must not have to guess the projection.
+TEST_F(CliTest, TheCoordinateSystemSurvivesImportAndExport) {
+    WriteText(folder.File("framed.xml"),
+              "<LandXML><CoordinateSystem name=\"CH1903+ / LV95\" epsgCode=\"2056\" "
+              "verticalDatum=\"LN02\"/><Surfaces><Surface name=\"Framed\"><Definition "
+              "surfType=\"TIN\"><Pnts><P id=\"1\">0 0 1</P><P id=\"2\">0 10 2</P>"
+              "<P id=\"3\">10 0 3</P></Pnts><Faces><F>1 3 2</F></Faces></Definition></Surface>"
+              "</Surfaces></LandXML>");
+    ASSERT_EQ(RunDtm({"import", "framed.xml", "-o", "framed.dtm"}, folder.Path()).status, 0);
+    const CliResult info = RunDtm({"info", "framed.dtm"}, folder.Path());
+    EXPECT_NE(info.out.find("\n  coordinates  CH1903+ / LV95, EPSG 2056, vertical LN02\n"),
+              std::string::npos)
+        << info.out;
+    const CliResult result = RunDtm({"export", "framed.dtm", "-o", "back.xml"}, folder.Path());
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::string back = ReadText(folder.File("back.xml"));
+    EXPECT_NE(back.find("\n  <CoordinateSystem name=\"CH1903+ / LV95\" epsgCode=\"2056\" "
+                        "verticalDatum=\"LN02\"/>\n"),
+              std::string::npos)
+        << back;
+    // A survey without one shows none and states none.
+    Import();
+    EXPECT_EQ(RunDtm({"info", "survey.dtm"}, folder.Path()).out.find("coordinates"),
+              std::string::npos);
+    ASSERT_EQ(RunDtm({"export", "survey.dtm", "-o", "plain.xml"}, folder.Path()).status, 0);
+    EXPECT_EQ(ReadText(folder.File("plain.xml")).find("CoordinateSystem"), std::string::npos);
+}
+
 TEST_F(CliTest, ImportAndExportKeepVerticesFacesBreaklinesAndBoundaries) {
     Import();
     const CliResult result = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());

@@ -476,7 +476,7 @@ TEST(DocumentTest, AReaderThatKeepsNoRecordsSkipsThemAsItSkipsNewSections) {
 TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     std::vector<char> bytes = SmallDocumentWithRecords().bytes;
     const Block record = Blocks(bytes)[8];
-    Put<std::uint16_t>(bytes, record.payload(), 5);
+    Put<std::uint16_t>(bytes, record.payload(), 6);
     Reseal(bytes, record);
     Workspace read;
     const dtmtool::DocumentInfo info =
@@ -485,9 +485,10 @@ TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     EXPECT_EQ(read.Library().GetNoPrj(), 2u);
     EXPECT_EQ(info.skipped,
               (std::vector<std::string>{
-                  "the survey record of project 'First' has layout 5, which this program does "
-                  "not know; the survey facts in it (units, point ids, surface, point, "
-                  "breakline and boundary attributes, hidden faces) were left out"}));
+                  "the survey record of project 'First' has layout 6, which this program does "
+                  "not know; the survey facts in it (units, coordinate system, point ids, "
+                  "surface, point, breakline and boundary attributes, hidden faces) were left "
+                  "out"}));
 }
 
 // The checksum covers a block's payload, not its tag: a record whose tag was damaged reads as a
@@ -811,6 +812,43 @@ TEST(DocumentTest, ARecordPointWithoutAttributesOrOutsideTheNetworkOrOutOfOrderI
     shorter.length -= pair;
     Reseal(bytes, shorter);
     EXPECT_EQ(ParseError(bytes, Records::Read), what + "the attributes of point 2, which has none");
+}
+
+// A coordinate system alone takes the record to layout 5: the four layouts before it, empty,
+// then its attributes.
+TEST(DocumentTest, ARecordWithACoordinateSystemTakesLayoutFiveAndReadsBack) {
+    const PointsDocument points = SmallDocumentWithPointAttributes();
+    Workspace workspace;
+    FillSmallWorkspace(workspace);
+    dtmtool::SurveyRecord record = SmallDocumentWithRecords().first;
+    record.coordinateSystem = {{"epsgCode", "2056"}};
+    workspace.Surveys()[workspace.Library().GetPrj(0)] = record;
+    const std::vector<char> bytes = SerializeDocument(
+        workspace.Library(), dtmtool::kNewestDocumentVersion, &workspace.Surveys());
+    const Block block = Blocks(bytes).at(8);
+    ASSERT_EQ(block.tag, "SRVY");
+    EXPECT_EQ(Get<std::uint16_t>(bytes, block.payload()), 5u);
+    // After layout 3: no points with attributes, then the one attribute.
+    const std::size_t at = block.payload() + points.layout3;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 0u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 4), 1u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 8), 8u);
+    EXPECT_EQ(std::string(bytes.data() + at + 12, 8), "epsgCode");
+    EXPECT_EQ(block.payload() + block.length, at + 4 + 4 + (4 + 8 + 4 + 4));
+    EXPECT_EQ(FirstRecordReadBack(bytes).coordinateSystem, record.coordinateSystem);
+
+    // Layout 5 with no attribute where the coordinate system stands is damaged.
+    std::vector<char> empty(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(at + 8));
+    empty.insert(empty.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at + 4 + 4 + 20),
+                 bytes.end());
+    Put<std::uint32_t>(empty, at + 4, 0u);
+    Block shorter = block;
+    shorter.length -= 20;
+    Reseal(empty, shorter);
+    EXPECT_EQ(ParseError(empty, Records::Read),
+              kFile +
+                  ": is damaged: the survey record of project 'First' holds a coordinate "
+                  "system without attributes");
 }
 
 TEST(DocumentTest, AWorkspaceSavesAndLoadsItsRecords) {

@@ -498,6 +498,25 @@ TEST(LandXmlTest, BoundariesTheRecordNoLongerNamesGoOutPlainBeforeTheKeptOnes) {
     ExpectSamePoints(back.survey.boundaries[2].points, edited.survey.boundaries[0].points);
 }
 
+TEST(LandXmlTest, OneFileStatesTheCoordinateSystemTheSurfacesShare) {
+    TinSurface a = SmallSurface(), b = SmallSurface(), c = SmallSurface();
+    a.name = "A";
+    b.name = "B";
+    c.name = "C";
+    EXPECT_TRUE(dtmtool::CoordinateSystemOfSurfaces({a, b}, "doc.dtm").empty());
+    b.survey.coordinateSystem = {{"epsgCode", "2056"}};
+    EXPECT_EQ(dtmtool::CoordinateSystemOfSurfaces({a, b}, "doc.dtm"), b.survey.coordinateSystem);
+    c.survey.coordinateSystem = {{"epsgCode", "21781"}};
+    try {
+        dtmtool::CoordinateSystemOfSurfaces({a, b, c}, "doc.dtm");
+        ADD_FAILURE() << "no error";
+    } catch (const ToolError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  "doc.dtm: projects 'B' and 'C' are in different coordinate systems (EPSG 2056; "
+                  "EPSG 21781), and a LandXML file has one coordinate system");
+    }
+}
+
 TEST(LandXmlTest, OneFileStatesTheUnitsTheSurfacesShare) {
     TinSurface a = SmallSurface(), b = SmallSurface(), c = SmallSurface();
     a.name = "A";
@@ -775,6 +794,51 @@ TEST(LandXmlTest, ASurfaceWithoutAVisibleFaceIsImportedWithAWarning) {
         EXPECT_TRUE(surface.faces.empty());
     }
     EXPECT_EQ(Warnings(Tin(kCorners, "<F>1 2 3</F>")), Lines{});
+}
+
+// The file's coordinate system goes to every surface, attributes as they stood, and an export
+// states it once, after the units.
+TEST(LandXmlTest, TheCoordinateSystemIsKeptAndWrittenBack) {
+    // The <Surface> element of a one-surface file.
+    const auto surfaceOf = [](const std::string& name) {
+        const std::string file = Tin(kCorners, "<F>1 2 3</F>", name);
+        const std::size_t start = file.find("<Surface ");
+        return file.substr(start, file.find("</Surfaces>") - start);
+    };
+    const std::string text =
+        "<LandXML><Units><Metric linearUnit=\"meter\"/></Units><CoordinateSystem "
+        "epsgCode=\"25832\" name=\"ETRS89 &amp; UTM 32N\"><Start>0 0</Start>"
+        "</CoordinateSystem><Surfaces>" +
+        surfaceOf("A") + surfaceOf("B") + "</Surfaces></LandXML>";
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 2u);
+    const dtmtool::SurveyAttributes expected = {{"epsgCode", "25832"},
+                                                {"name", "ETRS89 & UTM 32N"}};
+    for (const TinSurface& surface : read) EXPECT_EQ(surface.survey.coordinateSystem, expected);
+    EXPECT_EQ(dtmtool::DescribeCoordinateSystem(expected), "ETRS89 & UTM 32N, EPSG 25832");
+    EXPECT_EQ(dtmtool::DescribeCoordinateSystem({}), "not recorded");
+    // The description stands in for a missing name, and a system with neither name, code nor
+    // vertical system is told by its attributes.
+    EXPECT_EQ(dtmtool::DescribeCoordinateSystem({{"ogcWktCode", "PROJCS[...]"},
+                                                 {"desc", "SWEREF 99 12 00"},
+                                                 {"epsgCode", "3007"},
+                                                 {"verticalCoordinateSystemName", "RH2000"}}),
+              "SWEREF 99 12 00, EPSG 3007, vertical RH2000");
+    EXPECT_EQ(dtmtool::DescribeCoordinateSystem({{"rotationAngle", "0"}, {"fileLocation", "x"}}),
+              "rotationAngle 0, fileLocation x");
+
+    const std::string written =
+        dtmtool::LandXmlText(read, dtmtool::UnitsOfSurfaces(read, "doc.dtm"),
+                             dtmtool::CoordinateSystemOfSurfaces(read, "doc.dtm"));
+    EXPECT_NE(written.find("</Units>\n  <CoordinateSystem epsgCode=\"25832\" name=\"ETRS89 "
+                           "&amp; UTM 32N\"/>\n"),
+              std::string::npos)
+        << written;
+    for (const TinSurface& surface : Parse(written))
+        EXPECT_EQ(surface.survey.coordinateSystem, expected);
+    // Without one, the file states none.
+    EXPECT_EQ(dtmtool::LandXmlText({SmallSurface()}).find("CoordinateSystem"), std::string::npos);
+    EXPECT_TRUE(Parse(Tin(kCorners, "<F>1 2 3</F>")).at(0).survey.coordinateSystem.empty());
 }
 
 TEST(LandXmlTest, HiddenFacesGoBackHiddenAfterTheVisibleOnes) {
