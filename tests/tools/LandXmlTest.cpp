@@ -498,44 +498,40 @@ TEST(LandXmlTest, BoundariesTheRecordNoLongerNamesGoOutPlainBeforeTheKeptOnes) {
     ExpectSamePoints(back.survey.boundaries[2].points, edited.survey.boundaries[0].points);
 }
 
-TEST(LandXmlTest, OneFileStatesTheCoordinateSystemTheSurfacesShare) {
+// A file states its units and its coordinate system once: the surfaces that record one must
+// share it, and those that record none do not stand against them.
+TEST(LandXmlTest, OneFileStatesTheUnitsAndTheCoordinateSystemTheSurfacesShare) {
     TinSurface a = SmallSurface(), b = SmallSurface(), c = SmallSurface();
     a.name = "A";
     b.name = "B";
     c.name = "C";
-    EXPECT_TRUE(dtmtool::CoordinateSystemOfSurfaces({a, b}, "doc.dtm").empty());
-    b.survey.coordinateSystem = {{"epsgCode", "2056"}};
-    EXPECT_EQ(dtmtool::CoordinateSystemOfSurfaces({a, b}, "doc.dtm"), b.survey.coordinateSystem);
-    c.survey.coordinateSystem = {{"epsgCode", "21781"}};
-    try {
-        dtmtool::CoordinateSystemOfSurfaces({a, b, c}, "doc.dtm");
-        ADD_FAILURE() << "no error";
-    } catch (const ToolError& error) {
-        EXPECT_EQ(std::string(error.what()),
-                  "doc.dtm: projects 'B' and 'C' are in different coordinate systems (EPSG 2056; "
-                  "EPSG 21781), and a LandXML file has one coordinate system");
-    }
-}
-
-TEST(LandXmlTest, OneFileStatesTheUnitsTheSurfacesShare) {
-    TinSurface a = SmallSurface(), b = SmallSurface(), c = SmallSurface();
-    a.name = "A";
-    b.name = "B";
-    c.name = "C";
+    const auto errorOf = [](const auto& check) {
+        try {
+            check();
+        } catch (const ToolError& error) {
+            return std::string(error.what());
+        }
+        return std::string("no error");
+    };
     EXPECT_FALSE(dtmtool::UnitsOfSurfaces({a, b}, "doc.dtm").IsKnown());
+    EXPECT_TRUE(dtmtool::CoordinateSystemOfSurfaces({a, b}, "doc.dtm").empty());
     b.survey.units = {"Metric", {{"linearUnit", "meter"}}};
-    // A surface that records no units does not stand against one that does.
+    b.survey.coordinateSystem = {{"epsgCode", "2056"}};
     EXPECT_EQ(dtmtool::UnitsOfSurfaces({a, b}, "doc.dtm"), b.survey.units);
+    EXPECT_EQ(dtmtool::CoordinateSystemOfSurfaces({a, b}, "doc.dtm"), b.survey.coordinateSystem);
     c.survey.units = {"Imperial", {{"linearUnit", "USSurveyFoot"}}};
-    try {
-        dtmtool::UnitsOfSurfaces({a, b, c}, "doc.dtm");
-        ADD_FAILURE() << "no error";
-    } catch (const ToolError& error) {
-        EXPECT_EQ(std::string(error.what()),
-                  "doc.dtm: projects 'B' and 'C' are in different units (Metric, linearUnit "
-                  "meter; Imperial, linearUnit USSurveyFoot), and a LandXML file has one set of "
-                  "units");
-    }
+    c.survey.coordinateSystem = {{"epsgCode", "21781"}};
+    EXPECT_EQ(errorOf([&] {
+                  dtmtool::UnitsOfSurfaces({a, b, c}, "doc.dtm");
+              }),
+              "doc.dtm: projects 'B' and 'C' are in different units (Metric, linearUnit "
+              "meter; Imperial, linearUnit USSurveyFoot), and a LandXML file has one set of "
+              "units");
+    EXPECT_EQ(errorOf([&] {
+                  dtmtool::CoordinateSystemOfSurfaces({a, b, c}, "doc.dtm");
+              }),
+              "doc.dtm: projects 'B' and 'C' are in different coordinate systems (EPSG 2056; "
+              "EPSG 21781), and a LandXML file has one coordinate system");
 }
 
 TEST(LandXmlTest, AFaceOnAMissingPointNamesTheFaceThePointAndTheLine) {
