@@ -933,7 +933,9 @@ TEST(LandXmlTest, PrefixedAttributesGoOutWithTheirNamespaceDeclaration) {
     const TinSurface back = Parse(written).at(0);
     EXPECT_EQ(back.survey.surfaceAttributes, read.survey.surfaceAttributes);
     EXPECT_EQ(back.survey.breaklines.at(0).attributes, read.survey.breaklines[0].attributes);
-    EXPECT_EQ(dtmtool::LandXmlText({back}), written);
+    // Written again, it is the same file but for the date and time in the root element.
+    const auto body = [](const std::string& xml) { return xml.substr(xml.find("\n  <")); };
+    EXPECT_EQ(body(dtmtool::LandXmlText({back})), body(written));
 }
 
 TEST(LandXmlTest, ASoundTriangulationGivesNoWarnings) {
