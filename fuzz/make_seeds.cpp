@@ -324,7 +324,7 @@ void FillProject(CDtmPrj& prj) {
 
 // The survey facts an import keeps of @p surface: its point ids, units and coordinate system,
 // a name for each outer boundary and a texture region over the first one, which the terrain
-// model does not use.
+// model does not use, with elements it does not use either at every level they are kept.
 void AddSurveyFacts(dtmtool::TinSurface& surface) {
     for (std::size_t i = 0; i < surface.points.size(); ++i)
         surface.survey.pointIds.push_back(static_cast<long long>(100 + 3 * i));
@@ -340,7 +340,13 @@ void AddSurveyFacts(dtmtool::TinSurface& surface) {
     if (!surface.externalBoundaries.empty())
         surface.survey.boundaries.push_back({dtmtool::BoundaryRole::Kept,
                                              {{"bndType", "texture"}, {"m", "1"}},
-                                             surface.externalBoundaries.front()});
+                                             surface.externalBoundaries.front(),
+                                             {"<Feature code=\"prato\"/>"}});
+    surface.survey.sourceElements = {
+        "<DataPoints name=\"punti\"><PntList3D>1 2 3 4 5 6</PntList3D></DataPoints>"};
+    surface.survey.surfaceElements = {"<Feature code=\"superficie\"/>"};
+    surface.survey.fileElements = {
+        "<Project name=\"Rilievo\"><Feature code=\"c\" xmlns:q=\"urn:q\" q:v=\"1\"/></Project>"};
     // A hidden triangle and a hidden four-sided face over the first points.
     if (surface.points.size() >= 4) surface.survey.hiddenFaces = {{2, 1, 0}, {0, 1, 3, 2}};
 }

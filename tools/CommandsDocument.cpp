@@ -73,6 +73,8 @@ void DescribeProject(const CDtmPrj& prj, const SurveyRecord* record, std::ostrea
         << KeptBoundaries(record ? record->CountBoundaries(BoundaryRole::Kept) : 0, ", ") << "\n";
     out << "  breaklines   " << Counted(prj.GetVncs()->GetNoVncs(), "segment", "segments") << "\n";
     DescribeContours(*prj.GetCvLvs(), out);
+    const std::string kept = record ? DescribeKeptElements(*record) : std::string();
+    if (!kept.empty()) out << "  elements     " << kept << " kept for export\n";
 }
 
 void ReportImport(const TinSurface& surface, const CDtmPrj& prj, std::ostream& out) {

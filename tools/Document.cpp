@@ -18,6 +18,7 @@
 
 #include "AtomicFile.h"
 #include "Crc32.h"
+#include "LandXml.h"
 #include "MemoryStreams.h"
 #include "Progress.h"
 #include "ProjectSections.h"
@@ -36,14 +37,17 @@ constexpr std::uint32_t kProjectTag = MakeTag('P', 'R', 'J', ' ');
 constexpr std::uint32_t kSurveyTag = MakeTag('S', 'R', 'V', 'Y');
 // The layouts of the survey record; a reader skips a record of a later layout, as it skips a
 // section it does not know. Layout 2 adds the boundaries to layout 1, layout 3 the surface's
-// attributes and the hidden faces to layout 2, layout 4 the points' attributes to layout 3. A
-// record is written in the first layout that holds it, so that a program that knows only the
-// earlier ones keeps reading what they can say.
+// attributes and the hidden faces to layout 2, layout 4 the points' attributes to layout 3,
+// layout 5 the coordinate system to layout 4, layout 6 the elements the program does not read
+// (per breakline, per boundary, then those of the source data, the surface and the file) to
+// layout 5. A record is written in the first layout that holds it, so that a program that knows
+// only the earlier ones keeps reading what they can say.
 constexpr std::uint16_t kSurveyFormat = 1;
 constexpr std::uint16_t kSurveyFormatWithBoundaries = 2;
 constexpr std::uint16_t kSurveyFormatWithSurface = 3;
 constexpr std::uint16_t kSurveyFormatWithPoints = 4;
 constexpr std::uint16_t kSurveyFormatWithCoordinateSystem = 5;
+constexpr std::uint16_t kSurveyFormatWithElements = 6;
 // Tag, payload length, checksum.
 constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
 constexpr std::uint32_t kFlagVisible = 1;
@@ -139,12 +143,18 @@ void AppendBoundary(std::vector<char>& bytes, const SurveyBoundary& boundary) {
         for (const double value : {point.x, point.y, point.z}) AppendDouble(bytes, value);
 }
 
+void AppendElements(std::vector<char>& bytes, const SurveyElements& elements) {
+    Append(bytes, static_cast<std::uint32_t>(elements.size()));
+    for (const std::string& element : elements) AppendText(bytes, element);
+}
+
 void AppendHiddenFace(std::vector<char>& bytes, const std::vector<int>& corners) {
     Append(bytes, static_cast<std::uint8_t>(corners.size()));
     for (const int corner : corners) Append<std::int32_t>(bytes, corner);
 }
 
 std::uint16_t SurveyFormatOf(const SurveyRecord& record) {
+    if (record.HoldsElements()) return kSurveyFormatWithElements;
     if (!record.coordinateSystem.empty()) return kSurveyFormatWithCoordinateSystem;
     if (!record.pointAttributes.empty()) return kSurveyFormatWithPoints;
     if (!record.surfaceAttributes.empty() || !record.hiddenFaces.empty())
@@ -184,6 +194,14 @@ void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
     }
     if (format >= kSurveyFormatWithCoordinateSystem)
         AppendAttributes(bytes, record.coordinateSystem);
+    if (format >= kSurveyFormatWithElements) {
+        for (const SurveyBreakline& line : record.breaklines) AppendElements(bytes, line.elements);
+        for (const SurveyBoundary& boundary : record.boundaries)
+            AppendElements(bytes, boundary.elements);
+        for (const SurveyElements* elements :
+             {&record.sourceElements, &record.surfaceElements, &record.fileElements})
+            AppendElements(bytes, *elements);
+    }
     block.Close();
 }
 
@@ -484,17 +502,44 @@ void ReadPointAttributes(FieldReader& fields, const DocumentReader& document,
     }
 }
 
+// A list of kept elements, each of which must be the XML of one element, since an export
+// writes it as it stands.
+SurveyElements ReadElements(FieldReader& fields, const DocumentReader& document,
+                            const std::string& what) {
+    SurveyElements elements;
+    const std::uint32_t count = fields.Read<std::uint32_t>();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        elements.push_back(fields.ReadText());
+        if (!IsXmlElement(elements.back()))
+            throw document.Damaged(what + " holds a kept element that is not XML");
+    }
+    return elements;
+}
+
+// The kept elements of a record of layout 6, which has at least one.
+void ReadAllElements(FieldReader& fields, const DocumentReader& document, const std::string& what,
+                     SurveyRecord& record) {
+    for (SurveyBreakline& line : record.breaklines)
+        line.elements = ReadElements(fields, document, what);
+    for (SurveyBoundary& boundary : record.boundaries)
+        boundary.elements = ReadElements(fields, document, what);
+    for (SurveyElements* elements :
+         {&record.sourceElements, &record.surfaceElements, &record.fileElements})
+        *elements = ReadElements(fields, document, what);
+    if (!record.HoldsElements()) throw document.Damaged(what + " holds no kept element");
+}
+
 // Reads the survey record of @p prj; a record of a later layout is skipped, and said so in
 // @p skipped.
 void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::string& what,
                       SurveyRecords& surveys, std::vector<std::string>& skipped) {
     FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
     const std::uint16_t format = fields.Read<std::uint16_t>();
-    if (format < kSurveyFormat || format > kSurveyFormatWithCoordinateSystem) {
+    if (format < kSurveyFormat || format > kSurveyFormatWithElements) {
         skipped.push_back(what + " has layout " + std::to_string(format) +
                           ", which this program does not know; the survey facts in it (units, "
                           "coordinate system, point ids, surface, point, breakline and boundary "
-                          "attributes, hidden faces) were left out");
+                          "attributes, hidden faces, elements kept for export) were left out");
         return;
     }
     SurveyRecord record;
@@ -526,9 +571,10 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
         ReadPointAttributes(fields, document, what, vertices, record);
     if (format >= kSurveyFormatWithCoordinateSystem) {
         record.coordinateSystem = ReadAttributes(fields);
-        if (record.coordinateSystem.empty())
+        if (format == kSurveyFormatWithCoordinateSystem && record.coordinateSystem.empty())
             throw document.Damaged(what + " holds a coordinate system without attributes");
     }
+    if (format >= kSurveyFormatWithElements) ReadAllElements(fields, document, what, record);
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
 }

@@ -15,7 +15,7 @@
 //                           counted with them): uint16 record layout (1; 2 when it holds
 //                           boundaries; 3 when it holds surface attributes or hidden faces; 4
 //                           when it holds point attributes; 5 when it holds a coordinate
-//                           system); the
+//                           system; 6 when it keeps elements the model does not use); the
 //                           units as uint32 length and text of the system ("" when unknown) and
 //                           attributes; uint32 point id count (0 or the vertex count), int64 ids
 //                           in vertex order; uint32 breakline count, each as uint32 segment count
@@ -28,8 +28,13 @@
 //                           indices. Layout 4 goes on with uint32 count of points with
 //                           attributes, each as int32 vertex index (rising) and attributes (at
 //                           least one). Layout 5 goes on with the coordinate system's
-//                           attributes (at least one). Attributes are a uint32 count, then each
-//                           name and value as uint32 length and text.
+//                           attributes (at least one; in layout 6, none when there is none).
+//                           Layout 6 goes on with the kept elements: a list per breakline, a
+//                           list per boundary, then those of the source data, of the surface and
+//                           of the file (at least one element in all). Attributes are a uint32
+//                           count, then each name and value as uint32 length and text; a list
+//                           of elements is a uint32 count, then each element's XML as uint32
+//                           length and text.
 //
 // A block is: uint32 tag (four ASCII letters), uint64 payload length, uint32 CRC-32 of the
 // payload, then the payload. The length lets a reader check that a section's reader consumed

@@ -17,11 +17,15 @@
 
 namespace dtmtool {
 
+/// The name and manufacturer of the <Application> element an export writes.
+inline constexpr const char* kApplicationName = "dtm";
+
 /// The TIN surfaces of the LandXML document in @p size bytes at @p data, in file order, each
 /// with its breaklines, its outer (external) and void (internal) boundaries, the ids of its
 /// points and the units the file states; boundaries of other kinds are counted, not read. Elements
-/// are matched by local name, so every LandXML namespace (and none) is read alike. @p file names
-/// the document in messages.
+/// are matched by local name, so every LandXML namespace (and none) is read alike. The elements
+/// this program does not read go into each surface's record as they stood (see SurveyElements).
+/// @p file names the document in messages.
 ///
 /// Throws ToolError naming @p file (and the line, where the parser knows it) for text that is
 /// not XML, a document that is not LandXML, one without a TIN surface, a point without a
@@ -44,6 +48,10 @@ namespace dtmtool {
 std::vector<TinSurface> ParseLandXml(const char* data, std::size_t size, const std::string& file,
                                      std::vector<std::string>* warnings = nullptr);
 
+/// Whether @p text is the XML of one element and nothing else, as a survey record keeps the
+/// elements this program does not read.
+bool IsXmlElement(const std::string& text);
+
 /// ParseLandXml of the file at @p path.
 std::vector<TinSurface> ReadLandXml(const std::string& path,
                                     std::vector<std::string>* warnings = nullptr);
@@ -63,7 +71,10 @@ SurveyAttributes CoordinateSystemOfSurfaces(const std::vector<TinSurface>& surfa
 /// points in vertex order with the survey's ids where the surface has one per point (else
 /// numbered 1..n), the faces (the visible ones, then the survey record's hidden ones), and in
 /// SourceData the breaklines and the boundaries (outer and void), every number written with the
-/// fewest digits that read back as exactly the same double.
+/// fewest digits that read back as exactly the same double. The elements the records keep go
+/// back where they stood: after a line's point list, after the breaklines in SourceData, after
+/// the Definition in the Surface, and after this program's <Application> for the file's own,
+/// each of those once.
 std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUnits& units = {},
                         const SurveyAttributes& coordinateSystem = {});
 

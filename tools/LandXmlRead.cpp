@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <numeric>
 #include <optional>
 #include <pugixml.hpp>
@@ -378,9 +379,18 @@ public:
         const pugi::xml_node coordinateSystem = Child(root, "CoordinateSystem");
         const SurveyAttributes frame =
             coordinateSystem ? ReadAttributes(coordinateSystem) : SurveyAttributes{};
+        // The surfaces become the projects. A second set of units or coordinate system would
+        // contradict the first, which alone counts. The application that made the file stays
+        // with it (who surveyed and with what), except this program's own: an export names
+        // itself afresh, and would otherwise name itself once more on every round trip.
+        const SurveyElements fileElements = KeptElements(root, [](const pugi::xml_node& child) {
+            return Is(child, "Units") || Is(child, "CoordinateSystem") || Is(child, "Surfaces") ||
+                   IsOwnApplication(child);
+        });
         for (TinSurface& surface : surfaces) {
             surface.survey.units = units;
             surface.survey.coordinateSystem = frame;
+            surface.survey.fileElements = fileElements;
         }
         m_progress = nullptr;
         progress.Finish();
@@ -405,33 +415,151 @@ private:
     // same list again, the declaration now found on the element itself.
     static SurveyAttributes ReadAttributes(const pugi::xml_node& element) {
         SurveyAttributes attributes;
+        std::vector<std::string> prefixes;
         for (pugi::xml_attribute attribute : element.attributes()) {
             const std::string name = attribute.name();
             if (IsNamespaceDeclaration(name)) continue;
             attributes.emplace_back(name, attribute.value());
+            AddPrefix(name.c_str(), prefixes);
         }
-        const std::size_t own = attributes.size();
-        for (std::size_t i = 0; i < own; ++i) {
-            const std::size_t colon = attributes[i].first.find(':');
-            if (colon == std::string::npos) continue;
-            const std::string declaration = "xmlns:" + attributes[i].first.substr(0, colon);
-            const bool declared =
-                std::any_of(attributes.begin() + static_cast<std::ptrdiff_t>(own), attributes.end(),
-                            [&declaration](const auto& kept) { return kept.first == declaration; });
-            if (declared) continue;
-            // The xml prefix is bound without a declaration; a prefix the file never declared
-            // goes out as it came in.
+        AddDeclarations(element, prefixes, attributes);
+        return attributes;
+    }
+
+    static bool IsNamespaceDeclaration(const std::string& name) {
+        return name == "xmlns" || name.rfind("xmlns:", 0) == 0;
+    }
+
+    // Adds the prefix of @p name to @p prefixes unless it is there already. The xml prefix is
+    // bound without a declaration and xmlns is none, so neither is added.
+    static void AddPrefix(const char* name, std::vector<std::string>& prefixes) {
+        const char* colon = std::strchr(name, ':');
+        if (!colon) return;
+        std::string prefix(name, colon);
+        if (prefix == "xml" || prefix == "xmlns" ||
+            std::find(prefixes.begin(), prefixes.end(), prefix) != prefixes.end())
+            return;
+        prefixes.push_back(std::move(prefix));
+    }
+
+    // Adds to @p attributes the declaration in scope at @p element of each of @p prefixes. A
+    // prefix the file never declared goes out as it came in.
+    static void AddDeclarations(const pugi::xml_node& element,
+                                const std::vector<std::string>& prefixes,
+                                SurveyAttributes& attributes) {
+        for (const std::string& prefix : prefixes) {
+            const std::string declaration = "xmlns:" + prefix;
             for (pugi::xml_node scope = element; scope; scope = scope.parent())
                 if (const pugi::xml_attribute uri = scope.attribute(declaration.c_str())) {
                     attributes.emplace_back(declaration, uri.value());
                     break;
                 }
         }
-        return attributes;
     }
 
-    static bool IsNamespaceDeclaration(const std::string& name) {
-        return name == "xmlns" || name.rfind("xmlns:", 0) == 0;
+    // The XML of each element among the children of @p parent that @p isRead does not claim,
+    // in file order: what the file says that this program does not read, kept so that an
+    // export gives it back.
+    template <class IsRead>
+    static SurveyElements KeptElements(const pugi::xml_node& parent, IsRead isRead) {
+        SurveyElements kept;
+        for (pugi::xml_node child : parent.children())
+            if (child.type() == pugi::node_element && !isRead(child))
+                kept.push_back(ElementText(child));
+        return kept;
+    }
+
+    // KeptElements of the children of @p parent whose local name is none of @p names.
+    static SurveyElements KeptElements(const pugi::xml_node& parent,
+                                       std::initializer_list<const char*> names) {
+        return KeptElements(parent, [names](const pugi::xml_node& child) {
+            return std::any_of(names.begin(), names.end(),
+                               [&child](const char* name) { return Is(child, name); });
+        });
+    }
+
+    // KeptElements of the children of @p parent other than @p read.
+    static SurveyElements KeptElements(const pugi::xml_node& parent,
+                                       const std::vector<pugi::xml_node>& read) {
+        return KeptElements(parent, [&read](const pugi::xml_node& child) {
+            return std::find(read.begin(), read.end(), child) != read.end();
+        });
+    }
+
+    // The XML of @p top and everything in it: elements, attributes and text, escaped as every
+    // text of an export is (comments and processing instructions are left out). Declarations
+    // of the prefixes used inside it that were made on its ancestors go on @p top, so that the
+    // text means the same wherever it is written. The walk is a loop, not a recursion: a file
+    // may nest elements as deep as it likes.
+    static std::string ElementText(const pugi::xml_node& top) {
+        std::vector<std::string> outer = PrefixesWithin(top);
+        outer.erase(std::remove_if(outer.begin(), outer.end(),
+                                   [&top](const std::string& prefix) {
+                                       return top.attribute(("xmlns:" + prefix).c_str());
+                                   }),
+                    outer.end());
+        SurveyAttributes declarations;
+        AddDeclarations(top.parent(), outer, declarations);
+        std::string text;
+        const auto appendAttribute = [&text](const char* name, const char* value) {
+            text += ' ';
+            text += name;
+            text += "=\"" + XmlEscaped(value) + "\"";
+        };
+        pugi::xml_node node = top;
+        for (;;) {
+            if (node.type() == pugi::node_element) {
+                text += '<';
+                text += node.name();
+                for (pugi::xml_attribute attribute : node.attributes())
+                    appendAttribute(attribute.name(), attribute.value());
+                if (node == top)
+                    for (const auto& declaration : declarations)
+                        appendAttribute(declaration.first.c_str(), declaration.second.c_str());
+                if (node.first_child()) {
+                    text += '>';
+                    node = node.first_child();
+                    continue;
+                }
+                text += "/>";
+            } else if (node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata) {
+                text += XmlEscaped(node.value());
+            }
+            while (node != top && !node.next_sibling()) {
+                node = node.parent();
+                text += "</";
+                text += node.name();
+                text += '>';
+            }
+            if (node == top) return text;
+            node = node.next_sibling();
+        }
+    }
+
+    // The namespace prefixes of the element and attribute names in and below @p top.
+    static std::vector<std::string> PrefixesWithin(const pugi::xml_node& top) {
+        std::vector<std::string> prefixes;
+        for (pugi::xml_node node = top; node; node = NextWithin(node, top)) {
+            if (node.type() != pugi::node_element) continue;
+            AddPrefix(node.name(), prefixes);
+            for (pugi::xml_attribute attribute : node.attributes())
+                AddPrefix(attribute.name(), prefixes);
+        }
+        return prefixes;
+    }
+
+    // The node after @p node in file order within @p top, or null after the last.
+    static pugi::xml_node NextWithin(pugi::xml_node node, const pugi::xml_node& top) {
+        if (node.first_child()) return node.first_child();
+        while (node != top && !node.next_sibling()) node = node.parent();
+        return node == top ? pugi::xml_node() : node.next_sibling();
+    }
+
+    // Whether @p element is the <Application> that an export of this program writes.
+    static bool IsOwnApplication(const pugi::xml_node& element) {
+        return Is(element, "Application") &&
+               std::strcmp(element.attribute("name").as_string(), kApplicationName) == 0 &&
+               std::strcmp(element.attribute("manufacturer").as_string(), kApplicationName) == 0;
     }
 
     // The units the whole file is in: the first element inside <Units>, with its attributes.
@@ -464,9 +592,16 @@ private:
         if (check) check->Report(subject, *m_warnings);
         if (m_warnings && surface.faces.empty())
             m_warnings->push_back(subject + NoFaceWords(surface));
-        const pugi::xml_node source = Child(element, "SourceData");
-        ReadBreaklines(Child(source, "Breaklines"), surface);
-        ReadBoundaries(Child(source, "Boundaries"), surface);
+        for (pugi::xml_node source : element.children()) {
+            if (!Is(source, "SourceData")) continue;
+            ReadBreaklines(source, surface);
+            ReadBoundaries(source, surface);
+            for (std::string& kept : KeptElements(source, {"Breaklines", "Boundaries"}))
+                surface.survey.sourceElements.push_back(std::move(kept));
+        }
+        // A second definition is not read; like a second set of units, it would contradict the
+        // first.
+        surface.survey.surfaceElements = KeptElements(element, {"Definition", "SourceData"});
         surfaces.push_back(std::move(surface));
     }
 
@@ -628,13 +763,14 @@ private:
         if (m_warnings) m_warnings->push_back(Error(element, what + " and was left out").what());
     }
 
-    void ReadBreaklines(const pugi::xml_node& breaklines, TinSurface& surface) {
+    // The breaklines of every <Breaklines> group in @p source.
+    void ReadBreaklines(const pugi::xml_node& source, TinSurface& surface) {
         std::size_t number = 0;
-        for (pugi::xml_node breakline : breaklines.children()) {
-            if (!Is(breakline, "Breakline")) continue;
+        ForEachInGroups(source, "Breaklines", "Breakline", [&](const pugi::xml_node& breakline) {
             const std::string name =
                 "breakline " + std::to_string(++number) + " of surface " + m_surfaceName;
-            bool taken = false;
+            const std::size_t first = surface.breaklines.size();
+            std::vector<pugi::xml_node> taken;
             for (pugi::xml_node list : breakline.children())
                 if (Is(list, "PntList3D")) {
                     Polyline3D line = ReadPointList(list, "breakline");
@@ -643,14 +779,17 @@ private:
                         continue;
                     }
                     surface.survey.breaklines.push_back(
-                        {ReadAttributes(breakline), line.size() - 1});
+                        {ReadAttributes(breakline), line.size() - 1, {}});
                     surface.breaklines.push_back(std::move(line));
-                    taken = true;
+                    taken.push_back(list);
                 }
-            // A plan-only line (PntList2D) has no elevations to constrain the surface with.
-            if (!taken && !Child(breakline, "PntList3D"))
+            if (!taken.empty()) {
+                surface.survey.breaklines[first].elements = KeptElements(breakline, taken);
+            } else if (!Child(breakline, "PntList3D")) {
+                // A plan-only line (PntList2D) has no elevations to constrain the surface with.
                 LeftOut(breakline, name + " has no PntList3D");
-        }
+            }
+        });
     }
 
     static BoundaryRole RoleOf(const char* type) {
@@ -661,19 +800,20 @@ private:
         return BoundaryRole::Kept;
     }
 
-    void ReadBoundaries(const pugi::xml_node& boundaries, TinSurface& surface) {
+    // The boundaries of every <Boundaries> group in @p source.
+    void ReadBoundaries(const pugi::xml_node& source, TinSurface& surface) {
         std::size_t number = 0;
-        for (pugi::xml_node boundary : boundaries.children()) {
-            if (!Is(boundary, "Boundary")) continue;
+        ForEachInGroups(source, "Boundaries", "Boundary", [&](const pugi::xml_node& boundary) {
             const std::string name =
                 "boundary " + std::to_string(++number) + " of surface " + m_surfaceName;
             const pugi::xml_node list = Child(boundary, "PntList3D");
             if (!list) {
                 LeftOut(boundary, name + " has no PntList3D");
-                continue;
+                return;
             }
             const char* type = boundary.attribute("bndType").as_string();
-            SurveyBoundary record{RoleOf(type), ReadAttributes(boundary), {}};
+            SurveyBoundary record{
+                RoleOf(type), ReadAttributes(boundary), {}, KeptElements(boundary, {list})};
             if (record.role == BoundaryRole::Kept) {
                 // The model never reads it, so unreadable numbers cost the boundary and not
                 // the import.
@@ -682,7 +822,7 @@ private:
                 } catch (const ToolError& error) {
                     if (m_warnings)
                         m_warnings->push_back(error.what() + std::string("; it was left out"));
-                    continue;
+                    return;
                 }
             } else {
                 Polyline3D ring = ReadPointList(list, "boundary");
@@ -691,14 +831,14 @@ private:
                     ring.pop_back();
                 if (ring.size() < 3) {
                     LeftOut(boundary, name + " (" + type + ") has fewer than three corners");
-                    continue;
+                    return;
                 }
                 (record.role == BoundaryRole::External ? surface.externalBoundaries
                                                        : surface.internalBoundaries)
                     .push_back(std::move(ring));
             }
             surface.survey.boundaries.push_back(std::move(record));
-        }
+        });
     }
 
     Polyline3D ReadPointList(const pugi::xml_node& list, const char* what) {
@@ -744,6 +884,15 @@ private:
 };
 
 }  // namespace
+
+bool IsXmlElement(const std::string& text) {
+    pugi::xml_document document;
+    if (!document.load_buffer(text.data(), text.size(), pugi::parse_default | pugi::parse_fragment,
+                              pugi::encoding_utf8))
+        return false;
+    const pugi::xml_node first = document.first_child();
+    return first.type() == pugi::node_element && !first.next_sibling();
+}
 
 std::vector<TinSurface> ParseLandXml(const char* data, std::size_t size, const std::string& file,
                                      std::vector<std::string>* warnings) {

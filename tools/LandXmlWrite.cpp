@@ -1,5 +1,6 @@
 // Writing projects as LandXML surfaces (see LandXml.h).
 
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 
@@ -68,14 +69,25 @@ void WriteAttributes(XmlText& xml, const SurveyAttributes& attributes) {
         xml << " " << attribute.first << "=\"" << XmlEscaped(attribute.second) << "\"";
 }
 
+// Kept elements, each on a line of its own after @p indent.
+void WriteElementLines(XmlText& xml, const SurveyElements& elements, const char* indent) {
+    for (const std::string& element : elements) xml << indent << element << "\n";
+}
+
+// Kept elements inside a line's element, after its point list.
+void WriteElementsInline(XmlText& xml, const SurveyElements& elements) {
+    for (const std::string& element : elements) xml << element;
+}
+
 // A project's boundary is a ring, which LandXML closes by repeating its first point; a kept one
 // goes out as the survey listed it.
 void WriteBoundary(XmlText& xml, const SurveyAttributes& attributes, const Polyline3D& points,
-                   bool closeRing) {
+                   bool closeRing, const SurveyElements& elements = {}) {
     xml << "        <Boundary";
     WriteAttributes(xml, attributes);
     xml << ">";
     WritePointList(xml, points, closeRing);
+    WriteElementsInline(xml, elements);
     xml << "</Boundary>\n";
 }
 
@@ -95,27 +107,29 @@ void WriteBoundaries(XmlText& xml, const TinSurface& surface) {
     std::size_t next[] = {0, 0};
     for (const SurveyBoundary& boundary : surface.survey.boundaries) {
         if (boundary.role == BoundaryRole::Kept) {
-            WriteBoundary(xml, boundary.attributes, boundary.points, false);
+            WriteBoundary(xml, boundary.attributes, boundary.points, false, boundary.elements);
         } else if (followRecord) {
             const auto collection = static_cast<std::size_t>(boundary.role);
-            WriteBoundary(xml, boundary.attributes, (*rings[collection])[next[collection]++], true);
+            WriteBoundary(xml, boundary.attributes, (*rings[collection])[next[collection]++], true,
+                          boundary.elements);
         }
     }
 }
 
-// The attributes of breakline @p index: the survey's where the record follows the lines, else
-// a plain standard breakline.
-SurveyAttributes BreaklineAttributes(const TinSurface& surface, std::size_t index) {
+// Breakline @p index as the survey recorded it (attributes and kept elements) where the record
+// follows the lines, else a plain standard breakline.
+const SurveyBreakline& BreaklineRecord(const TinSurface& surface, std::size_t index) {
+    static const SurveyBreakline kPlain{{{"brkType", "standard"}}, 0, {}};
     if (surface.survey.breaklines.size() == surface.breaklines.size())
-        return surface.survey.breaklines[index].attributes;
-    return {{"brkType", "standard"}};
+        return surface.survey.breaklines[index];
+    return kPlain;
 }
 
 void WriteSourceData(XmlText& xml, const TinSurface& surface) {
     const bool boundaries = !surface.externalBoundaries.empty() ||
                             !surface.internalBoundaries.empty() ||
                             surface.survey.CountBoundaries(BoundaryRole::Kept) > 0;
-    if (surface.breaklines.empty() && !boundaries) return;
+    if (surface.breaklines.empty() && !boundaries && surface.survey.sourceElements.empty()) return;
     xml << "      <SourceData>\n";
     if (boundaries) {
         xml << "        <Boundaries>\n";
@@ -125,14 +139,17 @@ void WriteSourceData(XmlText& xml, const TinSurface& surface) {
     if (!surface.breaklines.empty()) {
         xml << "        <Breaklines>\n";
         for (std::size_t i = 0; i < surface.breaklines.size(); ++i) {
+            const SurveyBreakline& record = BreaklineRecord(surface, i);
             xml << "          <Breakline";
-            WriteAttributes(xml, BreaklineAttributes(surface, i));
+            WriteAttributes(xml, record.attributes);
             xml << ">";
             WritePointList(xml, surface.breaklines[i], false);
+            WriteElementsInline(xml, record.elements);
             xml << "</Breakline>\n";
         }
         xml << "        </Breaklines>\n";
     }
+    WriteElementLines(xml, surface.survey.sourceElements, "        ");
     xml << "      </SourceData>\n";
 }
 
@@ -256,6 +273,17 @@ Fact SharedFileFact(const std::vector<TinSurface>& surfaces, const std::string& 
     return first ? first->survey.*fact : Fact{};
 }
 
+// The elements the files of @p surfaces kept at their top level, each once, in the order of the
+// surfaces: surfaces of one file all keep the same ones.
+SurveyElements FileElementsOfSurfaces(const std::vector<TinSurface>& surfaces) {
+    SurveyElements elements;
+    for (const TinSurface& surface : surfaces)
+        for (const std::string& element : surface.survey.fileElements)
+            if (std::find(elements.begin(), elements.end(), element) == elements.end())
+                elements.push_back(element);
+    return elements;
+}
+
 }  // namespace
 
 SurveyUnits UnitsOfSurfaces(const std::vector<TinSurface>& surfaces, const std::string& file) {
@@ -286,14 +314,17 @@ std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUni
         << Timestamp("%Y-%m-%d") << "\" time=\"" << Timestamp("%H:%M:%S") << "\">\n";
     WriteUnits(xml, units);
     WriteCoordinateSystem(xml, coordinateSystem);
-    xml << "  <Application name=\"dtm\" manufacturer=\"dtm\"/>\n"
-        << "  <Surfaces>\n";
+    xml << "  <Application name=\"" << kApplicationName << "\" manufacturer=\"" << kApplicationName
+        << "\"/>\n";
+    WriteElementLines(xml, FileElementsOfSurfaces(surfaces), "  ");
+    xml << "  <Surfaces>\n";
     for (const TinSurface& surface : surfaces) {
         xml << "    <Surface name=\"" << XmlEscaped(surface.name) << "\"";
         WriteAttributes(xml, surface.survey.surfaceAttributes);
         xml << ">\n";
         WriteSourceData(xml, surface);
         WriteDefinition(xml, surface, progress);
+        WriteElementLines(xml, surface.survey.surfaceElements, "      ");
         xml << "    </Surface>\n";
     }
     xml << "  </Surfaces>\n</LandXML>\n";

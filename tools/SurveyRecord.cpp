@@ -1,5 +1,8 @@
 #include "SurveyRecord.h"
 
+#include "TextFormat.h"
+
+#include <algorithm>
 #include <initializer_list>
 
 namespace dtmtool {
@@ -58,7 +61,7 @@ std::string DescribeCoordinateSystem(const SurveyAttributes& coordinateSystem) {
 }
 
 bool SurveyBoundary::operator==(const SurveyBoundary& other) const {
-    if (role != other.role || attributes != other.attributes ||
+    if (role != other.role || attributes != other.attributes || elements != other.elements ||
         points.size() != other.points.size())
         return false;
     for (std::size_t i = 0; i < points.size(); ++i)
@@ -81,6 +84,50 @@ std::size_t SurveyRecord::CountBoundaries(BoundaryRole role) const noexcept {
 bool SurveyRecord::BoundariesFollow(std::size_t external, std::size_t internal) const noexcept {
     return CountBoundaries(BoundaryRole::External) == external &&
            CountBoundaries(BoundaryRole::Internal) == internal;
+}
+
+bool SurveyRecord::HoldsElements() const noexcept {
+    const auto holds = [](const auto& item) { return !item.elements.empty(); };
+    return !sourceElements.empty() || !surfaceElements.empty() || !fileElements.empty() ||
+           std::any_of(breaklines.begin(), breaklines.end(), holds) ||
+           std::any_of(boundaries.begin(), boundaries.end(), holds);
+}
+
+namespace {
+
+// The name of the element that @p text, the XML of one element, starts with.
+std::string ElementName(const std::string& text) {
+    const std::size_t end = text.find_first_of(" \t\n\r/>", 1);
+    return text.substr(1, end == std::string::npos ? std::string::npos : end - 1);
+}
+
+}  // namespace
+
+std::string DescribeKeptElements(const SurveyRecord& record) {
+    std::vector<std::pair<std::string, std::size_t>> counts;
+    const auto count = [&counts](const SurveyElements& elements) {
+        for (const std::string& element : elements) {
+            const std::string name = ElementName(element);
+            const auto found =
+                std::find_if(counts.begin(), counts.end(),
+                             [&name](const auto& kept) { return kept.first == name; });
+            if (found != counts.end())
+                ++found->second;
+            else
+                counts.emplace_back(name, 1);
+        }
+    };
+    count(record.fileElements);
+    count(record.surfaceElements);
+    count(record.sourceElements);
+    for (const SurveyBoundary& boundary : record.boundaries) count(boundary.elements);
+    for (const SurveyBreakline& line : record.breaklines) count(line.elements);
+    std::string text;
+    for (const auto& kept : counts) {
+        text += (text.empty() ? "" : ", ") + kept.first;
+        if (kept.second > 1) text += " (" + Count(kept.second) + ")";
+    }
+    return text;
 }
 
 const SurveyRecord* FindSurveyRecord(const SurveyRecords& records, const CDtmPrj& prj) {

@@ -24,6 +24,12 @@ namespace dtmtool {
 /// so that a value this program has not heard of comes out as it went in.
 using SurveyAttributes = std::vector<std::pair<std::string, std::string>>;
 
+/// Elements of the survey file that this program does not read (a breakline's feature codes, a
+/// surface's data points, the file's feature dictionary and project and the like), each the XML
+/// text of one element as it stood, with the namespace prefixes it uses declared on it, so that
+/// it can be written back anywhere in a LandXML file.
+using SurveyElements = std::vector<std::string>;
+
 /// The units a LandXML file states: the element inside <Units> ("Metric" or "Imperial") and its
 /// attributes. An empty system means the units are not known.
 struct SurveyUnits {
@@ -42,13 +48,17 @@ struct SurveyUnits {
 };
 
 /// One breakline of the survey: its attributes (name, brkType, desc and the like) and the number
-/// of the project's breakline segments it became, one per pair of consecutive points.
+/// of the project's breakline segments it became, one per pair of consecutive points, and its
+/// elements other than the point list (feature codes and the like). A <Breakline> with several
+/// point lists becomes one record per list, the first of which holds its elements.
 struct SurveyBreakline {
     SurveyAttributes attributes;
     std::size_t segments = 0;
+    SurveyElements elements = {};
 
     bool operator==(const SurveyBreakline& other) const {
-        return attributes == other.attributes && segments == other.segments;
+        return attributes == other.attributes && segments == other.segments &&
+               elements == other.elements;
     }
 };
 
@@ -64,11 +74,13 @@ enum class BoundaryRole : std::uint8_t {
 };
 
 /// One boundary of the survey: its attributes (bndType, name, desc and the like) and what it
-/// became; a kept boundary's points too, as the file listed them (x easting, y northing).
+/// became; a kept boundary's points too, as the file listed them (x easting, y northing); and
+/// its elements other than the point list.
 struct SurveyBoundary {
     BoundaryRole role = BoundaryRole::Kept;
     SurveyAttributes attributes;
     std::vector<kor::geom::PNT_3D> points;
+    SurveyElements elements = {};
 
     bool operator==(const SurveyBoundary& other) const;
 };
@@ -110,6 +122,15 @@ struct SurveyRecord {
     /// stored triangulation but not to the surface the model shows, so the project does not
     /// hold them.
     std::vector<std::vector<int>> hiddenFaces;
+    /// The elements of the survey's <SourceData> other than the breaklines and boundaries read
+    /// (data points, contours and the like), in file order.
+    SurveyElements sourceElements;
+    /// The elements of the survey's <Surface> other than its source data and definition.
+    SurveyElements surfaceElements;
+    /// The elements of the whole file other than its units, coordinate system, application and
+    /// surfaces (its project, author, feature dictionaries and the like). Every surface of a
+    /// file holds them; an export writes each once.
+    SurveyElements fileElements;
 
     /// The value of the surface's attribute @p name, or an empty text.
     std::string SurfaceAttribute(const std::string& name) const;
@@ -117,8 +138,10 @@ struct SurveyRecord {
     bool IsEmpty() const noexcept {
         return !units.IsKnown() && coordinateSystem.empty() && surfaceAttributes.empty() &&
                pointIds.empty() && pointAttributes.empty() && breaklines.empty() &&
-               boundaries.empty() && hiddenFaces.empty();
+               boundaries.empty() && hiddenFaces.empty() && !HoldsElements();
     }
+    /// Whether any element of the survey is kept, at any level.
+    bool HoldsElements() const noexcept;
     /// The recorded boundaries of role @p role.
     std::size_t CountBoundaries(BoundaryRole role) const noexcept;
     /// Whether the recorded boundaries still name a project's @p external and @p internal
@@ -131,6 +154,10 @@ struct SurveyRecord {
 /// its description), its EPSG code and its vertical system, those it has; its attributes as
 /// they stood when it has none of them; "not recorded" when it has no attributes at all.
 std::string DescribeCoordinateSystem(const SurveyAttributes& coordinateSystem);
+
+/// "Feature (67), DataPoints, Project": the names of the elements @p record keeps, each with
+/// how often it is kept when more than once, in the order first kept; empty when it keeps none.
+std::string DescribeKeptElements(const SurveyRecord& record);
 
 /// The records of the projects of one library, by project.
 using SurveyRecords = std::map<const CDtmPrj*, SurveyRecord>;

@@ -77,11 +77,17 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
             std::string::npos)
             << info.out;
     }
+    const std::string kept = dtmtool::DescribeKeptElements(first.survey);
+    if (!kept.empty()) {
+        EXPECT_NE(info.out.find("  elements     " + kept + " kept for export\n"), std::string::npos)
+            << info.out;
+    }
 
     // An export gives the survey back: its points under their own ids, its units and
     // coordinate system, the surface's attributes (its description and the like), its breaklines
     // one by one with their attributes, its boundaries in their order with theirs, those of kinds
-    // the model does not use included, and its hidden faces.
+    // the model does not use included, its hidden faces, and the elements the model does not
+    // use (feature codes, data points, the file's project and the like) where they stood.
     const CliResult exported = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());
     ASSERT_EQ(exported.status, 0) << exported.err;
     EXPECT_EQ(exported.err, "");
@@ -99,6 +105,9 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
         EXPECT_EQ(tool_test::CanonicalFaces(back[s].faces),
                   tool_test::CanonicalFaces(surfaces[s].faces));
         EXPECT_EQ(back[s].survey.hiddenFaces, surfaces[s].survey.hiddenFaces);
+        EXPECT_EQ(back[s].survey.sourceElements, surfaces[s].survey.sourceElements);
+        EXPECT_EQ(back[s].survey.surfaceElements, surfaces[s].survey.surfaceElements);
+        EXPECT_EQ(back[s].survey.fileElements, surfaces[s].survey.fileElements);
     }
 
     const auto renderStart = std::chrono::steady_clock::now();

@@ -208,6 +208,32 @@ TEST_F(CliTest, TheCoordinateSystemSurvivesImportAndExport) {
     EXPECT_EQ(ReadText(folder.File("plain.xml")).find("CoordinateSystem"), std::string::npos);
 }
 
+// What a survey says that the model has no place for (a breakline's feature code, the file's
+// project) goes through the document, is listed, and goes out again where it stood.
+TEST_F(CliTest, ElementsTheModelDoesNotUseSurviveImportAndExport) {
+    WriteText(folder.File("coded.xml"),
+              "<LandXML><Project name=\"Site\"/><Surfaces><Surface name=\"Coded\"><SourceData>"
+              "<Breaklines><Breakline><PntList3D>0 0 1 5 5 2</PntList3D><Feature code=\"rock\"/>"
+              "</Breakline></Breaklines></SourceData><Definition surfType=\"TIN\"><Pnts>"
+              "<P id=\"1\">0 0 1</P><P id=\"2\">0 10 2</P><P id=\"3\">10 0 3</P></Pnts>"
+              "<Faces><F>1 3 2</F></Faces></Definition></Surface></Surfaces></LandXML>");
+    ASSERT_EQ(RunDtm({"import", "coded.xml", "-o", "coded.dtm"}, folder.Path()).status, 0);
+    const CliResult info = RunDtm({"info", "coded.dtm"}, folder.Path());
+    EXPECT_NE(info.out.find("\n  elements     Project, Feature kept for export\n"),
+              std::string::npos)
+        << info.out;
+    const CliResult result = RunDtm({"export", "coded.dtm", "-o", "back.xml"}, folder.Path());
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::string back = ReadText(folder.File("back.xml"));
+    EXPECT_NE(back.find("\n  <Project name=\"Site\"/>\n"), std::string::npos) << back;
+    EXPECT_NE(back.find("</PntList3D><Feature code=\"rock\"/></Breakline>"), std::string::npos)
+        << back;
+    // A survey without any shows none.
+    Import();
+    EXPECT_EQ(RunDtm({"info", "survey.dtm"}, folder.Path()).out.find("elements"),
+              std::string::npos);
+}
+
 TEST_F(CliTest, ImportAndExportKeepVerticesFacesBreaklinesAndBoundaries) {
     Import();
     const CliResult result = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());

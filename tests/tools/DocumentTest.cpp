@@ -476,7 +476,7 @@ TEST(DocumentTest, AReaderThatKeepsNoRecordsSkipsThemAsItSkipsNewSections) {
 TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     std::vector<char> bytes = SmallDocumentWithRecords().bytes;
     const Block record = Blocks(bytes)[8];
-    Put<std::uint16_t>(bytes, record.payload(), 6);
+    Put<std::uint16_t>(bytes, record.payload(), 7);
     Reseal(bytes, record);
     Workspace read;
     const dtmtool::DocumentInfo info =
@@ -485,10 +485,10 @@ TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     EXPECT_EQ(read.Library().GetNoPrj(), 2u);
     EXPECT_EQ(info.skipped,
               (std::vector<std::string>{
-                  "the survey record of project 'First' has layout 6, which this program does "
+                  "the survey record of project 'First' has layout 7, which this program does "
                   "not know; the survey facts in it (units, coordinate system, point ids, "
-                  "surface, point, breakline and boundary attributes, hidden faces) were left "
-                  "out"}));
+                  "surface, point, breakline and boundary attributes, hidden faces, elements "
+                  "kept for export) were left out"}));
 }
 
 // The checksum covers a block's payload, not its tag: a record whose tag was damaged reads as a
@@ -849,6 +849,69 @@ TEST(DocumentTest, ARecordWithACoordinateSystemTakesLayoutFiveAndReadsBack) {
               kFile +
                   ": is damaged: the survey record of project 'First' holds a coordinate "
                   "system without attributes");
+}
+
+// The small document whose first record is @p record.
+std::vector<char> SmallDocumentWithRecord(const dtmtool::SurveyRecord& record) {
+    Workspace workspace;
+    FillSmallWorkspace(workspace);
+    workspace.Surveys()[workspace.Library().GetPrj(0)] = record;
+    return SerializeDocument(workspace.Library(), dtmtool::kNewestDocumentVersion,
+                             &workspace.Surveys());
+}
+
+TEST(DocumentTest, ARecordWithKeptElementsTakesLayoutSixAndReadsBack) {
+    const PointsDocument points = SmallDocumentWithPointAttributes();
+    dtmtool::SurveyRecord record = SmallDocumentWithRecords().first;
+    const std::string feature = "<Feature code=\"IM\"><Property value=\"190\"/></Feature>";
+    const std::string project = "<Project name=\"P\"/>";
+    record.breaklines.at(0).elements = {feature};
+    record.fileElements = {project};
+    const std::vector<char> bytes = SmallDocumentWithRecord(record);
+    const Block block = Blocks(bytes).at(8);
+    ASSERT_EQ(block.tag, "SRVY");
+    EXPECT_EQ(Get<std::uint16_t>(bytes, block.payload()), 6u);
+    // After layout 3: no points with attributes, no coordinate system, the one breakline's
+    // element, none of the source data or the surface, the file's one.
+    std::size_t at = block.payload() + points.layout3;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 0u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 4), 0u);
+    at += 8;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 1u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 4), feature.size());
+    EXPECT_EQ(std::string(bytes.data() + at + 8, feature.size()), feature);
+    at += 8 + feature.size();
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 0u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 4), 0u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 8), 1u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at + 12), project.size());
+    EXPECT_EQ(block.payload() + block.length, at + 16 + project.size());
+    const dtmtool::SurveyRecord back = FirstRecordReadBack(bytes);
+    EXPECT_EQ(back.breaklines, record.breaklines);
+    EXPECT_EQ(back.fileElements, record.fileElements);
+    EXPECT_TRUE(back.sourceElements.empty());
+    EXPECT_TRUE(back.surfaceElements.empty());
+
+    // An export writes a kept element as it stands, so one that is not XML is damage.
+    std::vector<char> broken = bytes;
+    broken.at(at + 16 + project.size() - 2) = ' ';  // "<Project name="P" >" is never closed
+    Reseal(broken, block);
+    EXPECT_EQ(ParseError(broken, Records::Read),
+              kFile +
+                  ": is damaged: the survey record of project 'First' holds a kept element "
+                  "that is not XML");
+    // Layout 6 without any element would have been written in an earlier layout.
+    record.breaklines.at(0).elements.clear();
+    std::vector<char> none = SmallDocumentWithRecord(record);
+    Block shorter = Blocks(none).at(8);
+    const std::size_t count = shorter.payload() + shorter.length - 4 - project.size() - 4;
+    Put<std::uint32_t>(none, count, 0u);
+    none.erase(none.begin() + static_cast<std::ptrdiff_t>(count + 4),
+               none.begin() + static_cast<std::ptrdiff_t>(count + 4 + 4 + project.size()));
+    shorter.length -= 4 + project.size();
+    Reseal(none, shorter);
+    EXPECT_EQ(ParseError(none, Records::Read),
+              kFile + ": is damaged: the survey record of project 'First' holds no kept element");
 }
 
 TEST(DocumentTest, AWorkspaceSavesAndLoadsItsRecords) {

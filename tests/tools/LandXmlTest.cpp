@@ -237,15 +237,20 @@ TEST(LandXmlTest, KeepsOneSurfacePerTinAndSkipsOtherKindsAndOtherBoundaries) {
     ASSERT_EQ(read.size(), 2u);
     EXPECT_EQ(read[0].name, "A");
     EXPECT_EQ(read[1].name, "B");
-    // The texture region limits nothing: the record keeps it whole for the export.
-    ASSERT_EQ(read[0].survey.boundaries.size(), 1u);
+    // The texture region limits nothing: the record keeps it whole for the export. The group
+    // of boundaries after its own counts as well.
+    ASSERT_EQ(read[0].survey.boundaries.size(), 3u);
     EXPECT_EQ(read[0].survey.boundaries[0].role, dtmtool::BoundaryRole::Kept);
     EXPECT_EQ(read[0].survey.boundaries[0].attributes,
               (dtmtool::SurveyAttributes{{"bndType", "texture"}}));
     ExpectSamePoints(read[0].survey.boundaries[0].points,
                      {{0, 0, 0}, {1, 1, 1}, {1, 0, 0}, {0, 0, 0}});
-    EXPECT_TRUE(read[0].externalBoundaries.empty());
-    EXPECT_TRUE(read[0].internalBoundaries.empty());
+    EXPECT_EQ(read[0].survey.boundaries[1].role, dtmtool::BoundaryRole::External);
+    EXPECT_EQ(read[0].survey.boundaries[2].role, dtmtool::BoundaryRole::Internal);
+    ASSERT_EQ(read[0].externalBoundaries.size(), 1u);
+    ExpectSamePoints(read[0].externalBoundaries[0], a.externalBoundaries[0]);
+    ASSERT_EQ(read[0].internalBoundaries.size(), 1u);
+    ExpectSamePoints(read[0].internalBoundaries[0], a.internalBoundaries[0]);
 }
 
 TEST(LandXmlTest, WriterOutputReadsBackAsTheSameSurfaces) {
@@ -1016,6 +1021,167 @@ TEST(LandXmlTest, HiddenFacesAreNotCheckedAndEachSurfaceIsNamed) {
     text.insert(text.find("</Surfaces>"), surface.substr(0, surface.find("</Surfaces>")));
     EXPECT_EQ(Warnings(text),
               Lines{kFile + ": surface 'B': 1 face repeats a point: face 2 (2 2 1)"});
+}
+
+// A survey with something at every level that the model has no place for: the file's project,
+// feature dictionary and the application that made it; a feature of the surface; data points
+// and contours among the source data; feature codes on a breakline and a boundary, one of them
+// in a namespace the root declares.
+std::string SurveyWithElementsTheModelDoesNotUse() {
+    std::string text = Tin(kCorners, "<F>1 2 3</F>", "EG",
+                           "<Boundaries><Boundary bndType=\"outer\"><PntList3D>0 0 1 0 10 1 10 0 1"
+                           "</PntList3D><Feature code=\"edge\"/></Boundary></Boundaries>"
+                           "<DataPoints name=\"190\"><PntList3D>1 2 3</PntList3D></DataPoints>"
+                           "<Breaklines><Breakline name=\"1\"><PntList3D>1 1 1 2 2 1</PntList3D>"
+                           "<Feature code=\"IM_coding\"><Property label=\"terrainCoding\" "
+                           "value=\"191\"/><ext:Note ext:by=\"field\">rock &amp; scree</ext:Note>"
+                           "</Feature></Breakline></Breaklines><Contours/>");
+    text.replace(text.find("<LandXML>"), 9,
+                 "<LandXML xmlns:ext=\"urn:ext\"><Project name=\"Site\"><Feature code=\"P\"/>"
+                 "</Project><FeatureDictionary name=\"inframodel\"/>"
+                 "<Application name=\"Field\" manufacturer=\"Maker\"><Author createdBy=\"A\"/>"
+                 "</Application>");
+    text.insert(text.find("</Surface>"), "<Feature code=\"surface\"/>");
+    return text;
+}
+
+TEST(LandXmlTest, ElementsTheModelDoesNotUseAreKeptWhereTheyStood) {
+    const TinSurface read = Parse(SurveyWithElementsTheModelDoesNotUse()).at(0);
+    const dtmtool::SurveyRecord& survey = read.survey;
+    EXPECT_EQ(survey.fileElements,
+              (dtmtool::SurveyElements{
+                  "<Project name=\"Site\"><Feature code=\"P\"/></Project>",
+                  "<FeatureDictionary name=\"inframodel\"/>",
+                  "<Application name=\"Field\" manufacturer=\"Maker\"><Author createdBy=\"A\"/>"
+                  "</Application>"}));
+    EXPECT_EQ(survey.surfaceElements, dtmtool::SurveyElements{"<Feature code=\"surface\"/>"});
+    EXPECT_EQ(
+        survey.sourceElements,
+        (dtmtool::SurveyElements{
+            "<DataPoints name=\"190\"><PntList3D>1 2 3</PntList3D></DataPoints>", "<Contours/>"}));
+    ASSERT_EQ(survey.boundaries.size(), 1u);
+    EXPECT_EQ(survey.boundaries[0].elements, dtmtool::SurveyElements{"<Feature code=\"edge\"/>"});
+    ASSERT_EQ(survey.breaklines.size(), 1u);
+    // The prefix declared on the root goes with the element that uses it.
+    EXPECT_EQ(survey.breaklines[0].elements,
+              dtmtool::SurveyElements{
+                  "<Feature code=\"IM_coding\" xmlns:ext=\"urn:ext\"><Property "
+                  "label=\"terrainCoding\" value=\"191\"/><ext:Note ext:by=\"field\">rock &amp; "
+                  "scree</ext:Note></Feature>"});
+    EXPECT_EQ(dtmtool::DescribeKeptElements(survey),
+              "Project, FeatureDictionary, Application, Feature (3), DataPoints, Contours");
+}
+
+TEST(LandXmlTest, KeptElementsGoBackWhereTheyStoodAndStayPutOverRoundTrips) {
+    const TinSurface read = Parse(SurveyWithElementsTheModelDoesNotUse()).at(0);
+    const std::string written = dtmtool::LandXmlText({read});
+    EXPECT_EQ(UndeclaredPrefixes(written), std::vector<std::string>{}) << written;
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(written.c_str()));
+    const auto count = [&document](const char* path) { return document.select_nodes(path).size(); };
+    // This program's application first, the survey's after it, each once.
+    EXPECT_EQ(count("/LandXML/Application"), 2u);
+    EXPECT_STREQ(document.select_node("/LandXML/Application[1]/@name").attribute().value(), "dtm");
+    EXPECT_EQ(count("/LandXML/Application[@name='Field']/Author"), 1u);
+    EXPECT_EQ(count("/LandXML/Project/Feature"), 1u);
+    EXPECT_EQ(count("/LandXML/FeatureDictionary"), 1u);
+    EXPECT_EQ(count("//Surface/Feature[@code='surface']"), 1u);
+    EXPECT_EQ(count("//Surface/SourceData/DataPoints/PntList3D"), 1u);
+    EXPECT_EQ(count("//Surface/SourceData/Contours"), 1u);
+    EXPECT_EQ(count("//Breakline/Feature/Property[@value='191']"), 1u);
+    EXPECT_EQ(count("//Boundary/Feature[@code='edge']"), 1u);
+
+    const TinSurface back = Parse(written).at(0);
+    EXPECT_EQ(back.survey.fileElements, read.survey.fileElements);
+    EXPECT_EQ(back.survey.surfaceElements, read.survey.surfaceElements);
+    EXPECT_EQ(back.survey.sourceElements, read.survey.sourceElements);
+    EXPECT_EQ(back.survey.breaklines, read.survey.breaklines);
+    EXPECT_EQ(back.survey.boundaries, read.survey.boundaries);
+    const auto body = [](const std::string& xml) { return xml.substr(xml.find("\n  <")); };
+    EXPECT_EQ(body(dtmtool::LandXmlText({back})), body(written));
+}
+
+TEST(LandXmlTest, TheFilesElementsGoOutOnceForAllItsSurfaces) {
+    std::string text = SurveyWithElementsTheModelDoesNotUse();
+    const std::string surface =
+        text.substr(text.find("<Surface "), text.find("</Surfaces>") - text.find("<Surface "));
+    std::string second = surface;
+    second.replace(second.find("name=\"EG\""), 9, "name=\"FG\"");
+    text.insert(text.find("</Surfaces>"), second);
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 2u);
+    EXPECT_EQ(read[1].survey.fileElements, read[0].survey.fileElements);
+    const std::string written = dtmtool::LandXmlText(read);
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(written.c_str()));
+    EXPECT_EQ(document.select_nodes("/LandXML/Project").size(), 1u);
+    EXPECT_EQ(document.select_nodes("/LandXML/Application").size(), 2u);
+    EXPECT_EQ(document.select_nodes("//Surface/Feature").size(), 2u);
+}
+
+// Kept elements carry their text as every text of an export goes out: reserved characters as
+// entities, line ends and tabs as references, what XML 1.0 cannot hold as U+FFFD; comments are
+// left out.
+TEST(LandXmlTest, KeptElementsAreEscapedAsTheyAreWritten) {
+    std::string text = Tin(kCorners, "<F>1 2 3</F>");
+    text.insert(text.find("</Surface>"),
+                "<Feature desc=\"a&amp;b&#10;c &quot;q&quot;\"><!-- note -->x &lt; y&#9;z"
+                "<![CDATA[<raw>]]></Feature>");
+    const TinSurface read = Parse(text).at(0);
+    EXPECT_EQ(read.survey.surfaceElements,
+              dtmtool::SurveyElements{"<Feature desc=\"a&amp;b&#10;c &quot;q&quot;\">x &lt; "
+                                      "y&#9;z&lt;raw&gt;</Feature>"});
+    const TinSurface back = Parse(dtmtool::LandXmlText({read})).at(0);
+    EXPECT_EQ(back.survey.surfaceElements, read.survey.surfaceElements);
+}
+
+// A file may nest elements as deep as it likes; keeping them must not run out of stack.
+TEST(LandXmlTest, DeeplyNestedElementsAreKeptWhole) {
+    const int depth = 200000;
+    std::string nested;
+    for (int i = 0; i < depth; ++i) nested += "<a>";
+    nested += "x";
+    for (int i = 0; i < depth; ++i) nested += "</a>";
+    std::string text = Tin(kCorners, "<F>1 2 3</F>");
+    text.insert(text.find("</Surface>"), nested);
+    const TinSurface read = Parse(text).at(0);
+    ASSERT_EQ(read.survey.surfaceElements.size(), 1u);
+    EXPECT_EQ(read.survey.surfaceElements[0], nested);
+    EXPECT_TRUE(dtmtool::IsXmlElement(nested));
+}
+
+TEST(LandXmlTest, IsXmlElementTakesOneElementAndNothingElse) {
+    EXPECT_TRUE(dtmtool::IsXmlElement("<a b=\"1\"><c/>text</a>"));
+    for (const char* text : {"", "text", "<a>", "<a/><b/>", "<a/>text", "<!-- c -->", "<a></b>"})
+        EXPECT_FALSE(dtmtool::IsXmlElement(text)) << text;
+}
+
+// A survey may split its source data, breaklines and boundaries into several groups; every one
+// of them counts, and a second set of units does not displace the first.
+TEST(LandXmlTest, EveryGroupOfSourceDataBreaklinesAndBoundariesCounts) {
+    std::string text = Tin(kCorners, "<F>1 2 3</F>", "S",
+                           "<Breaklines><Breakline name=\"a\"><PntList3D>1 1 1 2 2 1</PntList3D>"
+                           "</Breakline></Breaklines><Breaklines><Breakline name=\"b\"><PntList3D>"
+                           "3 3 1 4 4 1</PntList3D></Breakline></Breaklines>");
+    text.insert(text.find("</Surface>"),
+                "<SourceData><Boundaries><Boundary bndType=\"void\" name=\"c\"><PntList3D>1 1 1 "
+                "1 2 1 2 1 1</PntList3D></Boundary></Boundaries><Contours/></SourceData>");
+    text.replace(text.find("<LandXML>"), 9,
+                 "<LandXML><Units><Metric linearUnit=\"meter\"/></Units>"
+                 "<Units><Imperial linearUnit=\"foot\"/></Units>");
+    const TinSurface read = Parse(text).at(0);
+    ASSERT_EQ(read.survey.breaklines.size(), 2u);
+    EXPECT_EQ(read.survey.breaklines[1].attributes, (dtmtool::SurveyAttributes{{"name", "b"}}));
+    ASSERT_EQ(read.internalBoundaries.size(), 1u);
+    EXPECT_EQ(read.survey.sourceElements, dtmtool::SurveyElements{"<Contours/>"});
+    EXPECT_TRUE(read.survey.surfaceElements.empty());
+    EXPECT_EQ(read.survey.units.system, "Metric");
+    EXPECT_TRUE(read.survey.fileElements.empty());
+    // Written back, they come in one group each, and read the same.
+    const TinSurface back = Parse(dtmtool::LandXmlText({read})).at(0);
+    EXPECT_EQ(back.survey.breaklines, read.survey.breaklines);
+    EXPECT_EQ(back.survey.boundaries, read.survey.boundaries);
+    EXPECT_EQ(back.survey.sourceElements, read.survey.sourceElements);
 }
 
 }  // namespace
