@@ -127,9 +127,10 @@ struct SurveyRecord {
     SurveyElements sourceElements;
     /// The elements of the survey's <Surface> other than its source data and definition.
     SurveyElements surfaceElements;
-    /// The elements of the whole file other than its units, coordinate system, application and
-    /// surfaces (its project, author, feature dictionaries and the like). Every surface of a
-    /// file holds them; an export writes each once.
+    /// The elements of the whole file other than its units, coordinate system and surfaces and
+    /// the <Application> an export of this program writes (its project, feature dictionaries,
+    /// the application that made it and the like). Every surface of a file holds them; an
+    /// export writes each once.
     SurveyElements fileElements;
 
     /// The value of the surface's attribute @p name, or an empty text.
