@@ -8,6 +8,7 @@
 #include "Commands.h"
 #include "Document.h"
 #include "LandXml.h"
+#include "SurfaceMeasures.h"
 #include "SurfaceProject.h"
 #include "TextFormat.h"
 #include "Workspace.h"
@@ -34,6 +35,15 @@ void DescribeNetwork(const CTris& tris, const SurveyRecord* record, std::ostream
         out << "  extent       E " << Fixed(box.min.x, 3) << " .. " << Fixed(box.max.x, 3) << ", N "
             << Fixed(box.min.y, 3) << " .. " << Fixed(box.max.y, 3) << "\n";
     }
+}
+
+// The areas of the triangles in plan and on the ground, as an export states them; nothing for
+// a network without triangles.
+void DescribeArea(const CDtmPrj& prj, const SurveyRecord* record, std::ostream& out) {
+    const SurfaceMeasures measures = MeasureSurface(SurfaceOfProject(prj, record));
+    if (!measures.measured) return;
+    out << "  area         " << Fixed(measures.planArea, 3) << " in plan, "
+        << Fixed(measures.surfaceArea, 3) << " on the ground\n";
 }
 
 void DescribeContours(const CCvLvs& lines, std::ostream& out) {
@@ -68,6 +78,7 @@ void DescribeProject(const CDtmPrj& prj, const SurveyRecord* record, std::ostrea
     if (record && !record->coordinateSystem.empty())
         out << "  coordinates  " << DescribeCoordinateSystem(record->coordinateSystem) << "\n";
     DescribeNetwork(*prj.GetTris(), record, out);
+    DescribeArea(prj, record, out);
     out << "  boundaries   " << prj.GetCnts(false)->GetNoCnts() << " external, "
         << prj.GetCnts(true)->GetNoCnts() << " internal"
         << KeptBoundaries(record ? record->CountBoundaries(BoundaryRole::Kept) : 0, ", ") << "\n";

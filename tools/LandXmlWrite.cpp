@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <ctime>
+#include <iterator>
 
 #include "AtomicFile.h"
 #include "LandXml.h"
 #include "Progress.h"
+#include "SurfaceMeasures.h"
 #include "TextFormat.h"
 #include "ToolError.h"
 
@@ -188,22 +191,39 @@ private:
     std::vector<SurveyPointAttributes>::const_iterator m_next, m_end;
 };
 
-// One face: @p open, the ids of @p corners, the closing tag.
-template <class Corners>
-void WriteFace(XmlText& xml, const PointIds& ids, const Corners& corners, const char* open) {
-    xml << "          " << open;
-    const char* separator = "";
-    for (const int corner : corners) {
-        xml << separator << ids[static_cast<std::size_t>(corner)];
-        separator = " ";
-    }
+// One face: whether it is hidden, the neighbour of each side, the sides on a breakline (when
+// any), then the ids of its corners.
+void WriteFace(XmlText& xml, const PointIds& ids, const FaceCornersView& face, bool hidden,
+               const std::size_t* neighbours, unsigned breaklineSides) {
+    xml << (hidden ? "          <F i=\"1\" n=\"" : "          <F n=\"");
+    for (int k = 0; k < face.count; ++k)
+        xml << (k > 0 ? " " : "") << static_cast<long long>(neighbours[k]);
+    xml << "\"";
+    if (breaklineSides != 0) xml << " b=\"" << static_cast<long long>(breaklineSides) << "\"";
+    xml << ">";
+    for (int k = 0; k < face.count; ++k)
+        xml << (k > 0 ? " " : "") << ids[static_cast<std::size_t>(face.corners[k])];
     xml << "</F>\n";
+}
+
+// The areas and the elevation range of the visible faces, as the definition's attributes;
+// none for a surface without a face, or one whose figures are not numbers.
+void WriteMeasures(XmlText& xml, const SurfaceMeasures& measures) {
+    const double figures[] = {measures.planArea, measures.surfaceArea, measures.highest,
+                              measures.lowest};
+    if (!measures.measured || !std::all_of(std::begin(figures), std::end(figures),
+                                           [](double v) { return std::isfinite(v); }))
+        return;
+    xml << " area2DSurf=\"" << measures.planArea << "\" area3DSurf=\"" << measures.surfaceArea
+        << "\" elevMax=\"" << measures.highest << "\" elevMin=\"" << measures.lowest << "\"";
 }
 
 void WriteDefinition(XmlText& xml, const TinSurface& surface, Progress& progress) {
     const PointIds ids(surface);
     PointAttributes attributes(surface, ids);
-    xml << "      <Definition surfType=\"TIN\">\n        <Pnts>\n";
+    xml << "      <Definition surfType=\"TIN\"";
+    WriteMeasures(xml, MeasureSurface(surface));
+    xml << ">\n        <Pnts>\n";
     for (std::size_t i = 0; i < surface.points.size(); ++i) {
         xml << "          <P id=\"" << ids[i] << "\"";
         WriteAttributes(xml, attributes.Of(i));
@@ -214,13 +234,14 @@ void WriteDefinition(XmlText& xml, const TinSurface& surface, Progress& progress
     }
     xml << "        </Pnts>\n        <Faces>\n";
     // The order of faces means nothing in LandXML, and the network's triangles are in the order
-    // of its spatial index, not the file's; the hidden faces simply follow.
-    for (const auto& face : surface.faces) {
-        WriteFace(xml, ids, face, "<F>");
-        progress.Advance();
-    }
-    for (const std::vector<int>& face : surface.survey.hiddenFaces) {
-        WriteFace(xml, ids, face, "<F i=\"1\">");
+    // of its spatial index, not the file's; the hidden faces simply follow. Neighbours and
+    // breakline sides are found anew: the faces may have changed since the file was read.
+    const std::vector<FaceCornersView> faces = FacesInFileOrder(surface);
+    const std::vector<std::size_t> neighbours = FaceNeighbours(faces);
+    const std::vector<std::uint8_t> breaklineSides = BreaklineSides(surface, faces);
+    for (std::size_t f = 0; f < faces.size(); ++f) {
+        WriteFace(xml, ids, faces[f], f >= surface.faces.size(), &neighbours[4 * f],
+                  breaklineSides[f]);
         progress.Advance();
     }
     xml << "        </Faces>\n      </Definition>\n";

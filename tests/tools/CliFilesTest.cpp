@@ -237,6 +237,11 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
               std::string::npos)
         << info.out;
     EXPECT_NE(info.out.find("  breaklines   1 segment\n"), std::string::npos) << info.out;
+    // The visible face has legs of 10 in plan; in space they are 10 long at a slope of 2 and 1
+    // in 10, so the face's area is the root of 20·20 + 10·10 + 100·100 halved.
+    EXPECT_NE(info.out.find("  area         50.000 in plan, 51.235 on the ground\n"),
+              std::string::npos)
+        << info.out;
     EXPECT_NE(info.out.find("(active)\n  description  Test ground\n  units  "), std::string::npos)
         << info.out;
     EXPECT_NE(info.out.find("  boundaries   1 external, 0 internal, 1 of another kind kept for "
@@ -257,12 +262,18 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
     EXPECT_NE(outer, std::string::npos) << back;
     EXPECT_NE(texture, std::string::npos) << back;
     EXPECT_LT(outer, texture);
-    // The hidden face comes back hidden, after the visible one.
-    const std::size_t visible = back.find("<F>1 2 3</F>");
-    const std::size_t hidden = back.find("<F i=\"1\">2 4 3</F>");
+    // The hidden face comes back hidden, after the visible one. They are each other's
+    // neighbours across 2 to 3, and the visible face's side 1 to 2 lies on the breakline.
+    const std::size_t visible = back.find("<F n=\"0 2 0\" b=\"1\">1 2 3</F>");
+    const std::size_t hidden = back.find("<F i=\"1\" n=\"0 0 1\">2 4 3</F>");
     EXPECT_NE(visible, std::string::npos) << back;
     EXPECT_NE(hidden, std::string::npos) << back;
     EXPECT_LT(visible, hidden);
+    // The areas and elevations of the visible face alone: the hidden one would double the area.
+    EXPECT_NE(back.find("<Definition surfType=\"TIN\" area2DSurf=\"50\" "
+                        "area3DSurf=\"51.234753829797995\" elevMax=\"12\" elevMin=\"10\">"),
+              std::string::npos)
+        << back;
     EXPECT_NE(back.find("<Surface name=\"T\" desc=\"Test ground\">"), std::string::npos) << back;
 
     // However many lines, levels and labels the tracer makes, a count of one takes the
