@@ -844,6 +844,25 @@ TEST_F(CvLvTest, ConvertOldLabelWalkStopsWithinTheToleranceOfTheSegmentLength) {
     EXPECT_LT(label.end, 20.0);
 }
 
+// A label placed exactly where the walk must stop, at the segment's length less its tolerance:
+// the walk takes no step there, so the label ends where it starts. Such a place exists only on
+// a tiny segment (position 99 of 100 lies a tolerance, about 1e-12, short of the end when the
+// segment is about 1e-10 long); the length is searched for among the doubles near there.
+TEST_F(CvLvTest, ConvertOldLabelPlacedWhereTheWalkStopsTakesNoStep) {
+    const short position = 99;
+    double len = 1e-12 / (1.0 - position / 100.0 - 1e-12);
+    int tries = 0;
+    while (position * (len / 100.0) != len - dtm::ToleranceOf(len) && ++tries < 10000)
+        len = std::nextafter(len, 1.0);
+    ASSERT_LT(tries, 10000) << "no length near " << len << " puts the label at the stop";
+    const OldLabel label = ConvertOldLabel(len, 100.0, 1.0, position);
+    EXPECT_EQ(label.start, position * (len / 100.0) + 1.0);
+    EXPECT_EQ(label.end, label.start);
+    // One step more would have ended it a step (about 1e-12) further: far more than the
+    // rounding of the sum with the base, 2e-16.
+    EXPECT_LT(std::nextafter(label.start, 2.0), label.start + len / 100.0);
+}
+
 TEST_F(CvLvTest, ConvertOldLabelOnAZeroLengthSegmentEndsWhereItStarts) {
     const TOldVrtPol node1{2, 10, 0.0, 0.0, 0.0, 0.0, 0.0};
     const TOldVrtPol node2{1, 0, 0.0, 0.0, 0.0, 0.0, 0.0};
