@@ -10,7 +10,6 @@
 #include "network/CTrisUndoAccess.h"
 #include "support/ScopeExit.h"
 
-#include <limits>
 #include <memory>
 
 using dtm::detail::TDtmChange;
@@ -51,16 +50,9 @@ void CCreateCmdExecutedEventListener::OnBeginEvent() {
 
 void CCreateCmdExecutedEventListener::BeginRecording() {
     if (!IsProjectComplete()) return;
-    const bool firstEvent = !m_seenEvent;
-    m_seenEvent = true;
-    if (!m_baseline) {
-        m_baseline = NewBaseline();
-        if (firstEvent) {
-            // Nothing can have widened a range before the project's first event.
-            m_baseline->triMin = m_baseline->cvLvMin = std::numeric_limits<double>::infinity();
-            m_baseline->triMax = m_baseline->cvLvMax = -std::numeric_limits<double>::infinity();
-        }
-    }
+    // Only lost when taking it at the end of the last event failed: the ranges now are the best
+    // left to start from.
+    if (!m_baseline) m_baseline = NewBaseline();
     m_optionsAtBegin.GetFromPrj(m_project);
     m_propsAtBegin = {m_project->GetName(), m_project->IsVisible(), m_project->IsLocked()};
     // Taken now, so that a project removed from its library inside its own event still files
@@ -74,7 +66,6 @@ void CCreateCmdExecutedEventListener::OnEndEvent() {
     // next event takes a fresh one when it opens rather than compare with a stale one.
     const std::unique_ptr<TBaseline> previous = std::move(m_baseline);
     if (!IsProjectComplete()) return;
-    m_seenEvent = true;
     if (m_recordingFailed) {
         DropHistory();
         m_baseline = NewBaseline();
@@ -136,7 +127,6 @@ void CCreateCmdExecutedEventListener::OnPrjModified() {
 void CCreateCmdExecutedEventListener::OnUnrecordedEventEnd() {
     m_baseline.reset();
     if (!IsProjectComplete()) return;
-    m_seenEvent = true;
     m_baseline = NewBaseline();
 }
 

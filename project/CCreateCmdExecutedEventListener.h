@@ -119,16 +119,13 @@ private:
     /// The elevation ranges as the last event of the project left them, whoever recorded it,
     /// taken when it closed. Not a snapshot taken when an event opens: vertex appends and
     /// contour additions store first and notify after, so that their event opens on the
-    /// widened range. Before the project's first event there is none; that event's opening
-    /// takes it, with the ranges a new network and a new contour collection start from
-    /// (nothing can have widened them without an event). Replaced whole, never assigned in
-    /// place, so that a failure while taking it leaves none rather than half of one; the next
-    /// event's opening then takes it.
+    /// widened range. The first is taken when the project has built its components, before
+    /// anything can have widened a range. Replaced whole, never assigned in place, so that a
+    /// failure while taking it leaves none rather than half of one; the next event's opening
+    /// then takes it.
     std::unique_ptr<TBaseline> m_baseline;
     /// The project's options when the event opened.
     TDtmOpz m_optionsAtBegin;
-    /// Whether an event of the complete project has been seen, recorded or not.
-    bool m_seenEvent = false;
     /// The name and flags when the event opened: their setters notify before they store.
     dtm::detail::TPrjProps m_propsAtBegin;
     /// Set when the name or flags change only after the event has closed: see OnPrjModified.

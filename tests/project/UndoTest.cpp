@@ -876,6 +876,39 @@ TEST(UndoFirstEvent, AVertexAsTheFirstChangeOfANewProjectLeavesNoRangeWhenUndone
     tm.Clear();
 }
 
+// A project made on its own rather than added through the library has seen no event at all
+// when its first vertex or contour line is stored, and the event that the announcement opens
+// finds the range already widened: undo must still give back the empty ranges.
+TEST(UndoFirstEvent, TheFirstChangesOfAProjectMadeOutsideTheLibraryLeaveNoRangeWhenUndone) {
+    const double inf = std::numeric_limits<double>::infinity();
+    kor::CChangeTransactionManager tm;
+    CLibDtm lib(&tm);
+    {
+        auto* prj = new CDtmPrj(&lib, "P", true, false);
+        CTris& tris = *prj->GetTris();
+        tris.AddTriVrt(PNT_3D(1.0, 2.0, 30.0));
+        ASSERT_TRUE(tm.Undo());
+        EXPECT_EQ(tris.GetNoTriVrts(), 0);
+        EXPECT_EQ(tris.GetMinQuota(), inf);
+        EXPECT_EQ(tris.GetMaxQuota(), -inf);
+        tm.Clear();
+        prj->SubReference();
+    }
+    {
+        auto* prj = new CDtmPrj(&lib, "Q", true, false);
+        const double x[] = {0.0, 1.0}, y[] = {0.0, 1.0};
+        prj->GetCvLvs()->AddNewCvLv(12.5, 1.0, 3, 2, x, y);
+        ASSERT_TRUE(tm.Undo());
+        double low = 0.0, high = 0.0;
+        prj->GetCvLvs()->GetMinMaxQuota(low, high);
+        EXPECT_EQ(prj->GetCvLvs()->GetNoCvLvs(), 0u);
+        EXPECT_EQ(low, inf);
+        EXPECT_EQ(high, -inf);
+        tm.Clear();
+        prj->SubReference();
+    }
+}
+
 TEST(UndoFirstEvent, OptionSetterAsTheFirstChangeOfANewProjectIsUndone) {
     kor::CChangeTransactionManager tm;
     CLibDtm lib(&tm);
