@@ -19,6 +19,9 @@
 #include <string>
 #include <vector>
 
+#include <sys/inotify.h>
+#include <unistd.h>
+
 #include "Bits.h"
 #include "TempDir.h"
 
@@ -569,6 +572,53 @@ TEST_F(IniFileTest, WritesLeaveNoTemporaryFileAndKeepPermissions) {
     EXPECT_EQ(fs::status(m_path).permissions(),
               fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
     EXPECT_EQ(ini.GetLong("S", "k", -1), 4);
+}
+
+// The counter in the name of the temporary file that one write through @p ini makes beside it,
+// as the folder saw the file created: "dtm.ini.tmp.<process>.<counter>".
+unsigned long TemporaryCounterOfOneWrite(CIniFile& ini, const std::string& folder) {
+    const int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    EXPECT_GE(watch, 0);
+    EXPECT_GE(::inotify_add_watch(watch, folder.c_str(), IN_CREATE), 0);
+    EXPECT_TRUE(ini.WriteLong("S", "watched", 1));
+    alignas(inotify_event) char events[4096];
+    const ssize_t size = ::read(watch, events, sizeof(events));
+    ::close(watch);
+    const std::string prefix = "dtm.ini.tmp." + std::to_string(::getpid()) + ".";
+    for (ssize_t at = 0; at < size;) {
+        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+        const std::string name = event->len > 0 ? event->name : "";
+        if (name.compare(0, prefix.size(), prefix) == 0)
+            return std::stoul(name.substr(prefix.size()));
+        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+    }
+    ADD_FAILURE() << "no temporary file was seen";
+    return 0;
+}
+
+// A crashed process of the same id may have left temporary files under the names this one
+// takes next: a write steps over them, leaves them alone, and gives up only after a hundred.
+TEST_F(IniFileTest, LeftoverTemporaryFilesAreSteppedOver) {
+    CIniFile ini(m_path);
+    const unsigned long next = TemporaryCounterOfOneWrite(ini, m_dir.Path()) + 1;
+    const auto leftover = [&](unsigned long counter) {
+        return m_path + ".tmp." + std::to_string(::getpid()) + "." + std::to_string(counter);
+    };
+    for (unsigned long c = next; c < next + 3; ++c) WriteBytes(leftover(c), "left over");
+    ASSERT_TRUE(ini.WriteLong("S", "k", 1));
+    EXPECT_EQ(ini.GetLong("S", "k", 0), 1);
+    for (unsigned long c = next; c < next + 3; ++c) EXPECT_EQ(ReadBytes(leftover(c)), "left over");
+    EXPECT_EQ(FolderEntries(m_dir.Path()).size(), 4u);  // the file and the three leftovers
+
+    // The write took the fourth name; the hundred after it are all taken.
+    const std::string before = ReadBytes(m_path);
+    for (unsigned long c = next + 4; c < next + 104; ++c) WriteBytes(leftover(c), "left over");
+    EXPECT_FALSE(ini.WriteLong("S", "k", 2));
+    EXPECT_EQ(ReadBytes(m_path), before);
+    EXPECT_EQ(FolderEntries(m_dir.Path()).size(), 104u);
+    // The next write starts past them.
+    EXPECT_TRUE(ini.WriteLong("S", "k", 3));
+    EXPECT_EQ(ini.GetLong("S", "k", 0), 3);
 }
 
 TEST_F(IniFileTest, MissingFoldersAreCreated) {
