@@ -876,9 +876,10 @@ TEST(UndoFirstEvent, AVertexAsTheFirstChangeOfANewProjectLeavesNoRangeWhenUndone
     tm.Clear();
 }
 
-// A project made on its own rather than added through the library has seen no event at all
-// when its first vertex or contour line is stored, and the event that the announcement opens
-// finds the range already widened: undo must still give back the empty ranges.
+// A project made on its own rather than added through the library stores its first vertex or
+// contour line before any event of it has opened, and the event that the announcement opens
+// finds the range already widened: undo must still give back the empty ranges, which the
+// project took when it was built.
 TEST(UndoFirstEvent, TheFirstChangesOfAProjectMadeOutsideTheLibraryLeaveNoRangeWhenUndone) {
     const double inf = std::numeric_limits<double>::infinity();
     kor::CChangeTransactionManager tm;

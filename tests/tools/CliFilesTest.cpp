@@ -237,8 +237,8 @@ TEST_F(CliFilesTest, CountsAgreeWithTheirNouns) {
               std::string::npos)
         << info.out;
     EXPECT_NE(info.out.find("  breaklines   1 segment\n"), std::string::npos) << info.out;
-    // The visible face has legs of 10 in plan; in space they are 10 long at a slope of 2 and 1
-    // in 10, so the face's area is the root of 20·20 + 10·10 + 100·100 halved.
+    // The visible face has legs of 10 in plan that rise 2 and 1 along them, so its area in
+    // space is half the length of (-20, -10, 100), half the root of 10 500.
     EXPECT_NE(info.out.find("  area         50.000 in plan, 51.235 on the ground\n"),
               std::string::npos)
         << info.out;

@@ -232,9 +232,9 @@ TEST_P(CliRealSurveysTest, AnExportStatesTheNeighboursBreaklineSidesAndAreasTheS
         if (source[s].statesBreaklineSides) {
             EXPECT_TRUE(SameSides(back[s], source[s], false));
         }
-        // The files give their areas rounded to a few decimals, and one of them carries a slip
-        // in the sixth significant digit from the end (3348805.6532 where its faces make
-        // 3348805.6352): hence the relative tolerance.
+        // The files give their areas rounded to a few decimals, and one of them has two digits
+        // swapped (3348805.6532 where its faces make 3348805.6352): hence the relative
+        // tolerance.
         for (const auto& [stated, worked] :
              {std::pair(source[s].planArea, back[s].planArea),
               std::pair(source[s].surfaceArea, back[s].surfaceArea)}) {
