@@ -374,7 +374,7 @@ public:
         std::vector<TinSurface> surfaces;
         ForEachInGroups(root, "Surfaces", "Surface",
                         [&](const pugi::xml_node& surface) { ReadSurface(surface, surfaces); });
-        if (surfaces.empty()) throw FileError(m_file, "holds no TIN surface");
+        if (surfaces.empty()) throw FileError(m_file, "holds no TIN surface" + LeftOutWords());
         const SurveyUnits units = ReadUnits(Child(root, "Units"));
         const pugi::xml_node coordinateSystem = Child(root, "CoordinateSystem");
         const SurveyAttributes frame =
@@ -572,9 +572,17 @@ private:
 
     void ReadSurface(const pugi::xml_node& element, std::vector<TinSurface>& surfaces) {
         const pugi::xml_node definition = Child(element, "Definition");
-        if (!definition) return;
         const char* type = definition.attribute("surfType").as_string("TIN");
-        if (!EqualsIgnoringCase(type, "TIN")) return;
+        if (!definition || !EqualsIgnoringCase(type, "TIN")) {
+            // A grid, or a surface known only by its source data, cannot become a network; the
+            // surveyor hears which one was passed over, and why.
+            std::string why = SurfaceWords(element) +
+                              (definition ? std::string(" is a ") + type + " surface, not a TIN"
+                                          : std::string(" has no Definition"));
+            LeftOut(element, definition ? why + "," : why);
+            m_leftOutSurfaces.push_back(std::move(why));
+            return;
+        }
 
         TinSurface surface;
         surface.name = element.attribute("name").as_string();
@@ -758,6 +766,19 @@ private:
         if (check) check->AddFace(face, number);
     }
 
+    static std::string SurfaceWords(const pugi::xml_node& element) {
+        const std::string name = element.attribute("name").as_string();
+        return name.empty() ? std::string("a surface without a name") : "surface '" + name + "'";
+    }
+
+    // " (surface 'G' is a grid surface, not a TIN; ...)", or nothing when no surface was passed
+    // over: a file refused for holding no TIN surface says what it held instead.
+    std::string LeftOutWords() const {
+        std::string words;
+        for (const std::string& why : m_leftOutSurfaces) words += (words.empty() ? "" : "; ") + why;
+        return words.empty() ? words : " (" + words + ")";
+    }
+
     // Tells the surveyor, when someone listens, that @p element was left out and why.
     void LeftOut(const pugi::xml_node& element, const std::string& what) const {
         if (m_warnings) m_warnings->push_back(Error(element, what + " and was left out").what());
@@ -879,6 +900,8 @@ private:
     // The bar of the read, while the elements are visited in file order.
     Progress* m_progress = nullptr;
     std::string m_surfaceName;
+    // Why each surface that is not a TIN was passed over, for the error when none is.
+    std::vector<std::string> m_leftOutSurfaces;
     // The point ids of the current surface, for its faces to look up.
     PointIndex m_index;
 };

@@ -565,8 +565,10 @@ TEST(LandXmlTest, AFileInAnotherEncodingNamesNoLine) {
 
 TEST(LandXmlTest, FilesWithoutATinSurfaceAreRefused) {
     EXPECT_EQ(ParseError("<LandXML><Surfaces><Surface name=\"G\"><Definition surfType=\"grid\"/>"
-                         "</Surface></Surfaces></LandXML>"),
-              kFile + ": holds no TIN surface");
+                         "</Surface><Surface><SourceData/></Surface></Surfaces></LandXML>"),
+              kFile +
+                  ": holds no TIN surface (surface 'G' is a grid surface, not a TIN; a "
+                  "surface without a name has no Definition)");
     EXPECT_EQ(ParseError("<LandXML><Alignments/></LandXML>"), kFile + ": holds no TIN surface");
 }
 
@@ -725,6 +727,19 @@ TEST(LandXmlTest, BreaklinesAndBoundariesThatCannotBeUsedAreNamedAsLeftOut) {
     EXPECT_TRUE(surfaces.at(0).internalBoundaries.empty());
     EXPECT_TRUE(surfaces.at(0).externalBoundaries.empty());
     EXPECT_TRUE(surfaces.at(0).survey.boundaries.empty());
+}
+
+TEST(LandXmlTest, SurfacesThatAreNotTinsAreNamedAsLeftOut) {
+    std::string text = Tin(kCorners, "<F>1 2 3</F>", "S");
+    text.insert(text.find("<Surface name=\"S\""),
+                "\n<Surface name=\"G\"><Definition surfType=\"grid\"/></Surface>\n"
+                "<Surface name=\"D\"><SourceData/></Surface>\n");
+    EXPECT_EQ(Warnings(text),
+              (Lines{kFile + ": line 2: surface 'G' is a grid surface, not a TIN, and was left out",
+                     kFile + ": line 3: surface 'D' has no Definition and was left out"}));
+    const std::vector<TinSurface> surfaces = Parse(text);
+    ASSERT_EQ(surfaces.size(), 1u);
+    EXPECT_EQ(surfaces[0].name, "S");
 }
 
 TEST(LandXmlTest, BoundariesWithoutA3DListAndKeptOnesThatCannotBeReadAreLeftOut) {
