@@ -233,6 +233,25 @@ void DrawLegend(std::string& svg, const CLibDtm& library, double top, double wid
     }
 }
 
+// The title's line: a title wider than the picture (by an estimate of its bold glyphs at about
+// two thirds of the font size each) is squeezed by the viewer to the width there is, rather than
+// running past the edge. Widths are counted in characters, not UTF-8 bytes.
+std::string TitleElement(const std::string& title, double pictureWidth) {
+    constexpr double kFontSize = 18.0;
+    constexpr double kGlyphWidth = 0.65 * kFontSize;
+    const auto characters = std::count_if(title.begin(), title.end(), [](char c) {
+        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    });
+    const double room = pictureWidth - 2.0 * kMargin;
+    const std::string fit =
+        characters * kGlyphWidth <= room
+            ? std::string()
+            : " textLength=\"" + Number(room) + "\" lengthAdjust=\"spacingAndGlyphs\"";
+    return "<text x=\"" + Number(kMargin) + "\" y=\"" + Number(kMargin + 4.0) + "\" font-size=\"" +
+           Number(kFontSize) + "\" font-weight=\"bold\"" + fit + ">" + XmlEscaped(title) +
+           "</text>\n";
+}
+
 std::string DefaultTitle(const CLibDtm& library) {
     std::string title;
     for (unsigned int i = 0; i < library.GetNoPrj(); ++i) {
@@ -267,8 +286,7 @@ std::string SvgText(const CLibDtm& library, const RenderOptions& options,
         "\" font-family=\"DejaVu Sans, Arial, sans-serif\">\n"
         "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
     const std::string title = options.title.empty() ? DefaultTitle(library) : options.title;
-    svg += "<text x=\"" + Number(kMargin) + "\" y=\"" + Number(kMargin + 4.0) +
-           "\" font-size=\"18\" font-weight=\"bold\">" + XmlEscaped(title) + "</text>\n";
+    svg += TitleElement(title, canvas.Width());
 
     for (unsigned int i = 0; i < library.GetNoPrj(); ++i) {
         const CDtmPrj& prj = *library.GetPrj(i);

@@ -299,6 +299,46 @@ TEST(SvgRendererTest, ATallSurveyIsDrawnInTheMiddleOfAPictureOfTheWidthAskedFor)
     }
 }
 
+// The title sits above the drawing at the left margin; one too wide for the picture, at about
+// 11.7 pixels a bold character, is squeezed to the width between the margins.
+TEST(SvgRendererTest, ATitleWiderThanThePictureIsSqueezedToFit) {
+    Workspace workspace;
+    AddHill(workspace);
+    struct Case {
+        std::string title;
+        int width;
+        bool squeezed;
+    };
+    // Twelve characters fit the 152 pixels within a picture 200 wide and thirteen do not,
+    // counted as characters: twelve two-byte ones fit as well.
+    const std::string twoBytes = "\xc3\xa4";
+    std::string twelve, thirteen;
+    for (int i = 0; i < 12; ++i) twelve += twoBytes;
+    thirteen = twelve + twoBytes;
+    for (const Case& c : {Case{"", 200, false}, Case{twelve, 200, false}, Case{thirteen, 200, true},
+                          Case{"abcdefghijklm", 200, true}, Case{"abcdefghijklm", 800, false}}) {
+        SCOPED_TRACE(c.title + " at " + std::to_string(c.width));
+        dtmtool::RenderOptions options;
+        options.width = c.width;
+        options.title = c.title;
+        pugi::xml_document document;
+        const pugi::xml_node root =
+            SvgRoot(document, dtmtool::SvgText(workspace.Library(), options, "doc.dtm"));
+        const pugi::xml_node title = root.find_child_by_attribute("text", "font-weight", "bold");
+        ASSERT_TRUE(title);
+        // No title given: the project's name.
+        EXPECT_EQ(std::string(title.child_value()), c.title.empty() ? "Hill <1>" : c.title);
+        EXPECT_DOUBLE_EQ(title.attribute("x").as_double(), 24.0);
+        if (c.squeezed) {
+            EXPECT_DOUBLE_EQ(title.attribute("textLength").as_double(), c.width - 48.0);
+            EXPECT_STREQ(title.attribute("lengthAdjust").as_string(), "spacingAndGlyphs");
+        } else {
+            EXPECT_FALSE(title.attribute("textLength"));
+            EXPECT_FALSE(title.attribute("lengthAdjust"));
+        }
+    }
+}
+
 TEST(SvgRendererTest, HiddenProjectsAreNotDrawn) {
     Workspace workspace;
     AddHill(workspace);
