@@ -214,7 +214,7 @@ TEST(SplineSampling, TheEndPointIsAppendedUnlessTheLastStepLandedOnIt) {
     EXPECT_EQ(points.back().y, expected.y);
 }
 
-TEST(SplineSampling, EqualEndsYieldNothingAndAReversedRangeOnlyTheEnd) {
+TEST(SplineSampling, EqualEndsYieldAtMostTheStartAndAReversedRangeOnlyTheEnd) {
     std::vector<PNT_2D> points = {PNT_2D(9.0, 9.0)};
     TrovaArValoriSpline(0.5, 0.5, 0.1, 1.0, 2.0, 0.0, 0.0, 0.1, 0.0, 1.0, 1.0, -0.1, 0.0, points);
     EXPECT_TRUE(points.empty());
@@ -222,6 +222,15 @@ TEST(SplineSampling, EqualEndsYieldNothingAndAReversedRangeOnlyTheEnd) {
     TrovaArValoriSpline(0.5, 0.5 - 1e-13, 0.1, 1.0, 2.0, 0.0, 0.0, 0.1, 0.0, 1.0, 1.0, -0.1, 0.0,
                         points);
     EXPECT_TRUE(points.empty());
+    // Just above t0, within the tolerance: the step loop runs once, so the point at t0 is the
+    // only one; the end lies within the tolerance of it and is not added again.
+    TrovaArValoriSpline(0.5, 0.5 + 1e-13, 0.1, 1.0, 2.0, 0.0, 0.0, 0.1, 0.0, 1.0, 1.0, -0.1, 0.0,
+                        points);
+    ASSERT_EQ(points.size(), 1u);
+    PNT_2D start;
+    TrovaSngValSpline(1.0, 0.5, 2.0, 0.0, 0.0, 0.1, 0.0, 1.0, 1.0, -0.1, 0.0, start.x, start.y);
+    EXPECT_EQ(points[0].x, start.x);
+    EXPECT_EQ(points[0].y, start.y);
     // Clearly below: the single point at t1.
     TrovaArValoriSpline(0.5, 0.2, 0.1, 1.0, 2.0, 0.0, 0.0, 0.1, 0.0, 1.0, 1.0, -0.1, 0.0, points);
     ASSERT_EQ(points.size(), 1u);
