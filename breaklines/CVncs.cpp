@@ -95,22 +95,21 @@ void CVncs::RemoveEntry(std::size_t index) {
 }
 
 void CVncs::RemoveAllVncs() {
-    if (m_vncs.empty()) return;
-    // One event for the whole removal: the context's reference keeps every released breakline
-    // alive until the list has been emptied, so no listener can meet a dangling entry.
-    kor::CEventGuard event(m_context);
-    std::size_t stillHeld = m_vncs.size();
-    // Runs before the event closes (declared after the guard), also when a notification
-    // throws: the list then keeps exactly the breaklines whose reference it still holds.
-    const auto dropReleased =
-        dtm::detail::OnScopeExit([this, &stillHeld] { m_vncs.resize(stillHeld); });
     // Notify all, then empty: the list stays whole while the listeners are told, unlike the
-    // boundaries, which erase each entry before its notification.
+    // boundaries, which erase each entry before its notification. No event is opened here, so
+    // outside one each report is an event of its own, whose close lets the context drop its
+    // reference at once; the list's own references are therefore given up only as the list is
+    // emptied, and no listener of a later report can meet an entry already freed.
+    std::size_t stillHeld = m_vncs.size();
+    // Runs also when a report throws: the list then keeps exactly the breaklines not yet
+    // reported, and lets the others go, the last first.
+    const auto dropReported = dtm::detail::OnScopeExit([this, &stillHeld] {
+        for (std::size_t i = m_vncs.size(); i > stillHeld; --i) m_vncs[i - 1]->SubReference();
+        m_vncs.resize(stillHeld);
+    });
     while (stillHeld > 0) {
-        CVnc* vnc = m_vncs[stillHeld - 1];
-        if (m_context) m_context->Notify_Vnc_Removed(vnc);
+        if (m_context) m_context->Notify_Vnc_Removed(m_vncs[stillHeld - 1]);
         --stillHeld;
-        vnc->SubReference();
     }
 }
 

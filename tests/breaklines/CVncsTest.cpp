@@ -362,16 +362,55 @@ TEST_F(BreaklinesTest, RemoveAllNotifiesEveryBreaklineLastFirstBeforeEmptyingThe
     CVnc* b = AddCounted(Segment(2.0));
     CVnc* c = AddCounted(Segment(3.0));
     ForgetEvents();
+    kor::CEventGuard event(context);
     vncs->RemoveAllVncs();
     EXPECT_EQ(vncs->GetNoVncs(), 0);
     // Every listener call still found the whole list.
     EXPECT_EQ(listener->sizesSeen, (std::vector<int>{3, 3, 3}));
     EXPECT_EQ(listener->removedOrder, (std::vector<CVnc*>{c, b, a}));
-    // One event for the whole removal.
-    ASSERT_EQ(recorder.events.size(), 1u);
-    EXPECT_EQ(recorder.events[0].vncRemoved, (std::vector<CVnc*>{c, b, a}));
+}
+
+// Outside an event each report is an event of its own, as for any other removal, and its close
+// lets the context's reference go. The host, told at each close, still finds the whole list,
+// every entry alive (read through, so that a freed one would be reported by the sanitizer).
+TEST_F(BreaklinesTest, RemoveAllOutsideAnEventIsAnEventPerBreaklineWithTheListWholeAndAlive) {
+    class ListReader : public kor::CSourceEvent::IEvent {
+    public:
+        explicit ListReader(const CVncs& vncs) : m_vncs(vncs) {}
+        std::vector<std::vector<int>> counts;
+        std::vector<double> heights;
+        void OnEventOpened(kor::CSourceEvent&) override {}
+        void OnEventClosed(kor::CSourceEvent&) override {
+            counts.emplace_back();
+            for (int i = 0; i < m_vncs.GetNoVncs(); ++i) {
+                counts.back().push_back(m_vncs.GetVncAt(i)->GetReferenceCount());
+                heights.push_back(m_vncs.GetVncAt(i)->GetCoords().start.z);
+            }
+        }
+
+    private:
+        const CVncs& m_vncs;
+    };
+    ListReader reader(*vncs);
+    CVnc* a = AddCounted(Segment(1.0));
+    CVnc* b = AddCounted(Segment(2.0));
+    CVnc* c = AddCounted(Segment(3.0));
+    ForgetEvents();
+    context->Register(&reader);
+    vncs->RemoveAllVncs();
+    context->Unregister(&reader);
+    EXPECT_EQ(vncs->GetNoVncs(), 0);
+    ASSERT_EQ(recorder.events.size(), 3u);
+    EXPECT_EQ(recorder.events[0].vncRemoved, std::vector<CVnc*>{c});
+    EXPECT_EQ(recorder.events[1].vncRemoved, std::vector<CVnc*>{b});
+    EXPECT_EQ(recorder.events[2].vncRemoved, std::vector<CVnc*>{a});
     EXPECT_EQ(listener->log,
-              (Log{"BeginEvent", "VncRemoved", "VncRemoved", "VncRemoved", "EndEvent"}));
+              (Log{"BeginEvent", "VncRemoved", "EndEvent", "BeginEvent", "VncRemoved", "EndEvent",
+                   "BeginEvent", "VncRemoved", "EndEvent"}));
+    // At each close the list still held all three: the one just reported by the context's
+    // reference too (let go after the host is told), those reported before by the list's alone.
+    EXPECT_EQ(reader.counts, (std::vector<std::vector<int>>{{1, 1, 2}, {1, 2, 1}, {2, 1, 1}}));
+    EXPECT_EQ(reader.heights, (std::vector<double>{3, 6, 9, 3, 6, 9, 3, 6, 9}));
     EXPECT_EQ(alive, 0);
 }
 
@@ -422,15 +461,16 @@ TEST_F(BreaklinesTest, FailedRemoveVncStillReleasesTheErasedBreakline) {
     EXPECT_EQ(alive, 0);
 }
 
-TEST_F(BreaklinesTest, DestroyingTheCollectionRemovesEverythingInOneEvent) {
+TEST_F(BreaklinesTest, DestroyingTheCollectionRemovesEverythingAsRemoveAllDoes) {
     CVnc* a = AddCounted(Segment(1.0));
     CVnc* b = AddCounted(Segment(2.0));
     ForgetEvents();
     vncs.reset();
-    // Notify all, then empty, as RemoveAllVncs does.
+    // Notify all, then empty, each report an event of its own.
     EXPECT_EQ(listener->sizesSeen, (std::vector<int>{2, 2}));
-    ASSERT_EQ(recorder.events.size(), 1u);
-    EXPECT_EQ(recorder.events[0].vncRemoved, (std::vector<CVnc*>{b, a}));
+    ASSERT_EQ(recorder.events.size(), 2u);
+    EXPECT_EQ(recorder.events[0].vncRemoved, std::vector<CVnc*>{b});
+    EXPECT_EQ(recorder.events[1].vncRemoved, std::vector<CVnc*>{a});
     EXPECT_EQ(alive, 0);
 }
 

@@ -58,12 +58,12 @@ public:
     /// Removes breakline @p i as RemoveVnc does. Throws std::out_of_range when @p i is outside
     /// the list.
     void RemoveVncAt(int i);
-    /// Removes every breakline inside one event: from the last to the first, sends
-    /// Notify_Vnc_Removed and releases the collection's reference; only then is the list
-    /// emptied, in one step. Listeners told of a removal therefore still see the whole list,
-    /// and the event keeps every removed breakline alive until it closes. An empty collection
-    /// opens no event. When a notification throws, the list keeps exactly the breaklines not
-    /// yet released and the event is closed.
+    /// Removes every breakline: from the last to the first, sends Notify_Vnc_Removed; only
+    /// then is the list emptied, in one step, and the collection's references released, the
+    /// last first. Listeners told of a removal therefore still see the whole list, every entry
+    /// alive. No event is opened: the caller brackets the removal, and outside an event each
+    /// report is an event of its own (an undo step each). When a report throws, the list keeps
+    /// exactly the breaklines not yet reported.
     void RemoveAllVncs();
 
     /// Writes the section: the count as a 4-byte signed integer, then per breakline the six
