@@ -232,6 +232,22 @@ TEST_F(UndoTest, AdditionsComeBackInTheOrderTheyWereLastMade) {
     EXPECT_EQ(Vncs().GetVncAt(1)->GetCoords().start.x, 0.0);
 }
 
+// Removing every breakline outside an event files one step per breakline, as removing them one
+// by one would; undone one by one they come back in their first order. Inside the host's event
+// the whole removal is one step.
+TEST_F(UndoTest, RemovingEveryBreaklineIsAStepEachOutsideAnEventAndOneStepInside) {
+    for (double x : {0.0, 2.0, 4.0}) Vncs().AddNewVnc(Segment(x, x, x + 1, x + 1));
+    const auto stepsBefore = tm.GetUndoCount();
+    ExpectUndoneStepByStep([this] { Vncs().RemoveAllVncs(); });
+    EXPECT_EQ(tm.GetUndoCount(), stepsBefore + 3);
+    ASSERT_TRUE(tm.Undo());
+    ASSERT_TRUE(tm.Undo());
+    ASSERT_TRUE(tm.Undo());
+    ASSERT_EQ(Vncs().GetNoVncs(), 3);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Vncs().GetVncAt(i)->GetCoords().start.x, 2.0 * i);
+    ExpectExactUndo([this] { Vncs().RemoveAllVncs(); });
+}
+
 TEST_F(UndoTest, ContourLineRemovedAddedBackAndChangedIsRestoredBothWays) {
     // Once added back, the line's change mark hides its later changes from the listener.
     CCvLv* line = AddLine(Lines(), 12.0, 0.0);
