@@ -383,10 +383,18 @@ public:
         // contradict the first, which alone counts. The application that made the file stays
         // with it (who surveyed and with what), except this program's own: an export names
         // itself afresh, and would otherwise name itself once more on every round trip.
-        const SurveyElements fileElements = KeptElements(root, [](const pugi::xml_node& child) {
+        SurveyElements fileElements = KeptElements(root, [](const pugi::xml_node& child) {
             return Is(child, "Units") || Is(child, "CoordinateSystem") || Is(child, "Surfaces") ||
                    IsOwnApplication(child);
         });
+        // The surfaces that are not TINs go out again as a group of their own, after this
+        // program's application and before the surfaces it made: passed over again when the
+        // export is read, they come back as the same group.
+        if (!m_passedOverSurfaces.empty()) {
+            std::string group = "<Surfaces>";
+            for (const std::string& surface : m_passedOverSurfaces) group += surface;
+            fileElements.push_back(group + "</Surfaces>");
+        }
         for (TinSurface& surface : surfaces) {
             surface.survey.units = units;
             surface.survey.coordinateSystem = frame;
@@ -575,12 +583,13 @@ private:
         const char* type = definition.attribute("surfType").as_string("TIN");
         if (!definition || !EqualsIgnoringCase(type, "TIN")) {
             // A grid, or a surface known only by its source data, cannot become a network; the
-            // surveyor hears which one was passed over, and why.
+            // surveyor hears which one was passed over, and why, and the export gives it back.
             std::string why = SurfaceWords(element) +
                               (definition ? std::string(" is a ") + type + " surface, not a TIN"
                                           : std::string(" has no Definition"));
-            LeftOut(element, definition ? why + "," : why);
+            LeftOut(element, definition ? why + "," : why, "was kept for export, not imported");
             m_leftOutSurfaces.push_back(std::move(why));
+            m_passedOverSurfaces.push_back(ElementText(element));
             return;
         }
 
@@ -779,9 +788,11 @@ private:
         return words.empty() ? words : " (" + words + ")";
     }
 
-    // Tells the surveyor, when someone listens, that @p element was left out and why.
-    void LeftOut(const pugi::xml_node& element, const std::string& what) const {
-        if (m_warnings) m_warnings->push_back(Error(element, what + " and was left out").what());
+    // Tells the surveyor, when someone listens, that @p element was left out (or what else
+    // became of it: @p outcome) and why.
+    void LeftOut(const pugi::xml_node& element, const std::string& what,
+                 const char* outcome = "was left out") const {
+        if (m_warnings) m_warnings->push_back(Error(element, what + " and " + outcome).what());
     }
 
     // The breaklines of every <Breaklines> group in @p source.
@@ -902,6 +913,8 @@ private:
     std::string m_surfaceName;
     // Why each surface that is not a TIN was passed over, for the error when none is.
     std::vector<std::string> m_leftOutSurfaces;
+    // The XML of each surface passed over, in file order, kept for the export.
+    SurveyElements m_passedOverSurfaces;
     // The point ids of the current surface, for its faces to look up.
     PointIndex m_index;
 };

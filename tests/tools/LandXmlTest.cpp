@@ -729,17 +729,54 @@ TEST(LandXmlTest, BreaklinesAndBoundariesThatCannotBeUsedAreNamedAsLeftOut) {
     EXPECT_TRUE(surfaces.at(0).survey.boundaries.empty());
 }
 
-TEST(LandXmlTest, SurfacesThatAreNotTinsAreNamedAsLeftOut) {
+// A TIN beside a grid and a surface known only by its source data.
+std::string TinBesideSurfacesThatAreNot() {
     std::string text = Tin(kCorners, "<F>1 2 3</F>", "S");
     text.insert(text.find("<Surface name=\"S\""),
-                "\n<Surface name=\"G\"><Definition surfType=\"grid\"/></Surface>\n"
-                "<Surface name=\"D\"><SourceData/></Surface>\n");
+                "\n<Surface name=\"G\"><Definition surfType=\"grid\"><Grid/></Definition>"
+                "</Surface>\n<Surface name=\"D\"><SourceData/></Surface>\n");
+    return text;
+}
+
+TEST(LandXmlTest, SurfacesThatAreNotTinsAreNamedAndKeptForExport) {
+    const std::string text = TinBesideSurfacesThatAreNot();
     EXPECT_EQ(Warnings(text),
-              (Lines{kFile + ": line 2: surface 'G' is a grid surface, not a TIN, and was left out",
-                     kFile + ": line 3: surface 'D' has no Definition and was left out"}));
+              (Lines{kFile + ": line 2: surface 'G' is a grid surface, not a TIN, and was kept "
+                             "for export, not imported",
+                     kFile + ": line 3: surface 'D' has no Definition and was kept for export, "
+                             "not imported"}));
     const std::vector<TinSurface> surfaces = Parse(text);
     ASSERT_EQ(surfaces.size(), 1u);
     EXPECT_EQ(surfaces[0].name, "S");
+    EXPECT_EQ(surfaces[0].survey.fileElements,
+              dtmtool::SurveyElements{
+                  "<Surfaces><Surface name=\"G\"><Definition surfType=\"grid\"><Grid/>"
+                  "</Definition></Surface><Surface name=\"D\"><SourceData/></Surface>"
+                  "</Surfaces>"});
+    EXPECT_EQ(dtmtool::DescribeKeptElements(surfaces[0].survey), "Surfaces");
+}
+
+TEST(LandXmlTest, SurfacesThatAreNotTinsGoOutOnceAndStayPutOverRoundTrips) {
+    std::string text = TinBesideSurfacesThatAreNot();
+    const std::string second = Tin(kCorners, "<F>1 2 3</F>", "T");
+    const std::size_t from = second.find("<Surface ");
+    text.insert(text.find("</Surfaces>"), second.substr(from, second.find("</Surfaces>") - from));
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 2u);
+    const std::string written = dtmtool::LandXmlText(read);
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(written.c_str())) << written;
+    EXPECT_EQ(document.select_nodes("/LandXML/Surfaces").size(), 2u);
+    EXPECT_EQ(document.select_nodes("//Surface[@name='G']/Definition/Grid").size(), 1u);
+    EXPECT_EQ(document.select_nodes("//Surface[@name='D']/SourceData").size(), 1u);
+    EXPECT_EQ(document.select_nodes("//Surface[Definition/@surfType='TIN']").size(), 2u);
+
+    const std::vector<TinSurface> back = Parse(written);
+    ASSERT_EQ(back.size(), 2u);
+    EXPECT_EQ(back[0].survey.fileElements, read[0].survey.fileElements);
+    EXPECT_EQ(back[1].survey.fileElements, read[0].survey.fileElements);
+    const auto body = [](const std::string& xml) { return xml.substr(xml.find("\n  <")); };
+    EXPECT_EQ(body(dtmtool::LandXmlText(back)), body(written));
 }
 
 TEST(LandXmlTest, BoundariesWithoutA3DListAndKeptOnesThatCannotBeReadAreLeftOut) {
