@@ -68,40 +68,37 @@ double EndAngleFromNodes(const double* x, const double* y, int n, double dm, dou
                       e3 * x[n - 3] + e2 * x[n - 2] + e1 * x[n - 1]);
 }
 
-}  // namespace
+// The end tangents of an open line, as angles from +x: from the first and last three nodes when
+// the tension is negative (n ≥ 3), else the slopes given in degrees.
+struct EndAngles {
+    double first;
+    double last;
+};
 
-double ComputeOpenTensionSpline(const double* x, const double* y, int n, double slope1Deg,
-                                double slopeNDeg, double sigma, double* xp, double* yp,
-                                double* chord, double* temp) noexcept {
-    assert(n >= 2);
-    const double d1 = Chord(x[0], y[0], x[1], y[1]);
-    const double dx1 = (x[1] - x[0]) / d1;
-    const double dy1 = (y[1] - y[0]) / d1;
-    chord[0] = d1;
-
-    double angle1 = 0.0;
-    double angleN = 0.0;
-    if (sigma < 0.0 && n == 2) {
-        // Two nodes with derived end tangents: the tangents are the chord itself.
-        xp[0] = yp[0] = xp[1] = yp[1] = 0.0;
-        return std::fabs(sigma) / d1;
-    }
+EndAngles OpenEndAngles(const double* x, const double* y, int n, double d1, double slope1Deg,
+                        double slopeNDeg, double sigma) noexcept {
     if (sigma < 0.0) {
         const double d2 = Chord(x[1], y[1], x[2], y[2]);
         const double dm = Chord(x[n - 3], y[n - 3], x[n - 2], y[n - 2]);
         const double dn = Chord(x[n - 2], y[n - 2], x[n - 1], y[n - 1]);
-        angle1 = StartAngleFromNodes(x, y, d1, d2);
-        angleN = EndAngleFromNodes(x, y, n, dm, dn);
-    } else {
-        // Every caller passes 0: a line of non-negative tension starts and ends tangent to +x.
-        // That is how contour lines have always been drawn, and it is kept.
-        angle1 = slope1Deg * dtm::SPLINE_DEGREES_TO_RADIANS;
-        angleN = slopeNDeg * dtm::SPLINE_DEGREES_TO_RADIANS;
+        return {StartAngleFromNodes(x, y, d1, d2), EndAngleFromNodes(x, y, n, dm, dn)};
     }
+    // Every caller passes 0: a line of non-negative tension starts and ends tangent to +x.
+    // That is how contour lines have always been drawn, and it is kept.
+    return {slope1Deg * dtm::SPLINE_DEGREES_TO_RADIANS, slopeNDeg * dtm::SPLINE_DEGREES_TO_RADIANS};
+}
 
-    // Right-hand sides: the jump of the unit chord direction at each node.
-    xp[0] = dx1 - std::cos(angle1);
-    yp[0] = dy1 - std::sin(angle1);
+// The open system's right-hand sides: the jump of the unit chord direction at each node, the
+// end tangents standing in for the missing chords. Fills chord[0 … n−2] and temp[1 … n−2] with
+// the chords and answers the line's length.
+double OpenRightHandSides(const double* x, const double* y, int n, double d1,
+                          const EndAngles& angles, double* xp, double* yp, double* chord,
+                          double* temp) noexcept {
+    const double dx1 = (x[1] - x[0]) / d1;
+    const double dy1 = (y[1] - y[0]) / d1;
+    chord[0] = d1;
+    xp[0] = dx1 - std::cos(angles.first);
+    yp[0] = dy1 - std::sin(angles.first);
     double arrivingX = dx1;
     double arrivingY = dy1;
     double perimeter = d1;
@@ -117,11 +114,16 @@ double ComputeOpenTensionSpline(const double* x, const double* y, int n, double 
         arrivingX = leavingX;
         arrivingY = leavingY;
     }
-    xp[n - 1] = std::cos(angleN) - arrivingX;
-    yp[n - 1] = std::sin(angleN) - arrivingY;
+    xp[n - 1] = std::cos(angles.last) - arrivingX;
+    yp[n - 1] = std::sin(angles.last) - arrivingY;
+    return perimeter;
+}
 
-    const double sigmap = std::fabs(sigma) * (n - 1) / perimeter;
-
+// Solves the open tridiagonal system in place (xp, yp), one sweep each way. On entry
+// temp[1 … n−2] holds the chords after the first (d1); temp ends as the eliminated
+// off-diagonals.
+void SolveOpenSystem(int n, double d1, double sigmap, double* xp, double* yp,
+                     double* temp) noexcept {
     // Forward elimination.
     SegmentTerms first = TermsOf(d1, sigmap);
     double diag1 = first.diag;
@@ -149,15 +151,13 @@ double ComputeOpenTensionSpline(const double* x, const double* y, int n, double 
         xp[i] -= temp[i] * xp[i + 1];
         yp[i] -= temp[i] * yp[i + 1];
     }
-    return sigmap;
 }
 
-double ComputeClosedTensionSpline(const double* x, const double* y, int m, double sigma, double* xp,
-                                  double* yp, double* chord, double* temp,
-                                  double* corner) noexcept {
-    assert(m >= 2);
-    // Chords and unit directions of all m segments, the last one returning to node 0; the
-    // right-hand side at node i is the leaving direction minus the arriving one.
+// The closed system's right-hand sides: chords and unit directions of all m segments, the last
+// one returning to node 0; at node i the leaving direction minus the arriving one. Answers the
+// perimeter.
+double ClosedRightHandSides(const double* x, const double* y, int m, double* xp, double* yp,
+                            double* chord) noexcept {
     double perimeter = 0.0;
     double arrivingX = 0.0;
     double arrivingY = 0.0;
@@ -180,16 +180,16 @@ double ComputeClosedTensionSpline(const double* x, const double* y, int m, doubl
     }
     xp[0] -= arrivingX;
     yp[0] -= arrivingY;
+    return perimeter;
+}
 
-    const double sigmap = std::fabs(sigma) * m / perimeter;
-
-    // Row i reads a_i·z(i−1) + b_i·z(i) + c_i·z(i+1) = r_i, indices modulo m, with
-    // a_i = spdiag(i−1), b_i = diag(i−1) + diag(i), c_i = spdiag(i). Rows 0 … m−2 are reduced to
-    // z(i) + temp(i)·z(i+1) + corner(i)·z(m−1) = r'(i): row 0's wrap-around term a_0·z(m−1)
-    // starts the corner column, and each later row inherits a multiple of it. Row m−2's own
-    // off-diagonal also falls on column m−1 and is folded into the corner. The last row is then
-    // reduced from left to right against the reduced rows, which leaves one unknown.
-    const SegmentTerms last = TermsOf(chord[m - 1], sigmap);
+// Row i of the cyclic system reads a_i·z(i−1) + b_i·z(i) + c_i·z(i+1) = r_i, indices modulo m,
+// with a_i = spdiag(i−1), b_i = diag(i−1) + diag(i), c_i = spdiag(i). Rows 0 … m−2 are reduced to
+// z(i) + temp(i)·z(i+1) + corner(i)·z(m−1) = r'(i): row 0's wrap-around term a_0·z(m−1) starts
+// the corner column, and each later row inherits a multiple of it. Row m−2's own off-diagonal
+// also falls on column m−1 and is folded into the corner. Answers the terms of segment m−2.
+SegmentTerms ReduceClosedRows(int m, const SegmentTerms& last, const double* chord, double sigmap,
+                              double* xp, double* yp, double* temp, double* corner) noexcept {
     SegmentTerms arriving = last;
     for (int i = 0; i < m - 1; ++i) {
         const SegmentTerms leaving = TermsOf(chord[i], sigmap);
@@ -210,15 +210,20 @@ double ComputeClosedTensionSpline(const double* x, const double* y, int m, doubl
         arriving = leaving;
     }
     corner[m - 2] += temp[m - 2];
+    return arriving;
+}
 
-    // The last row: c(m−1) sits on column 0 and a(m−1) on column m−2 (the same column when
-    // m = 2). `arriving` now holds the terms of segment m−2.
+// The last row is reduced from left to right against the reduced rows, which leaves one
+// unknown, z(m−1); back substitution then gives the others. c(m−1) sits on column 0 and a(m−1)
+// on column m−2 (the same column when m = 2); @p beforeLast holds the terms of segment m−2.
+void SolveClosedLastRow(int m, const SegmentTerms& last, const SegmentTerms& beforeLast, double* xp,
+                        double* yp, const double* temp, const double* corner) noexcept {
     double fill = last.spdiag;
-    double lastDiag = arriving.diag + last.diag;
+    double lastDiag = beforeLast.diag + last.diag;
     double lastX = xp[m - 1];
     double lastY = yp[m - 1];
     for (int j = 0; j < m - 1; ++j) {
-        if (j == m - 2) fill += arriving.spdiag;
+        if (j == m - 2) fill += beforeLast.spdiag;
         lastX -= fill * xp[j];
         lastY -= fill * yp[j];
         lastDiag -= fill * corner[j];
@@ -228,13 +233,44 @@ double ComputeClosedTensionSpline(const double* x, const double* y, int m, doubl
     xp[m - 1] = lastX * lastInverse;
     yp[m - 1] = lastY * lastInverse;
 
-    // Back substitution; row m−2 has no temp term left (it went into the corner).
+    // Row m−2 has no temp term left (it went into the corner).
     xp[m - 2] -= corner[m - 2] * xp[m - 1];
     yp[m - 2] -= corner[m - 2] * yp[m - 1];
     for (int i = m - 3; i >= 0; --i) {
         xp[i] -= temp[i] * xp[i + 1] + corner[i] * xp[m - 1];
         yp[i] -= temp[i] * yp[i + 1] + corner[i] * yp[m - 1];
     }
+}
+
+}  // namespace
+
+double ComputeOpenTensionSpline(const double* x, const double* y, int n, double slope1Deg,
+                                double slopeNDeg, double sigma, double* xp, double* yp,
+                                double* chord, double* temp) noexcept {
+    assert(n >= 2);
+    const double d1 = Chord(x[0], y[0], x[1], y[1]);
+    if (sigma < 0.0 && n == 2) {
+        // Two nodes with derived end tangents: the tangents are the chord itself.
+        chord[0] = d1;
+        xp[0] = yp[0] = xp[1] = yp[1] = 0.0;
+        return std::fabs(sigma) / d1;
+    }
+    const EndAngles angles = OpenEndAngles(x, y, n, d1, slope1Deg, slopeNDeg, sigma);
+    const double perimeter = OpenRightHandSides(x, y, n, d1, angles, xp, yp, chord, temp);
+    const double sigmap = std::fabs(sigma) * (n - 1) / perimeter;
+    SolveOpenSystem(n, d1, sigmap, xp, yp, temp);
+    return sigmap;
+}
+
+double ComputeClosedTensionSpline(const double* x, const double* y, int m, double sigma, double* xp,
+                                  double* yp, double* chord, double* temp,
+                                  double* corner) noexcept {
+    assert(m >= 2);
+    const double perimeter = ClosedRightHandSides(x, y, m, xp, yp, chord);
+    const double sigmap = std::fabs(sigma) * m / perimeter;
+    const SegmentTerms last = TermsOf(chord[m - 1], sigmap);
+    const SegmentTerms beforeLast = ReduceClosedRows(m, last, chord, sigmap, xp, yp, temp, corner);
+    SolveClosedLastRow(m, last, beforeLast, xp, yp, temp, corner);
     return sigmap;
 }
 
