@@ -19,17 +19,19 @@ void ReportContours(const CDtmPrj& prj, const ContourSummary& summary, std::ostr
     out << "project '" << prj.GetName().str()
         << "': " << Counted(summary.lines, "contour line", "contour lines") << " ("
         << Count(summary.closedLines) << " closed) at "
-        << Counted(summary.levels, "elevation", "elevations") << ", "
-        << Counted(summary.labels, "label", "labels") << " of height "
-        << Fixed(summary.textHeight, 2) << "\n";
+        << Counted(summary.levels, "elevation", "elevations") << " (interval "
+        << Exact(summary.interval) << "), " << Counted(summary.labels, "label", "labels")
+        << " of height " << Fixed(summary.textHeight, 2) << "\n";
 }
 
 }  // namespace
 
 int RunContours(const std::string& document, const ContourSettings& settings,
                 const std::string& project, const std::string& output, std::ostream& out) {
-    if (!(settings.interval > 0.0))
-        throw ToolError("the contour interval must be a positive number");
+    if (!(settings.interval >= 0.0))
+        throw ToolError(
+            "the contour interval must be a positive number, or 0 for one chosen "
+            "from the elevations");
     // Writing back over the document is what contours does without -o, so an output that is
     // the document is fine; one that cannot take a file is refused before the work.
     if (!output.empty()) CheckOutputKind(output);
@@ -48,10 +50,11 @@ int RunContours(const std::string& document, const ContourSettings& settings,
     for (CDtmPrj* prj : projects) {
         // The options offer the intervals to the next user of the project (the host's INI keeps
         // them; the document does not).
+        const ContourSettings applied = SettingsFor(*prj, settings);
         COpzCvLv& options = prj->GetCvLvs()->GetOpzCvLv();
-        options.SetInterval1(settings.interval);
-        options.SetInterval2(settings.interval * std::max(1, settings.labelEvery));
-        ReportContours(*prj, MakeContourLines(*prj, settings), out);
+        options.SetInterval1(applied.interval);
+        options.SetInterval2(applied.interval * std::max(1, applied.labelEvery));
+        ReportContours(*prj, MakeContourLines(*prj, applied), out);
     }
     const std::string target = output.empty() ? document : output;
     SaveDocument(workspace, target);

@@ -46,6 +46,21 @@ constexpr double kMinimumLineInLabelLengths = 4.0;
 constexpr double kMinimumNodeSpacingShare = 0.05;
 // Candidate label positions tried on either side of the even spacing, to find a straight part.
 constexpr int kLabelCandidatesEachSide = 4;
+// A chosen interval gives at most about this many levels: enough to read the shape of the
+// ground on a drawing of the whole network, few enough to leave room between the lines.
+constexpr double kLevelsOfAChosenInterval = 20.0;
+
+// The smallest of 1, 2, 2.5 and 5 times a power of ten that is at least @p wanted (positive and
+// finite). A power below 1 divides, so that 0.25 is the double nearest to a quarter.
+double RoundStepAtLeast(double wanted) {
+    const double exponent = std::floor(std::log10(wanted));
+    const double power = std::pow(10.0, std::fabs(exponent));
+    for (const double mantissa : {1.0, 2.0, 2.5, 5.0}) {
+        const double step = exponent < 0.0 ? mantissa / power : mantissa * power;
+        if (step >= wanted) return step;
+    }
+    return exponent < 0.0 ? 10.0 / power : 10.0 * power;
+}
 
 // The larger side of the network's plan box; 0 for a network without one.
 double PlanExtent(const CTris& tris) {
@@ -179,6 +194,22 @@ void SetLabelText(CCvLvs& lines, double textHeight, double interval) {
 
 }  // namespace
 
+double ChosenInterval(double minZ, double maxZ) {
+    const double range = maxZ - minZ;
+    if (!(range > 0.0) || !std::isfinite(range)) return 1.0;
+    const double magnitude = std::max(std::fabs(minZ), std::fabs(maxZ));
+    return RoundStepAtLeast(
+        std::max(range / kLevelsOfAChosenInterval, 2.0 * magnitude / kLevelNumberLimit));
+}
+
+ContourSettings SettingsFor(const CDtmPrj& prj, const ContourSettings& settings) {
+    ContourSettings applied = settings;
+    if (applied.interval == 0.0)
+        applied.interval =
+            ChosenInterval(prj.GetTris()->GetMinQuota(), prj.GetTris()->GetMaxQuota());
+    return applied;
+}
+
 bool IsIndexLevel(double elevation, const ContourSettings& settings) {
     if (settings.labelEvery <= 0) return false;
     const double step = settings.interval * settings.labelEvery;
@@ -187,16 +218,18 @@ bool IsIndexLevel(double elevation, const ContourSettings& settings) {
 }
 
 void CheckContourSettings(const CDtmPrj& prj, const ContourSettings& settings) {
-    LevelsFor(prj, settings);
+    LevelsFor(prj, SettingsFor(prj, settings));
     TextHeightFor(prj, settings);
 }
 
-ContourSummary MakeContourLines(CDtmPrj& prj, const ContourSettings& settings) {
+ContourSummary MakeContourLines(CDtmPrj& prj, const ContourSettings& asked) {
     CTris& tris = *prj.GetTris();
     CCvLvs& lines = *prj.GetCvLvs();
+    const ContourSettings settings = SettingsFor(prj, asked);
     ContourSummary summary;
     const std::vector<double> levels = LevelsFor(prj, settings);
     summary.levels = levels.size();
+    summary.interval = settings.interval;
     summary.textHeight = TextHeightFor(prj, settings);
     // A tension of exactly 0 has no meaning for the spline; the INI default (-1) is used then.
     const double tension =

@@ -11,8 +11,9 @@ namespace dtmtool {
 
 /// How the contour lines are made.
 struct ContourSettings {
-    /// Elevation between two neighbouring lines.
-    double interval = 1.0;
+    /// Elevation between two neighbouring lines; 0 lets the tool choose a round one from the
+    /// network's elevations (see ChosenInterval).
+    double interval = 0.0;
     /// Every labelEvery-th line (counted on whole multiples of the interval) is an index line:
     /// it carries labels and is drawn heavier.
     int labelEvery = 5;
@@ -28,8 +29,18 @@ struct ContourSummary {
     std::size_t lines = 0;
     std::size_t closedLines = 0;
     std::size_t labels = 0;
+    double interval = 0.0;
     double textHeight = 0.0;
 };
+
+/// The interval chosen for elevations from @p minZ to @p maxZ when the caller names none: the
+/// smallest round one (1, 2, 2.5 or 5 times a power of ten) that gives at most about 20 levels
+/// over the range, and never one so small against the elevations that their multiples stop
+/// stepping by one. 1 when there is no range (no elevations, or a flat network).
+double ChosenInterval(double minZ, double maxZ);
+
+/// @p settings as they apply to @p prj: the interval asked for, or the chosen one.
+ContourSettings SettingsFor(const CDtmPrj& prj, const ContourSettings& settings);
 
 /// True when @p elevation is an index line of @p settings (a multiple of labelEvery times the
 /// interval, to a tolerance that absorbs the rounding of the elevation's own product).

@@ -175,8 +175,11 @@ void AddDrawingCommands(CLI::App& app, Command& command, Arguments& a) {
     CLI::App* contours = app.add_subcommand(
         "contours", "Trace, smooth, label and store contour lines in the document");
     contours->add_option("DOC.dtm", a.input, "Document")->required();
-    contours->add_option("--interval", a.contours.interval, "Elevation between lines")
-        ->required()
+    // Left out, the interval stays 0, which asks for a round one chosen from each project's
+    // elevations.
+    contours
+        ->add_option("--interval", a.contours.interval,
+                     "Elevation between lines (default: a round one giving 10 to 20 steps)")
         ->check(PositiveNumber());
     contours
         ->add_option("--index-every", a.contours.labelEvery,

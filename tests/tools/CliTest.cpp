@@ -538,6 +538,16 @@ TEST_F(CliTest, AProfileAtLargeCoordinatesWritesEachCrossingOnce) {
     }
 }
 
+TEST_F(CliTest, ContoursWithoutAnIntervalTakeARoundOneAndSayWhich) {
+    Import();
+    const CliResult contours = RunDtm({"contours", "survey.dtm"}, folder.Path());
+    ASSERT_EQ(contours.status, 0) << contours.err;
+    // The plane rises from about 210 to about 211.4: a tenth gives 14 or 15 levels.
+    EXPECT_NE(contours.out.find("elevations (interval 0.1), "), std::string::npos) << contours.out;
+    const CliResult given = RunDtm({"contours", "survey.dtm", "--interval", "0.25"}, folder.Path());
+    EXPECT_NE(given.out.find("elevations (interval 0.25), "), std::string::npos) << given.out;
+}
+
 TEST_F(CliTest, ContoursAreStoredInTheDocumentAndRendered) {
     Import();
     const CliResult contours = RunDtm(
@@ -704,7 +714,6 @@ TEST_F(CliTest, EveryUsageErrorIsOneLineThatNamesWhatIsWrong) {
         {{"elev", "survey.dtm", "--bogus"}, "unknown option '--bogus' for 'elev'"},
         {{"import", "a.xml", "b.xml", "-o", "c.dtm"}, "unexpected argument 'b.xml' for 'import'"},
         {{"import", "survey.xml"}, "--output is required"},
-        {{"contours", "survey.dtm"}, "--interval is required"},
         {{"contours", "survey.dtm", "--interval"}, "--interval needs a value"},
         {{"contours", "survey.dtm", "--interval", "1", "--interval", "2"},
          "--interval is given more than once"},

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
 #include <set>
 #include <stdexcept>
 
@@ -280,6 +281,85 @@ TEST(ContourLinesTest, ALineCarriesAtMostThreeHundredLabels) {
         EXPECT_GT(line.GetIntervalAt(line.GetNoIntervals() - 1)->GetEnd(), 0.99 * length);
     }
     EXPECT_EQ(most, 300u);
+}
+
+// The round steps, 1, 2, 2.5 and 5 times a power of ten, found here from their mantissa.
+bool IsRoundStep(double step) {
+    const double mantissa = step / std::pow(10.0, std::floor(std::log10(step)));
+    for (const double round : {1.0, 2.0, 2.5, 5.0, 10.0})
+        if (std::fabs(mantissa - round) < 1e-9 * round) return true;
+    return false;
+}
+
+// The round step just below @p step.
+double RoundStepBelow(double step) {
+    const double power = std::pow(10.0, std::floor(std::log10(step) + 1e-9));
+    const double mantissa = std::round(step / power * 10.0) / 10.0;
+    if (mantissa >= 5.0) return 2.5 * power;
+    if (mantissa >= 2.5) return 2.0 * power;
+    if (mantissa >= 2.0) return 1.0 * power;
+    return 0.5 * power;
+}
+
+TEST(ContourLinesTest, AChosenIntervalIsTheSmallestRoundOneGivingTwentyStepsAtMost) {
+    EXPECT_EQ(dtmtool::ChosenInterval(14.817, 22.815), 0.5);
+    EXPECT_EQ(dtmtool::ChosenInterval(0.0, 100.0), 5.0);
+    EXPECT_EQ(dtmtool::ChosenInterval(0.0, 20.0), 1.0);
+    EXPECT_EQ(dtmtool::ChosenInterval(0.0, 21.0), 2.0);
+    EXPECT_EQ(dtmtool::ChosenInterval(0.0, 45.0), 2.5);
+    EXPECT_EQ(dtmtool::ChosenInterval(0.0, 0.3), 0.02);
+    EXPECT_EQ(dtmtool::ChosenInterval(-3.0, 2.0), 0.25);
+    EXPECT_EQ(dtmtool::ChosenInterval(0.0, 1e6), 50000.0);
+
+    std::mt19937_64 random(7);
+    std::uniform_real_distribution<double> exponent(-6.0, 6.0);
+    std::uniform_real_distribution<double> share(0.0, 1.0);
+    for (int i = 0; i < 2000; ++i) {
+        const double range = std::pow(10.0, exponent(random));
+        const double low = (share(random) - 0.5) * 1000.0 * range;
+        const double step = dtmtool::ChosenInterval(low, low + range);
+        SCOPED_TRACE(testing::Message() << "range " << range << " from " << low);
+        EXPECT_TRUE(IsRoundStep(step)) << step;
+        EXPECT_GE(step * 20.0, range * (1.0 - 1e-12));
+        EXPECT_LT(RoundStepBelow(step) * 20.0, range * (1.0 + 1e-12));
+        const std::size_t levels = dtmtool::ContourLevels(low, low + range, step).size();
+        EXPECT_GE(levels, 9u);
+        EXPECT_LE(levels, 21u);
+    }
+}
+
+TEST(ContourLinesTest, WithoutARangeTheChosenIntervalIsOneAndItIsNeverTooSmall) {
+    EXPECT_EQ(dtmtool::ChosenInterval(5.0, 5.0), 1.0);
+    EXPECT_EQ(dtmtool::ChosenInterval(1e300, -1e300), 1.0);  // no elevations at all
+    EXPECT_EQ(dtmtool::ChosenInterval(std::nan(""), 1.0), 1.0);
+    // Elevations that differ in their last digits only: the interval keeps the levels'
+    // multiples stepping by one, so the lines it asks for can be made.
+    const double low = 1000.0;
+    const double high = std::nextafter(std::nextafter(low, 2000.0), 2000.0);
+    const double step = dtmtool::ChosenInterval(low, high);
+    EXPECT_GT(step, 0.0);
+    EXPECT_NO_THROW(dtmtool::ContourLevels(low, high, step));
+    EXPECT_NO_THROW(dtmtool::ContourLevels(-1e300, 1e300, dtmtool::ChosenInterval(-1e300, 1e300)));
+}
+
+TEST(ContourLinesTest, AnIntervalLeftAtZeroIsChosenFromTheProjectsElevations) {
+    Workspace workspace;
+    CDtmPrj& prj = ConeProject(workspace);
+    const CTris& tris = *prj.GetTris();
+    const double chosen = dtmtool::ChosenInterval(tris.GetMinQuota(), tris.GetMaxQuota());
+    EXPECT_EQ(dtmtool::SettingsFor(prj, ContourSettings{0.0, 2, 0.4}).interval, chosen);
+    EXPECT_EQ(dtmtool::SettingsFor(prj, ContourSettings{0.3, 2, 0.4}).interval, 0.3);
+    const dtmtool::ContourSummary summary = MakeContourLines(prj, ContourSettings{0.0, 2, 0.4});
+    EXPECT_EQ(summary.interval, chosen);
+    EXPECT_EQ(summary.levels,
+              dtmtool::ContourLevels(tris.GetMinQuota(), tris.GetMaxQuota(), chosen).size());
+    // The lines stand at multiples of the chosen interval.
+    const CCvLvs& lines = *prj.GetCvLvs();
+    ASSERT_GT(lines.GetNoCvLvs(), 0u);
+    for (unsigned i = 0; i < lines.GetNoCvLvs(); ++i) {
+        const double ratio = lines.GetCvLvAt(i)->GetQuota() / chosen;
+        EXPECT_NEAR(ratio, std::round(ratio), 1e-9);
+    }
 }
 
 }  // namespace
