@@ -21,8 +21,10 @@ int RunDemo(const std::string& folder, std::ostream& out);
 /// "dtm import": one project per TIN surface of @p landXml, saved as the document @p output.
 int RunImport(const std::string& landXml, const std::string& output, std::ostream& out);
 
-/// "dtm export": every project of @p document as a surface of the LandXML file @p output.
-int RunExport(const std::string& document, const std::string& output, std::ostream& out);
+/// "dtm export": every project of @p document, or the one called @p project, as a surface of
+/// the LandXML file @p output.
+int RunExport(const std::string& document, const std::string& project, const std::string& output,
+              std::ostream& out);
 
 /// "dtm info": what the document holds.
 int RunInfo(const std::string& document, std::ostream& out);

@@ -3,6 +3,7 @@
 
 #include <iostream>
 #include <ostream>
+#include <utility>
 
 #include "AtomicFile.h"
 #include "Commands.h"
@@ -11,6 +12,7 @@
 #include "SurfaceMeasures.h"
 #include "SurfaceProject.h"
 #include "TextFormat.h"
+#include "ToolError.h"
 #include "Workspace.h"
 
 namespace dtmtool {
@@ -105,6 +107,18 @@ void ReportImport(const TinSurface& surface, const CDtmPrj& prj, std::ostream& o
     out << "\n";
 }
 
+// What the LandXML file of @p surfaces states once for all of them. Projects in different units
+// or coordinate systems cannot share a file, but each can have one of its own.
+std::pair<SurveyUnits, SurveyAttributes> SharedFileFacts(const std::vector<TinSurface>& surfaces,
+                                                         const std::string& document) {
+    try {
+        return {UnitsOfSurfaces(surfaces, document),
+                CoordinateSystemOfSurfaces(surfaces, document)};
+    } catch (const ToolError& error) {
+        throw ToolError(std::string(error.what()) + ": export them one at a time with --project");
+    }
+}
+
 }  // namespace
 
 int RunImport(const std::string& landXml, const std::string& output, std::ostream& out) {
@@ -124,23 +138,22 @@ int RunImport(const std::string& landXml, const std::string& output, std::ostrea
     return 0;
 }
 
-int RunExport(const std::string& document, const std::string& output, std::ostream& out) {
+int RunExport(const std::string& document, const std::string& project, const std::string& output,
+              std::ostream& out) {
     CheckOutput(document, output);
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
     LoadDocument(workspace, document);
     std::vector<TinSurface> surfaces;
-    for (unsigned int i = 0; i < workspace.Library().GetNoPrj(); ++i) {
-        const CDtmPrj& prj = *workspace.Library().GetPrj(i);
-        surfaces.push_back(SurfaceOfProject(prj, FindSurveyRecord(workspace.Surveys(), prj)));
-    }
-    const SurveyUnits units = UnitsOfSurfaces(surfaces, document);
+    for (const CDtmPrj* prj : workspace.Projects(project, document))
+        surfaces.push_back(SurfaceOfProject(*prj, FindSurveyRecord(workspace.Surveys(), *prj)));
+    const auto [units, coordinateSystem] = SharedFileFacts(surfaces, document);
     // Writing units the document does not know would be a guess that moves every coordinate
     // if it is wrong; the file goes out without them and the surveyor is told.
     if (!units.IsKnown())
         std::cerr << "dtm: warning: " << document << ": the document does not record its units, "
                   << "so " << output << " states none\n";
-    WriteLandXml(output, surfaces, units, CoordinateSystemOfSurfaces(surfaces, document));
+    WriteLandXml(output, surfaces, units, coordinateSystem);
     for (const TinSurface& surface : surfaces) {
         const std::size_t hidden = surface.survey.hiddenFaces.size();
         out << "project '" << surface.name

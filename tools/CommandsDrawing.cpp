@@ -38,12 +38,7 @@ int RunContours(const std::string& document, const ContourSettings& settings,
     Workspace workspace;
     UndoSuspension quiet(workspace.Undo());
     LoadDocument(workspace, document);
-    CLibDtm& library = workspace.Library();
-    std::vector<CDtmPrj*> projects;
-    if (!project.empty())
-        projects.push_back(&workspace.FindProject(project, document));
-    else
-        for (unsigned int i = 0; i < library.GetNoPrj(); ++i) projects.push_back(library.GetPrj(i));
+    const std::vector<CDtmPrj*> projects = workspace.Projects(project, document);
     // Every project is checked before the first is worked on, so that a refused request costs
     // no tracing and changes nothing.
     for (const CDtmPrj* prj : projects) CheckContourSettings(*prj, settings);

@@ -28,4 +28,12 @@ CDtmPrj& Workspace::FindProject(const std::string& name, const std::string& file
     return *found;
 }
 
+std::vector<CDtmPrj*> Workspace::Projects(const std::string& name, const std::string& file) const {
+    if (!name.empty()) return {&FindProject(name, file)};
+    std::vector<CDtmPrj*> projects;
+    for (unsigned int i = 0; i < m_library->GetNoPrj(); ++i)
+        projects.push_back(m_library->GetPrj(i));
+    return projects;
+}
+
 }  // namespace dtmtool

@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "SurveyRecord.h"
 
@@ -40,6 +41,10 @@ public:
     /// The project called @p name (ignoring case); with an empty @p name the active project, or
     /// the first one. Throws ToolError naming @p file when there is no such project.
     CDtmPrj& FindProject(const std::string& name, const std::string& file) const;
+
+    /// The project called @p name (as FindProject), or with an empty @p name every project in
+    /// the library's order: what a command given `--project`, or not, works on.
+    std::vector<CDtmPrj*> Projects(const std::string& name, const std::string& file) const;
 
 private:
     kor::CChangeTransactionManager m_undo;

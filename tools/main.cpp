@@ -109,8 +109,10 @@ void AddDocumentCommands(CLI::App& app, Command& command, Arguments& a) {
     CLI::App* exporter = app.add_subcommand("export", "Write the projects as LandXML surfaces");
     exporter->add_option("DOC.dtm", a.input, "Document")->required();
     exporter->add_option("-o,--output", a.output, "LandXML file to write")->required();
-    exporter->callback(
-        [&] { command = [&] { return dtmtool::RunExport(a.input, a.output, std::cout); }; });
+    exporter->add_option("--project", a.project, "Only this project");
+    exporter->callback([&] {
+        command = [&] { return dtmtool::RunExport(a.input, a.project, a.output, std::cout); };
+    });
 
     CLI::App* info = app.add_subcommand("info", "Describe what a document holds");
     info->add_option("DOC.dtm", a.input, "Document")->required();

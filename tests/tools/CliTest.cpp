@@ -287,6 +287,40 @@ TEST_F(CliTest, ContouringKeepsTheSurveyRecordForALaterExport) {
               dtmtool::ReadLandXml(folder.File("survey.xml"))[0].survey.pointIds);
 }
 
+// Projects in different units cannot share a LandXML file; each can go out alone.
+TEST_F(CliTest, ExportOfOneProjectTakesItAloneWhateverTheOthersUnits) {
+    dtmtool::TinSurface metric = PlaneSurface("Metric");
+    metric.survey.units = {"Metric", {{"linearUnit", "meter"}}};
+    dtmtool::TinSurface imperial = PlaneSurface("Imperial");
+    imperial.survey.units = {"Imperial", {{"linearUnit", "USSurveyFoot"}}};
+    {
+        dtmtool::Workspace workspace;
+        dtmtool::AddSurfaceProject(workspace, metric);
+        dtmtool::AddSurfaceProject(workspace, imperial);
+        dtmtool::SaveDocument(workspace, folder.File("mixed.dtm"));
+    }
+    ExpectFailure(RunDtm({"export", "mixed.dtm", "-o", "both.xml"}, folder.Path()), "mixed.dtm",
+                  "projects 'Metric' and 'Imperial' are in different units (Metric, linearUnit "
+                  "meter; Imperial, linearUnit USSurveyFoot), and a LandXML file has one set of "
+                  "units: export them one at a time with --project",
+                  Names{"mixed.dtm", "survey.xml"});
+
+    const CliResult one =
+        RunDtm({"export", "mixed.dtm", "--project", "IMPERIAL", "-o", "one.xml"}, folder.Path());
+    ASSERT_EQ(one.status, 0) << one.err;
+    EXPECT_EQ(one.out.substr(0, one.out.find(':')), "project 'Imperial'");
+    EXPECT_EQ(one.out.substr(one.out.find('\n')), "\nsaved one.xml\n");
+    const std::vector<dtmtool::TinSurface> read = dtmtool::ReadLandXml(folder.File("one.xml"));
+    ASSERT_EQ(read.size(), 1u);
+    EXPECT_EQ(read[0].name, "Imperial");
+    EXPECT_EQ(read[0].survey.units, imperial.survey.units);
+    EXPECT_EQ(read[0].points.size(), imperial.points.size());
+
+    ExpectFailure(
+        RunDtm({"export", "mixed.dtm", "--project", "Grid", "-o", "x.xml"}, folder.Path()),
+        "mixed.dtm", "holds no project called 'Grid'", Names{"mixed.dtm", "one.xml", "survey.xml"});
+}
+
 TEST_F(CliTest, ExportOfADocumentWithoutUnitsWarnsAndStatesNone) {
     // A document written without a survey record, as one from before records were kept.
     {
