@@ -43,9 +43,9 @@ int RunContours(const std::string& document, const ContourSettings& settings,
     // no tracing and changes nothing.
     for (const CDtmPrj* prj : projects) CheckContourSettings(*prj, settings);
     for (CDtmPrj* prj : projects) {
+        const ContourSettings applied = SettingsFor(*prj, settings);
         // The options offer the intervals to the next user of the project (the host's INI keeps
         // them; the document does not).
-        const ContourSettings applied = SettingsFor(*prj, settings);
         COpzCvLv& options = prj->GetCvLvs()->GetOpzCvLv();
         options.SetInterval1(applied.interval);
         options.SetInterval2(applied.interval * std::max(1, applied.labelEvery));

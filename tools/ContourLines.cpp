@@ -49,6 +49,8 @@ constexpr int kLabelCandidatesEachSide = 4;
 // A chosen interval gives at most about this many levels: enough to read the shape of the
 // ground on a drawing of the whole network, few enough to leave room between the lines.
 constexpr double kLevelsOfAChosenInterval = 20.0;
+// The smallest interval chosen, for elevations that differ by less.
+constexpr double kSmallestChosenStep = 1e-300;
 
 // The smallest of 1, 2, 2.5 and 5 times a power of ten that is at least @p wanted (positive and
 // finite). A power below 1 divides, so that 0.25 is the double nearest to a quarter.
@@ -195,11 +197,13 @@ void SetLabelText(CCvLvs& lines, double textHeight, double interval) {
 }  // namespace
 
 double ChosenInterval(double minZ, double maxZ) {
-    const double range = maxZ - minZ;
-    if (!(range > 0.0) || !std::isfinite(range)) return 1.0;
+    // Half the range, which stays finite for any two finite elevations.
+    const double halfRange = maxZ / 2.0 - minZ / 2.0;
+    if (!(halfRange > 0.0) || !std::isfinite(halfRange)) return 1.0;
     const double magnitude = std::max(std::fabs(minZ), std::fabs(maxZ));
-    return RoundStepAtLeast(
-        std::max(range / kLevelsOfAChosenInterval, 2.0 * magnitude / kLevelNumberLimit));
+    // Below about 1e-300 the powers of ten the round steps are made from are out of reach.
+    return RoundStepAtLeast(std::max({halfRange / (kLevelsOfAChosenInterval / 2.0),
+                                      magnitude / (kLevelNumberLimit / 2.0), kSmallestChosenStep}));
 }
 
 ContourSettings SettingsFor(const CDtmPrj& prj, const ContourSettings& settings) {

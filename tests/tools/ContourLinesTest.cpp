@@ -339,7 +339,13 @@ TEST(ContourLinesTest, WithoutARangeTheChosenIntervalIsOneAndItIsNeverTooSmall) 
     const double step = dtmtool::ChosenInterval(low, high);
     EXPECT_GT(step, 0.0);
     EXPECT_NO_THROW(dtmtool::ContourLevels(low, high, step));
-    EXPECT_NO_THROW(dtmtool::ContourLevels(-1e300, 1e300, dtmtool::ChosenInterval(-1e300, 1e300)));
+    // The widest range a double holds, and the narrowest whose half it holds.
+    const double most = std::numeric_limits<double>::max();
+    EXPECT_EQ(dtmtool::ChosenInterval(-most, most), 2e307);
+    EXPECT_EQ(dtmtool::ContourLevels(-most, most, 2e307).size(), 17u);
+    const double least = 2.0 * std::numeric_limits<double>::denorm_min();
+    EXPECT_EQ(dtmtool::ChosenInterval(0.0, least), 1e-300);
+    EXPECT_EQ(dtmtool::ContourLevels(0.0, least, 1e-300).size(), 1u);
 }
 
 TEST(ContourLinesTest, AnIntervalLeftAtZeroIsChosenFromTheProjectsElevations) {
