@@ -347,6 +347,8 @@ void AddSurveyFacts(dtmtool::TinSurface& surface) {
     surface.survey.surfaceElements = {"<Feature code=\"superficie\"/>"};
     surface.survey.fileElements = {
         "<Project name=\"Rilievo\"><Feature code=\"c\" xmlns:q=\"urn:q\" q:v=\"1\"/></Project>"};
+    surface.survey.groupAttributes = {{"name", "Rilievi"}};
+    surface.survey.groupElements = {"<Feature code=\"gruppo\"/>"};
     // A hidden triangle and a hidden four-sided face over the first points.
     if (surface.points.size() >= 4) surface.survey.hiddenFaces = {{2, 1, 0}, {0, 1, 3, 2}};
 }

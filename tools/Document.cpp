@@ -48,6 +48,7 @@ constexpr std::uint16_t kSurveyFormatWithSurface = 3;
 constexpr std::uint16_t kSurveyFormatWithPoints = 4;
 constexpr std::uint16_t kSurveyFormatWithCoordinateSystem = 5;
 constexpr std::uint16_t kSurveyFormatWithElements = 6;
+constexpr std::uint16_t kSurveyFormatWithGroup = 7;
 // Tag, payload length, checksum.
 constexpr std::size_t kBlockHeaderSize = 4 + 8 + 4;
 constexpr std::uint32_t kFlagVisible = 1;
@@ -154,6 +155,8 @@ void AppendHiddenFace(std::vector<char>& bytes, const std::vector<int>& corners)
 }
 
 std::uint16_t SurveyFormatOf(const SurveyRecord& record) {
+    if (!record.groupAttributes.empty() || !record.groupElements.empty())
+        return kSurveyFormatWithGroup;
     if (record.HoldsElements()) return kSurveyFormatWithElements;
     if (!record.coordinateSystem.empty()) return kSurveyFormatWithCoordinateSystem;
     if (!record.pointAttributes.empty()) return kSurveyFormatWithPoints;
@@ -201,6 +204,10 @@ void AppendSurveyRecord(std::vector<char>& bytes, const SurveyRecord& record) {
         for (const SurveyElements* elements :
              {&record.sourceElements, &record.surfaceElements, &record.fileElements})
             AppendElements(bytes, *elements);
+    }
+    if (format >= kSurveyFormatWithGroup) {
+        AppendAttributes(bytes, record.groupAttributes);
+        AppendElements(bytes, record.groupElements);
     }
     block.Close();
 }
@@ -516,9 +523,11 @@ SurveyElements ReadElements(FieldReader& fields, const DocumentReader& document,
     return elements;
 }
 
-// The kept elements of a record of layout 6, which has at least one.
+// The kept elements of a record of layout 6, which has at least one, and from layout 7 on the
+// record's group of surfaces, which has an attribute or an element (a record without either
+// takes an earlier layout, so that every record has one encoding).
 void ReadAllElements(FieldReader& fields, const DocumentReader& document, const std::string& what,
-                     SurveyRecord& record) {
+                     std::uint16_t format, SurveyRecord& record) {
     for (SurveyBreakline& line : record.breaklines)
         line.elements = ReadElements(fields, document, what);
     for (SurveyBoundary& boundary : record.boundaries)
@@ -526,7 +535,16 @@ void ReadAllElements(FieldReader& fields, const DocumentReader& document, const 
     for (SurveyElements* elements :
          {&record.sourceElements, &record.surfaceElements, &record.fileElements})
         *elements = ReadElements(fields, document, what);
-    if (!record.HoldsElements()) throw document.Damaged(what + " holds no kept element");
+    if (format >= kSurveyFormatWithGroup) {
+        record.groupAttributes = ReadAttributes(fields);
+        record.groupElements = ReadElements(fields, document, what);
+        if (record.groupAttributes.empty() && record.groupElements.empty())
+            throw document.Damaged(what +
+                                   " holds a group of surfaces without attributes or "
+                                   "elements");
+    } else if (!record.HoldsElements()) {
+        throw document.Damaged(what + " holds no kept element");
+    }
 }
 
 // Reads the survey record of @p prj; a record of a later layout is skipped, and said so in
@@ -535,11 +553,12 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
                       SurveyRecords& surveys, std::vector<std::string>& skipped) {
     FieldReader fields(document.ReadBlock(kSurveyTag, what), document, what);
     const std::uint16_t format = fields.Read<std::uint16_t>();
-    if (format < kSurveyFormat || format > kSurveyFormatWithElements) {
+    if (format < kSurveyFormat || format > kSurveyFormatWithGroup) {
         skipped.push_back(what + " has layout " + std::to_string(format) +
                           ", which this program does not know; the survey facts in it (units, "
-                          "coordinate system, point ids, surface, point, breakline and boundary "
-                          "attributes, hidden faces, elements kept for export) were left out");
+                          "coordinate system, point ids, surface group, surface, point, breakline "
+                          "and boundary attributes, hidden faces, elements kept for export) were "
+                          "left out");
         return;
     }
     SurveyRecord record;
@@ -574,7 +593,8 @@ void ReadSurveyRecord(const CDtmPrj& prj, DocumentReader& document, const std::s
         if (format == kSurveyFormatWithCoordinateSystem && record.coordinateSystem.empty())
             throw document.Damaged(what + " holds a coordinate system without attributes");
     }
-    if (format >= kSurveyFormatWithElements) ReadAllElements(fields, document, what, record);
+    if (format >= kSurveyFormatWithElements)
+        ReadAllElements(fields, document, what, format, record);
     fields.ExpectEnd();
     surveys[&prj] = std::move(record);
 }

@@ -619,6 +619,11 @@ private:
         // A second definition is not read; like a second set of units, it would contradict the
         // first.
         surface.survey.surfaceElements = KeptElements(element, {"Definition", "SourceData"});
+        // The group's name and features belong to each of its surfaces: projects of one group
+        // exported together go out in one group again, named as it was.
+        const pugi::xml_node group = element.parent();
+        surface.survey.groupAttributes = ReadAttributes(group);
+        surface.survey.groupElements = KeptElements(group, {"Surface"});
         surfaces.push_back(std::move(surface));
     }
 

@@ -294,15 +294,39 @@ Fact SharedFileFact(const std::vector<TinSurface>& surfaces, const std::string& 
     return first ? first->survey.*fact : Fact{};
 }
 
-// The elements the files of @p surfaces kept at their top level, each once, in the order of the
-// surfaces: surfaces of one file all keep the same ones.
-SurveyElements FileElementsOfSurfaces(const std::vector<TinSurface>& surfaces) {
+// The elements that @p surfaces keep at one level above them (@p level: the file's top level,
+// their <Surfaces> group), each once, in the order of the surfaces: surfaces of one file or
+// group all keep the same ones.
+SurveyElements ElementsAbove(const std::vector<TinSurface>& surfaces,
+                             SurveyElements SurveyRecord::*level) {
     SurveyElements elements;
     for (const TinSurface& surface : surfaces)
-        for (const std::string& element : surface.survey.fileElements)
+        for (const std::string& element : surface.survey.*level)
             if (std::find(elements.begin(), elements.end(), element) == elements.end())
                 elements.push_back(element);
     return elements;
+}
+
+// The attributes of the one <Surfaces> group an export writes: those that every surface which
+// knows its group's gives it alike (projects of one group keep its name; projects of groups
+// named differently share no name, and the group goes out without one).
+SurveyAttributes GroupAttributesOfSurfaces(const std::vector<TinSurface>& surfaces) {
+    const TinSurface* first = nullptr;
+    for (const TinSurface& surface : surfaces)
+        if (!surface.survey.groupAttributes.empty()) {
+            first = &surface;
+            break;
+        }
+    if (!first) return {};
+    SurveyAttributes shared;
+    for (const auto& attribute : first->survey.groupAttributes) {
+        const auto holds = [&attribute](const TinSurface& surface) {
+            const SurveyAttributes& own = surface.survey.groupAttributes;
+            return own.empty() || std::find(own.begin(), own.end(), attribute) != own.end();
+        };
+        if (std::all_of(surfaces.begin(), surfaces.end(), holds)) shared.push_back(attribute);
+    }
+    return shared;
 }
 
 }  // namespace
@@ -337,8 +361,10 @@ std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUni
     WriteCoordinateSystem(xml, coordinateSystem);
     xml << "  <Application name=\"" << kApplicationName << "\" manufacturer=\"" << kApplicationName
         << "\"/>\n";
-    WriteElementLines(xml, FileElementsOfSurfaces(surfaces), "  ");
-    xml << "  <Surfaces>\n";
+    WriteElementLines(xml, ElementsAbove(surfaces, &SurveyRecord::fileElements), "  ");
+    xml << "  <Surfaces";
+    WriteAttributes(xml, GroupAttributesOfSurfaces(surfaces));
+    xml << ">\n";
     for (const TinSurface& surface : surfaces) {
         xml << "    <Surface name=\"" << XmlEscaped(surface.name) << "\"";
         WriteAttributes(xml, surface.survey.surfaceAttributes);
@@ -348,6 +374,7 @@ std::string LandXmlText(const std::vector<TinSurface>& surfaces, const SurveyUni
         WriteElementLines(xml, surface.survey.surfaceElements, "      ");
         xml << "    </Surface>\n";
     }
+    WriteElementLines(xml, ElementsAbove(surfaces, &SurveyRecord::groupElements), "    ");
     xml << "  </Surfaces>\n</LandXML>\n";
     progress.Finish();
     return xml.Take();

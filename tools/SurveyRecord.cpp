@@ -89,7 +89,7 @@ bool SurveyRecord::BoundariesFollow(std::size_t external, std::size_t internal) 
 bool SurveyRecord::HoldsElements() const noexcept {
     const auto holds = [](const auto& item) { return !item.elements.empty(); };
     return !sourceElements.empty() || !surfaceElements.empty() || !fileElements.empty() ||
-           std::any_of(breaklines.begin(), breaklines.end(), holds) ||
+           !groupElements.empty() || std::any_of(breaklines.begin(), breaklines.end(), holds) ||
            std::any_of(boundaries.begin(), boundaries.end(), holds);
 }
 
@@ -118,6 +118,7 @@ std::string DescribeKeptElements(const SurveyRecord& record) {
         }
     };
     count(record.fileElements);
+    count(record.groupElements);
     count(record.surfaceElements);
     count(record.sourceElements);
     for (const SurveyBoundary& boundary : record.boundaries) count(boundary.elements);

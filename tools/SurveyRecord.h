@@ -132,6 +132,11 @@ struct SurveyRecord {
     /// the application that made it and the like). Every surface of a file holds them; an
     /// export writes each once.
     SurveyElements fileElements;
+    /// The attributes of the <Surfaces> group the survey's surface stood in (its name and the
+    /// like), in file order, and the group's elements other than its surfaces (features and
+    /// the like). Every surface of a group holds them; an export writes them once.
+    SurveyAttributes groupAttributes;
+    SurveyElements groupElements;
 
     /// The value of the surface's attribute @p name, or an empty text.
     std::string SurfaceAttribute(const std::string& name) const;
@@ -139,7 +144,8 @@ struct SurveyRecord {
     bool IsEmpty() const noexcept {
         return !units.IsKnown() && coordinateSystem.empty() && surfaceAttributes.empty() &&
                pointIds.empty() && pointAttributes.empty() && breaklines.empty() &&
-               boundaries.empty() && hiddenFaces.empty() && !HoldsElements();
+               boundaries.empty() && hiddenFaces.empty() && groupAttributes.empty() &&
+               !HoldsElements();
     }
     /// Whether any element of the survey is kept, at any level.
     bool HoldsElements() const noexcept;

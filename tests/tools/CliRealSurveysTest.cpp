@@ -87,8 +87,9 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
     // An export gives the survey back: its points under their own ids, its units and
     // coordinate system, the surface's attributes (its description and the like), its breaklines
     // one by one with their attributes, its boundaries in their order with theirs, those of kinds
-    // the model does not use included, its hidden faces, and the elements the model does not
-    // use (feature codes, data points, the file's project and the like) where they stood.
+    // the model does not use included, its hidden faces, the name of its group of surfaces, and
+    // the elements the model does not use (feature codes, data points, the file's project and
+    // the like) where they stood.
     const CliResult exported = RunDtm({"export", "survey.dtm", "-o", "back.xml"}, folder.Path());
     ASSERT_EQ(exported.status, 0) << exported.err;
     EXPECT_EQ(exported.err, "");
@@ -109,6 +110,8 @@ TEST_P(CliRealSurveysTest, ImportsQueriesAndDraws) {
         EXPECT_EQ(back[s].survey.sourceElements, surfaces[s].survey.sourceElements);
         EXPECT_EQ(back[s].survey.surfaceElements, surfaces[s].survey.surfaceElements);
         EXPECT_EQ(back[s].survey.fileElements, surfaces[s].survey.fileElements);
+        EXPECT_EQ(back[s].survey.groupAttributes, surfaces[s].survey.groupAttributes);
+        EXPECT_EQ(back[s].survey.groupElements, surfaces[s].survey.groupElements);
     }
 
     const auto renderStart = std::chrono::steady_clock::now();

@@ -476,7 +476,7 @@ TEST(DocumentTest, AReaderThatKeepsNoRecordsSkipsThemAsItSkipsNewSections) {
 TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     std::vector<char> bytes = SmallDocumentWithRecords().bytes;
     const Block record = Blocks(bytes)[8];
-    Put<std::uint16_t>(bytes, record.payload(), 7);
+    Put<std::uint16_t>(bytes, record.payload(), 8);
     Reseal(bytes, record);
     Workspace read;
     const dtmtool::DocumentInfo info =
@@ -485,10 +485,10 @@ TEST(DocumentTest, ARecordOfALaterLayoutIsSkippedAndSaidSo) {
     EXPECT_EQ(read.Library().GetNoPrj(), 2u);
     EXPECT_EQ(info.skipped,
               (std::vector<std::string>{
-                  "the survey record of project 'First' has layout 7, which this program does "
+                  "the survey record of project 'First' has layout 8, which this program does "
                   "not know; the survey facts in it (units, coordinate system, point ids, "
-                  "surface, point, breakline and boundary attributes, hidden faces, elements "
-                  "kept for export) were left out"}));
+                  "surface group, surface, point, breakline and boundary attributes, hidden "
+                  "faces, elements kept for export) were left out"}));
 }
 
 // The checksum covers a block's payload, not its tag: a record whose tag was damaged reads as a
@@ -912,6 +912,58 @@ TEST(DocumentTest, ARecordWithKeptElementsTakesLayoutSixAndReadsBack) {
     Reseal(none, shorter);
     EXPECT_EQ(ParseError(none, Records::Read),
               kFile + ": is damaged: the survey record of project 'First' holds no kept element");
+}
+
+// The group of surfaces takes the record to layout 7: layout 6's elements, empty where there are
+// none, then the group's attributes and elements.
+TEST(DocumentTest, ARecordWithAGroupOfSurfacesTakesLayoutSevenAndReadsBack) {
+    dtmtool::SurveyRecord record = SmallDocumentWithRecords().first;
+    record.groupAttributes = {{"name", "M3"}};
+    const std::string feature = "<Feature code=\"group\"/>";
+    record.groupElements = {feature};
+    const std::vector<char> bytes = SmallDocumentWithRecord(record);
+    const Block block = Blocks(bytes).at(8);
+    ASSERT_EQ(block.tag, "SRVY");
+    EXPECT_EQ(Get<std::uint16_t>(bytes, block.payload()), 7u);
+    // At the end: no file element, the one attribute, the one element.
+    const std::size_t groupSize = (4 + 4 + 4 + 4 + 2) + (4 + 4 + feature.size());
+    std::size_t at = block.payload() + block.length - groupSize;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at - 4), 0u);
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 1u);
+    EXPECT_EQ(std::string(bytes.data() + at + 8, 4), "name");
+    EXPECT_EQ(std::string(bytes.data() + at + 16, 2), "M3");
+    at += 18;
+    EXPECT_EQ(Get<std::uint32_t>(bytes, at), 1u);
+    EXPECT_EQ(std::string(bytes.data() + at + 8, feature.size()), feature);
+    const dtmtool::SurveyRecord back = FirstRecordReadBack(bytes);
+    EXPECT_EQ(back.groupAttributes, record.groupAttributes);
+    EXPECT_EQ(back.groupElements, record.groupElements);
+    EXPECT_TRUE(back.fileElements.empty());
+
+    // A group with elements alone takes layout 7 too, and one with attributes alone.
+    for (const bool attributes : {false, true}) {
+        dtmtool::SurveyRecord half = record;
+        (attributes ? half.groupElements.clear() : half.groupAttributes.clear());
+        const std::vector<char> halfBytes = SmallDocumentWithRecord(half);
+        EXPECT_EQ(Get<std::uint16_t>(halfBytes, Blocks(halfBytes).at(8).payload()), 7u);
+        const dtmtool::SurveyRecord halfBack = FirstRecordReadBack(halfBytes);
+        EXPECT_EQ(halfBack.groupAttributes, half.groupAttributes);
+        EXPECT_EQ(halfBack.groupElements, half.groupElements);
+    }
+
+    // Layout 7 with an empty group would have been written in an earlier layout.
+    std::vector<char> empty(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(at - 18));
+    for (int i = 0; i < 2; ++i) empty.insert(empty.end(), 4, '\0');
+    empty.insert(empty.end(),
+                 bytes.begin() + static_cast<std::ptrdiff_t>(block.payload() + block.length),
+                 bytes.end());
+    Block shorter = block;
+    shorter.length -= groupSize - 8;
+    Reseal(empty, shorter);
+    EXPECT_EQ(ParseError(empty, Records::Read),
+              kFile +
+                  ": is damaged: the survey record of project 'First' holds a group of surfaces "
+                  "without attributes or elements");
 }
 
 TEST(DocumentTest, AWorkspaceSavesAndLoadsItsRecords) {

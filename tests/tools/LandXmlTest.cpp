@@ -966,6 +966,80 @@ std::vector<std::string> UndeclaredPrefixes(const std::string& xml) {
     return undeclared;
 }
 
+// A file whose surfaces stand in two groups: "M3" with a feature and the TIN surfaces @p first
+// and @p second, and "Y10" with the TIN surface "R".
+std::string TwoGroupsOfSurfaces(const std::string& first, const std::string& second) {
+    std::string text;
+    for (const std::string& name : {first, second}) {
+        const std::string one = Tin(kCorners, "<F>1 2 3</F>", name);
+        const std::size_t from = one.find("<Surface ");
+        text += one.substr(from, one.find("</Surfaces>") - from);
+    }
+    const std::string other = Tin(kCorners, "<F>1 2 3</F>", "R");
+    const std::size_t from = other.find("<Surface ");
+    return "<LandXML xmlns:ext=\"urn:ext\"><Surfaces name=\"M3\" ext:by=\"field\">" + text +
+           "<Feature code=\"group\"/></Surfaces><Surfaces name=\"Y10\">" +
+           other.substr(from, other.find("</Surfaces>") - from) + "</Surfaces></LandXML>";
+}
+
+TEST(LandXmlTest, TheGroupOfEachSurfaceIsKeptWithItsAttributesAndElements) {
+    const std::vector<TinSurface> read = Parse(TwoGroupsOfSurfaces("EG", "FG"));
+    ASSERT_EQ(read.size(), 3u);
+    const dtmtool::SurveyAttributes m3{
+        {"name", "M3"}, {"ext:by", "field"}, {"xmlns:ext", "urn:ext"}};
+    for (std::size_t i : {0u, 1u}) {
+        EXPECT_EQ(read[i].survey.groupAttributes, m3);
+        EXPECT_EQ(read[i].survey.groupElements,
+                  dtmtool::SurveyElements{"<Feature code=\"group\"/>"});
+    }
+    EXPECT_EQ(read[2].survey.groupAttributes, (dtmtool::SurveyAttributes{{"name", "Y10"}}));
+    EXPECT_TRUE(read[2].survey.groupElements.empty());
+    EXPECT_EQ(dtmtool::DescribeKeptElements(read[0].survey), "Feature");
+    EXPECT_EQ(dtmtool::DescribeKeptElements(read[2].survey), "");
+
+    // The surfaces of one group go out in a group named as it was, its feature once after them,
+    // and stay put over round trips.
+    const std::vector<TinSurface> group(read.begin(), read.begin() + 2);
+    const std::string written = dtmtool::LandXmlText(group);
+    EXPECT_EQ(UndeclaredPrefixes(written), std::vector<std::string>{}) << written;
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(written.c_str())) << written;
+    EXPECT_EQ(document.select_nodes("/LandXML/Surfaces[@name='M3']/Surface").size(), 2u);
+    EXPECT_EQ(document.select_nodes("/LandXML/Surfaces/Feature[@code='group']").size(), 1u);
+    EXPECT_STREQ(document.select_node("/LandXML/Surfaces/*[3]").node().name(), "Feature");
+    const std::vector<TinSurface> back = Parse(written);
+    ASSERT_EQ(back.size(), 2u);
+    for (const TinSurface& surface : back) {
+        EXPECT_EQ(surface.survey.groupAttributes, m3);
+        EXPECT_EQ(surface.survey.groupElements, read[0].survey.groupElements);
+    }
+    const auto body = [](const std::string& xml) { return xml.substr(xml.find("\n  <")); };
+    EXPECT_EQ(body(dtmtool::LandXmlText(back)), body(written));
+}
+
+// One export writes one group: it keeps the attributes every surface that knows its group
+// gives it alike, and every group's elements once.
+TEST(LandXmlTest, SurfacesOfDifferentGroupsGoOutInOneGroupWithWhatTheyShare) {
+    std::vector<TinSurface> read = Parse(TwoGroupsOfSurfaces("EG", "FG"));
+    read[2].survey.groupAttributes.emplace_back("desc", "d");
+    read[0].survey.groupAttributes.emplace_back("desc", "d");
+    read[1].survey.groupAttributes.emplace_back("desc", "d");
+    TinSurface unknown = read[2];
+    unknown.name = "U";
+    unknown.survey.groupAttributes.clear();
+    read.push_back(unknown);
+    const std::string written = dtmtool::LandXmlText(read);
+    EXPECT_NE(written.find("  <Surfaces desc=\"d\">\n"), std::string::npos) << written;
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(written.c_str())) << written;
+    EXPECT_EQ(document.select_nodes("/LandXML/Surfaces/Surface").size(), 4u);
+    EXPECT_EQ(document.select_nodes("/LandXML/Surfaces/Feature").size(), 1u);
+
+    // A group no surface knows goes out without attributes, as before groups were kept.
+    for (TinSurface& surface : read) surface.survey.groupAttributes.clear();
+    EXPECT_NE(dtmtool::LandXmlText(read).find("  <Surfaces>\n"), std::string::npos);
+}
+
 // Attributes in another namespace (xsi:type and the like) keep the declaration of their prefix,
 // wherever the file made it, so that the export declares every prefix it writes.
 TEST(LandXmlTest, PrefixedAttributesGoOutWithTheirNamespaceDeclaration) {
