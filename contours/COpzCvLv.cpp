@@ -110,12 +110,31 @@ bool ReadStoredOrientation(std::istream& stream, enumTextOrientation& value) {
     return true;
 }
 
-/// Number of characters of @p size bytes of UTF-8 text: every byte that does not continue a
-/// multi-byte sequence starts one.
+/// How many continuation bytes the UTF-8 lead byte @p byte announces (0 for any other byte).
+unsigned ContinuationsAfter(unsigned char byte) {
+    if (byte >= 0xC2u && byte <= 0xDFu) return 1;
+    if (byte >= 0xE0u && byte <= 0xEFu) return 2;
+    if (byte >= 0xF0u && byte <= 0xF4u) return 3;
+    return 0;
+}
+
+/// Number of characters of @p size bytes of text: a UTF-8 sequence is one character, and so is
+/// every other byte. A continuation byte that no lead byte announced stands alone, so that a
+/// label written in a single-byte code page ("5\xB0" for 5 degrees) still counts its degree
+/// sign.
 std::size_t CountCharacters(const char* text, std::size_t size) {
-    return static_cast<std::size_t>(std::count_if(text, text + size, [](char byte) {
-        return (static_cast<unsigned char>(byte) & 0xC0u) != 0x80u;
-    }));
+    std::size_t characters = 0;
+    unsigned pending = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (pending > 0 && (byte & 0xC0u) == 0x80u) {
+            --pending;
+            continue;
+        }
+        ++characters;
+        pending = ContinuationsAfter(byte);
+    }
+    return characters;
 }
 
 }  // namespace

@@ -505,6 +505,22 @@ TEST_F(OpzCvLvTest, QuotaExtentCountsCharactersNotBytes) {
     EXPECT_EQ(options.GetQuotaExtent("ab"), options.GetQuotaExtent("\xC2\xB0"
                                                                    "C"));
     EXPECT_EQ(options.GetQuotaExtent("a"), options.GetQuotaExtent("\xE2\x82\xAC"));
+    EXPECT_EQ(options.GetQuotaExtent("a"), options.GetQuotaExtent("\xF0\x9F\x8C\x8D"));
+}
+
+// A label written in a single-byte code page: a byte that continues no UTF-8 sequence is a
+// character of its own ("5\xB0" is 5 degrees), and a lead byte that is not continued is one too.
+TEST_F(OpzCvLvTest, QuotaExtentCountsBytesOutsideUtf8SequencesAsCharacters) {
+    COpzCvLv options;
+    options.SetVAlignment(TEXT_VALIGN_CENTRED);
+    options.SetTextHeight(1.0);
+    EXPECT_EQ(options.GetQuotaExtent("5m"), options.GetQuotaExtent("5\xB0"));
+    EXPECT_EQ(options.GetQuotaExtent("abc"), options.GetQuotaExtent("\xB0\xB2\xB3"));
+    EXPECT_EQ(options.GetQuotaExtent("abc"), options.GetQuotaExtent("\xE9t\xE9"));
+    // A sequence cut short ends where the next byte does not continue it.
+    EXPECT_EQ(options.GetQuotaExtent("ab"), options.GetQuotaExtent("\xE2\x82"
+                                                                   "C"));
+    EXPECT_EQ(options.GetQuotaExtent("ab"), options.GetQuotaExtent("\xC2\xB0\xB0"));
 }
 
 TEST_F(OpzCvLvTest, NullTextCountsAsEmpty) {

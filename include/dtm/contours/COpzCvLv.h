@@ -120,9 +120,10 @@ public:
     kor::String GetFullQuotaText(double elevation) const;
     /// Length along the line that a label of @p text takes: (characters - 0.3333 + 1) times
     /// the text height when the label is centred on the line (alignment TEXT_VALIGN_CENTRED),
-    /// 0 for any other alignment, because a label beside the line does not cut it. Characters
-    /// are counted as UTF-8 code points, so that "m²" is two characters; a null @p text counts
-    /// as empty.
+    /// 0 for any other alignment, because a label beside the line does not cut it. A UTF-8
+    /// sequence counts as one character, so that "m²" is two, and so does every byte outside
+    /// one, so that text in a single-byte code page counts its bytes; a null @p text counts as
+    /// empty.
     double GetQuotaExtent(const char* text) const;
     /// GetQuotaExtent of the label text of @p elevation (GetFullQuotaText); 0, without
     /// formatting, when the label is not centred on the line.
