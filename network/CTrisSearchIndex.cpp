@@ -26,6 +26,22 @@ namespace {
 constexpr double kReach = 2.0 * std::max(dtm::VERTEX_SNAP_DISTANCE, dtm::INSIDE_TRIANGLE_TOLERANCE);
 constexpr double kRelativeReach = 1e-15;
 
+// Plan coordinates the grid files by position. The queries' arithmetic (products of coordinate
+// differences, sums of a few of them) stays finite only while coordinates stay below about
+// 1e154; beyond that a profile's crossing test can report crossings of segments far apart, so
+// that a triangle outside a segment's box could take part. A triangle with a coordinate beyond
+// this bound is therefore listed apart, and a query beyond it is handed every triangle: both are
+// answered as the scan would answer them. No survey comes near the bound.
+constexpr double kLargestFiled = 0x1p508;
+
+bool IsFiled(double v) {
+    return std::fabs(v) <= kLargestFiled;  // false for NaN and the infinities too
+}
+
+bool IsFiledPoint(const PNT_2D& p) {
+    return IsFiled(p.x) && IsFiled(p.y);
+}
+
 double Below(double v) {
     return v - (kReach + std::fabs(v) * kRelativeReach);
 }
@@ -35,22 +51,22 @@ double Above(double v) {
 }
 
 // The plan box of triangle @p tri widened by the reach; false when a vertex does not exist or
-// has a plan coordinate that is not finite (such a triangle belongs in no cell). It runs for
+// has a plan coordinate beyond the filed bound (such a triangle belongs in no cell). It runs for
 // every triangle in every pass of a build, so it reads the vertices in place, as the octree's
 // passes do (a missing vertex reads as a point with no position).
 bool ReachBox(const PNT_3D* points, std::size_t pointCount, const CTri& tri, TPlanBox& box) {
     const PNT_3D& a = VertexAt(points, pointCount, tri.GetVerIndex(0));
     const PNT_3D& b = VertexAt(points, pointCount, tri.GetVerIndex(1));
     const PNT_3D& c = VertexAt(points, pointCount, tri.GetVerIndex(2));
-    if (!(std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(b.x) && std::isfinite(b.y) &&
-          std::isfinite(c.x) && std::isfinite(c.y)))
+    if (!(IsFiled(a.x) && IsFiled(a.y) && IsFiled(b.x) && IsFiled(b.y) && IsFiled(c.x) &&
+          IsFiled(c.y)))
         return false;
     box = {Below(std::min({a.x, b.x, c.x})), Below(std::min({a.y, b.y, c.y})),
            Above(std::max({a.x, b.x, c.x})), Above(std::max({a.y, b.y, c.y}))};
     return box.IsFinite();
 }
 
-// The reach box of the network's vertices with finite plan coordinates: the extent of the
+// The reach box of the network's vertices with filed plan coordinates: the extent of the
 // triangles' boxes whenever every such vertex belongs to a triangle, which is the rule, found
 // from an array that is read in order and holds half as many points as there are triangles.
 TPlanBox VertexReachExtent(const std::vector<PNT_3D>& vertices) {
@@ -59,17 +75,13 @@ TPlanBox VertexReachExtent(const std::vector<PNT_3D>& vertices) {
     double x1 = -x0;
     double y1 = -x0;
     for (const PNT_3D& v : vertices) {
-        if (!(std::isfinite(v.x) && std::isfinite(v.y))) continue;
+        if (!(IsFiled(v.x) && IsFiled(v.y))) continue;
         x0 = std::min(x0, v.x);
         y0 = std::min(y0, v.y);
         x1 = std::max(x1, v.x);
         y1 = std::max(y1, v.y);
     }
     return {Below(x0), Below(y0), Above(x1), Above(y1)};
-}
-
-bool IsFinitePoint(const PNT_2D& p) {
-    return std::isfinite(p.x) && std::isfinite(p.y);
 }
 
 // Grid shape: about 64 triangles per cell counted once, so that each triangle overlaps some 1.4
@@ -129,14 +141,18 @@ bool CTrisSearchIndex::IsCurrentFor(const CTris& tris) const noexcept {
 }
 
 bool CTrisSearchIndex::VisitPoint(const PNT_2D& p, IVisitor& visitor) const {
-    // The point's cell and the triangles listed apart, in ascending order. A point that is not
-    // finite lies in no triangle's box, so only those listed apart can accept it.
+    const std::size_t count = m_tris->m_tris.size();
+    if (!IsFiledPoint(p)) {
+        for (std::size_t tri = 0; tri < count; ++tri)
+            if (visitor.OnCandidate(static_cast<int>(tri))) return true;
+        return false;
+    }
+    // The point's cell and the triangles listed apart, in ascending order.
     if (m_grid.VisitPoint(p.x, p.y, [&visitor](std::uint32_t tri) {
             return visitor.OnCandidate(static_cast<int>(tri));
         }))
         return true;
     // Then the triangles appended since the build, which all come later in the array.
-    const std::size_t count = m_tris->m_tris.size();
     for (std::size_t tri = m_covered; tri < count; ++tri) {
         if (visitor.OnCandidate(static_cast<int>(tri))) return true;
     }
@@ -146,7 +162,7 @@ bool CTrisSearchIndex::VisitPoint(const PNT_2D& p, IVisitor& visitor) const {
 void CTrisSearchIndex::CollectSegment(const LINE_2D& line, std::vector<std::int32_t>& out) const {
     out.clear();
     const std::size_t count = m_tris->m_tris.size();
-    if (!IsFinitePoint(line.start) || !IsFinitePoint(line.end)) {
+    if (!IsFiledPoint(line.start) || !IsFiledPoint(line.end)) {
         for (std::size_t tri = 0; tri < count; ++tri) out.push_back(static_cast<std::int32_t>(tri));
         return;
     }

@@ -28,8 +28,10 @@ class CTris;
 /// The index is a uniform grid over the triangles' plan boxes (see CPlanGrid) whose cells list
 /// the triangles overlapping them in ascending order, each with the part of the cell its box
 /// covers, so that a point query hands over only the few triangles whose box holds the point.
-/// A triangle that fits no cell (a coordinate that is not finite, a vertex that does not
-/// exist, a box over too many cells) is listed apart and handed to every query. The index does
+/// A triangle that fits no cell (a coordinate that is not finite or beyond about 1e153, where
+/// the queries' arithmetic could overflow, a vertex that does not exist, a box over too many
+/// cells) is listed apart and handed to every query; a query point or segment end beyond that
+/// bound is handed every triangle. The index does
 /// not depend on the octree, so it serves alike inside a change event, on a broken network and
 /// for any triangle order. It was chosen over a walk of the octree, which costs a byte per
 /// triangle instead of about a dozen, because a point query then touches a handful of cache
@@ -63,7 +65,7 @@ public:
     /// Replaces @p out by the triangles, in ascending order and each once, whose plan box may
     /// meet the segment @p line (and possibly others): every triangle that holds an end of the
     /// segment or has an edge meeting it is among them. A segment with an end that is not
-    /// finite gives every triangle.
+    /// finite or beyond the filed bound gives every triangle.
     void CollectSegment(const kor::geom::LINE_2D& line, std::vector<std::int32_t>& out) const;
 
     /// Bytes the index holds beyond the network (for tests and benchmarks).

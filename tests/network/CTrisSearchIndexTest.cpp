@@ -234,6 +234,42 @@ TEST(SearchIndex, DegenerateNonFiniteAndDanglingTrianglesAgreeWithTheScan) {
     EXPECT_TRUE(AgreesWithScan(tris, 602, 5000));
 }
 
+// Networks and query points up to the top of the double range, where the geometry's products
+// overflow: the answers stay the scan's whether the grid files the triangles or lists them apart.
+TEST(SearchIndex, SoupsAtEveryMagnitudeUpToTheTopOfTheRangeAgreeWithTheScan) {
+    unsigned seed = 650;
+    for (const double size : {1e150, 1e153, 1e154, 1e155, 1e200, 1e300}) {
+        SCOPED_TRACE(size);
+        TestProject project;
+        const RandomNetwork network =
+            dtm_test::MakeTriangleSoup(seed++, 200, 600, -0.5 * size, -0.4 * size, size, 5.0);
+        project.Fill(network.vertices, network.triangles);
+        EXPECT_TRUE(AgreesWithScan(project.Tris(), seed++, 3000));
+    }
+}
+
+// Query points beyond the filed bound, and huge triangles beside ordinary ones: one whose
+// plane can still be interpolated, one whose arithmetic overflows.
+TEST(SearchIndex, HugeQueryPointsAndHugeTrianglesAgreeWithTheScan) {
+    TestProject project;
+    RandomNetwork network = dtm_test::MakeJitteredGrid(24, 8, 1.0);
+    dtm_test::AppendTriangle(network, PNT_3D(-2e153, -2e153, 1), PNT_3D(2e153, -2e153, 2),
+                             PNT_3D(0, 2e153, 3));
+    dtm_test::AppendTriangle(network, PNT_3D(-1e200, -1e200, 1), PNT_3D(1e200, -1e200, 2),
+                             PNT_3D(0, 1e200, 3));
+    project.Fill(network.vertices, network.triangles);
+    const CTris& tris = project.Tris();
+    const std::vector<PNT_2D> points = {
+        PNT_2D(1e152, 0),      PNT_2D(1e160, 0),     PNT_2D(0, -1e160),
+        PNT_2D(-1e199, 1e199), PNT_2D(3e199, 3e199), PNT_2D(1.5, 2.5),
+        PNT_2D(1e308, -1e308), PNT_2D(kNaN, 1.0),    PNT_2D(1.0, kInfinity)};
+    EXPECT_TRUE(AgreesWithScan(tris, points));
+    // Off the ordinary triangles, within the filed bound: only the first huge triangle, which
+    // the grid lists apart, holds the point.
+    EXPECT_LT(tris.GetCoordZQ(1e152, 0), dtm::UNDEFINED_QUOTE_THRESHOLD);
+    EXPECT_TRUE(AgreesWithScan(tris, 660, 3000));
+}
+
 // Finite coordinates whose plan extent is too wide for a double: the span of one axis
 // overflows while the other stays finite (the index must still pick a sane number of cells).
 TEST(SearchIndex, ExtentWiderThanADoubleOnOneAxisAgreesWithTheScan) {

@@ -276,6 +276,32 @@ TEST(ProfileIndex, ExtentWiderThanADoubleOnOneAxisGivesTheScansProfile) {
     }
 }
 
+// Near the top of the double range the crossing test's products overflow, and it can report a
+// crossing of a segment far from the triangle; the profile must still be the scan's.
+TEST(ProfileIndex, SoupsAtEveryMagnitudeUpToTheTopOfTheRangeGiveTheScansProfile) {
+    unsigned seed = 70;
+    for (const double size : {1e150, 1e153, 1e154, 1e155, 1e156, 1e200, 1e300}) {
+        SCOPED_TRACE(size);
+        TestProject project;
+        const RandomNetwork network =
+            dtm_test::MakeTriangleSoup(seed++, 100, 300, -0.5 * size, -0.4 * size, size, 5.0);
+        project.Fill(network.vertices, network.triangles);
+        EXPECT_TRUE(AgreesWithScan(project, seed++, 150));
+    }
+}
+
+// A small network with one huge triangle whose plan box the segment does not meet.
+TEST(ProfileIndex, AHugeTriangleAwayFromTheSegmentGivesTheScansProfile) {
+    TestProject project;
+    RandomNetwork network = dtm_test::MakeJitteredGrid(11, 14, 1.0);
+    dtm_test::AppendTriangle(network, PNT_3D(8.2001e206, 6.0331e206, 1),
+                             PNT_3D(6.1612e206, 9.3885e206, 2), PNT_3D(8.5e206, 9.5e206, 3));
+    project.Fill(network.vertices, network.triangles);
+    const LINE_2D line(PNT_2D(5.9564e205, 8.7044e206), PNT_2D(4.4221e206, 4.7362e206));
+    EXPECT_TRUE(AgreesWithScan(*project.Prj(), {line}));
+    EXPECT_TRUE(AgreesWithScan(project, 80, 200));
+}
+
 TEST(ProfileIndex, InsideAnOpenEventAfterChangesGivesTheScansProfile) {
     TestProject project;
     const RandomNetwork network = dtm_test::MakeJitteredGrid(11, 12, 5.0);
