@@ -31,12 +31,11 @@ class CTris;
 /// A triangle that fits no cell (a coordinate that is not finite or beyond about 1e153, where
 /// the queries' arithmetic could overflow, a vertex that does not exist, a box over too many
 /// cells) is listed apart and handed to every query; a query point or segment end beyond that
-/// bound is handed every triangle. The index does
-/// not depend on the octree, so it serves alike inside a change event, on a broken network and
-/// for any triangle order. It was chosen over a walk of the octree, which costs a byte per
-/// triangle instead of about a dozen, because a point query then touches a handful of cache
-/// lines instead of dozens, and that is what makes it faster than a triangulation's point
-/// location.
+/// bound is handed every triangle. The index does not depend on the octree, so it serves alike
+/// inside a change event, on a broken network and for any triangle order. It was chosen over a
+/// walk of the octree, which costs a byte per triangle instead of about a dozen, because a point
+/// query then touches a handful of cache lines instead of dozens, and that is what makes it
+/// faster than a triangulation's point location.
 ///
 /// The index is derived data: Of() compares the network's stamp with the one it was built at
 /// and rebuilds when it moved. Triangles appended since the build are scanned one by one, up to
