@@ -108,6 +108,18 @@ std::size_t TailLimit(std::size_t covered) {
     return 64 + static_cast<std::size_t>(std::sqrt(static_cast<double>(covered)));
 }
 
+// Hands the visitor the triangles [from, to) in array order; true as soon as it stops the walk.
+bool VisitInOrder(std::size_t from, std::size_t to, CTrisSearchIndex::IVisitor& visitor) {
+    for (std::size_t tri = from; tri < to; ++tri)
+        if (visitor.OnCandidate(static_cast<int>(tri))) return true;
+    return false;
+}
+
+// Appends the positions [from, to) to a candidate list.
+void AppendInOrder(std::size_t from, std::size_t to, std::vector<std::int32_t>& out) {
+    for (std::size_t tri = from; tri < to; ++tri) out.push_back(static_cast<std::int32_t>(tri));
+}
+
 }  // namespace
 
 const CTrisSearchIndex& CTrisSearchIndex::Of(const CTris& tris) {
@@ -142,28 +154,21 @@ bool CTrisSearchIndex::IsCurrentFor(const CTris& tris) const noexcept {
 
 bool CTrisSearchIndex::VisitPoint(const PNT_2D& p, IVisitor& visitor) const {
     const std::size_t count = m_tris->m_tris.size();
-    if (!IsFiledPoint(p)) {
-        for (std::size_t tri = 0; tri < count; ++tri)
-            if (visitor.OnCandidate(static_cast<int>(tri))) return true;
-        return false;
-    }
+    if (!IsFiledPoint(p)) return VisitInOrder(0, count, visitor);
     // The point's cell and the triangles listed apart, in ascending order.
     if (m_grid.VisitPoint(p.x, p.y, [&visitor](std::uint32_t tri) {
             return visitor.OnCandidate(static_cast<int>(tri));
         }))
         return true;
     // Then the triangles appended since the build, which all come later in the array.
-    for (std::size_t tri = m_covered; tri < count; ++tri) {
-        if (visitor.OnCandidate(static_cast<int>(tri))) return true;
-    }
-    return false;
+    return VisitInOrder(m_covered, count, visitor);
 }
 
 void CTrisSearchIndex::CollectSegment(const LINE_2D& line, std::vector<std::int32_t>& out) const {
     out.clear();
     const std::size_t count = m_tris->m_tris.size();
     if (!IsFiledPoint(line.start) || !IsFiledPoint(line.end)) {
-        for (std::size_t tri = 0; tri < count; ++tri) out.push_back(static_cast<std::int32_t>(tri));
+        AppendInOrder(0, count, out);
         return;
     }
     std::vector<std::uint32_t> found;
@@ -171,6 +176,5 @@ void CTrisSearchIndex::CollectSegment(const LINE_2D& line, std::vector<std::int3
     std::sort(found.begin(), found.end());
     found.erase(std::unique(found.begin(), found.end()), found.end());
     out.assign(found.begin(), found.end());
-    for (std::size_t tri = m_covered; tri < count; ++tri)
-        out.push_back(static_cast<std::int32_t>(tri));
+    AppendInOrder(m_covered, count, out);
 }
