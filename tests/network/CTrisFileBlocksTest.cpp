@@ -77,19 +77,20 @@ void AppendNode(ByteBuilder& bytes, const COcTreeNode& node) {
 }
 
 // The section of @p tris at version 1502, assembled value by value from the network and its tree.
-std::string SectionByHand(const CTris& tris) {
+// The section as a writer of @p version lays it out; before version 800 a triangle has no
+// colour and the section no elevation range.
+std::string SectionByHand(const CTris& tris, short version = kVersion) {
+    const bool withColours = version >= 800;
     ByteBuilder bytes;
     bytes.Int32(tris.GetNoTriVrts()).Int64(0);
     for (const PNT_3D& p : tris.GetPnts()) bytes.Double(p.x).Double(p.y).Double(p.z);
     bytes.Int32(tris.GetNoTris());
     for (int i = 0; i < tris.GetNoTris(); ++i) {
         const CTri& t = *tris.GetTriAt(i);
-        bytes.Int32(t.GetVerIndex(0))
-            .Int32(t.GetVerIndex(1))
-            .Int32(t.GetVerIndex(2))
-            .Int32(t.GetColor());
+        bytes.Int32(t.GetVerIndex(0)).Int32(t.GetVerIndex(1)).Int32(t.GetVerIndex(2));
+        if (withColours) bytes.Int32(t.GetColor());
     }
-    bytes.Double(tris.GetMinQuota()).Double(tris.GetMaxQuota());
+    if (withColours) bytes.Double(tris.GetMinQuota()).Double(tris.GetMaxQuota());
     const COcTree& tree = COcTree::Of(tris);
     const TOcTreeGeometry& g = tree.GetGeometry();
     for (const double v :
@@ -99,9 +100,9 @@ std::string SectionByHand(const CTris& tris) {
     return bytes.Str();
 }
 
-std::string Write(const CTris& tris) {
+std::string Write(const CTris& tris, short version = kVersion) {
     std::stringbuf buffer;
-    ofpstream out(&buffer, kVersion);
+    ofpstream out(&buffer, version);
     tris.SalvaInFile(out, nullptr);
     return buffer.str();
 }
@@ -199,6 +200,15 @@ TEST(NetworkFileBlocks, SectionOutgrowingEveryWriterBufferHasTheBytesAssembledVa
     const std::string written = Write(*prj->GetTris());
     ASSERT_GT(written.size(), 16u * 2 * 260 * 260);
     EXPECT_EQ(written, SectionByHand(*prj->GetTris()));
+}
+
+// Before triangle colours a record is 12 bytes, which no buffer size divides: every buffer ends
+// with a few bytes no record fits in, and the next record must start the next buffer.
+TEST(NetworkFileBlocks, RecordsThatNoBufferSizeDividesHaveTheBytesAssembledValueByValue) {
+    const CRefPtr<CDtmPrj> prj = GridProject(260);
+    const std::string written = Write(*prj->GetTris(), 799);
+    ASSERT_GT(written.size(), 12u * 2 * 260 * 260);
+    EXPECT_EQ(written, SectionByHand(*prj->GetTris(), 799));
 }
 
 TEST(NetworkFileBlocks, SeekableAndForwardOnlyStreamsReadTheSameNetworkAndNotifications) {
