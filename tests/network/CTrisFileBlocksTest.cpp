@@ -76,9 +76,8 @@ void AppendNode(ByteBuilder& bytes, const COcTreeNode& node) {
     }
 }
 
-// The section of @p tris at version 1502, assembled value by value from the network and its tree.
-// The section as a writer of @p version lays it out; before version 800 a triangle has no
-// colour and the section no elevation range.
+// The section of @p tris at @p version, assembled value by value from the network and its tree;
+// before version 800 a triangle has no colour and the section no elevation range.
 std::string SectionByHand(const CTris& tris, short version = kVersion) {
     const bool withColours = version >= 800;
     ByteBuilder bytes;
