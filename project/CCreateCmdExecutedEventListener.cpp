@@ -88,7 +88,6 @@ void CCreateCmdExecutedEventListener::OnEndEvent() {
 
 void CCreateCmdExecutedEventListener::FileStep(const TBaseline& baseline) {
     TDtmChange change = Settle(baseline);
-    if (change.IsEmpty()) return;
     auto command = std::make_unique<CDtmCmdExecuted>(m_project, std::move(change));
     kor::CChangeTransactionManager* manager = m_manager;
     // The manager may drop redo steps and with them projects: nothing of ours is left held
@@ -118,12 +117,6 @@ void CCreateCmdExecutedEventListener::OnRecordingFailed() noexcept {
     m_recordingFailed = true;
 }
 
-void CCreateCmdExecutedEventListener::OnPrjModified() {
-    // SetName, SetProps and the flag setters notify and then store: outside any event the
-    // step is filed before the new values exist, and keeps the old ones to swap in later.
-    if (IsRecording() && ChangeFollows()) m_propsFollow = true;
-}
-
 void CCreateCmdExecutedEventListener::OnUnrecordedEventEnd() {
     m_baseline.reset();
     if (!IsProjectComplete()) return;
@@ -150,11 +143,8 @@ TDtmChange CCreateCmdExecutedEventListener::Settle(const TBaseline& baseline) {
     change.cvLvRange.minBefore = baseline.cvLvMin;
     change.cvLvRange.maxBefore = baseline.cvLvMax;
     project.GetCvLvs()->GetMinMaxQuota(change.cvLvRange.minAfter, change.cvLvRange.maxAfter);
-    TDtmOpz options;
-    options.GetFromPrj(&project);
-    if (!dtm::detail::SameOptions(options, m_optionsAtBegin)) change.options = m_optionsAtBegin;
-    const dtm::detail::TPrjProps props{project.GetName(), project.IsVisible(), project.IsLocked()};
-    if (m_propsFollow || props != m_propsAtBegin) change.props = m_propsAtBegin;
+    change.options = m_optionsAtBegin;
+    change.props = m_propsAtBegin;
     return change;
 }
 
@@ -167,7 +157,6 @@ void CCreateCmdExecutedEventListener::Clear() noexcept {
     m_cvlvs.Clear();
     m_vertices.Clear();
     m_triRemoveAlls = 0;
-    m_propsFollow = false;
     m_recordingFailed = false;
 }
 

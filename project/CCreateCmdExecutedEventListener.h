@@ -16,8 +16,8 @@ class CChangeTransactionManager;
 }
 
 /// Collects, notification by notification, what one event of a project changes, and files one
-/// CDtmCmdExecuted with the transaction manager when the event closes, unless the event
-/// changed nothing.
+/// CDtmCmdExecuted with the transaction manager when the event closes, also when the event
+/// changed nothing: every recorded event is one step, and filing it drops what could be redone.
 ///
 /// The change context makes it the current listener only for events of a network that is not
 /// on a point cloud and while recording is not suspended. On top of that it records nothing in
@@ -26,11 +26,13 @@ class CChangeTransactionManager;
 /// bound to a point cloud by the time the event closes.
 ///
 /// The two elevation ranges are compared with the state the previous event left (see
-/// m_baseline), the options, name and flags with their values when the event opened; each is
-/// kept in the step only when it differs. An option setter stores before its report opens the
-/// event, so its change on its own is no undo step; made inside an event the host opened, as
-/// TDtmOpz::SetToPrj does, it is undone with that event. Options stored without any event (read
-/// from the INI file, say) are never taken into a later step.
+/// m_baseline). The options, name and flags are kept in every step as they were when its event
+/// opened, and every application of the step swaps them with the project's: undoing a step
+/// thus brings back the options it began with, whatever changed them since, a setter or a
+/// plain store (an option setter stores before its report opens the event, so the step of that
+/// report keeps the new values, and the step before it the old ones). The name and flags notify
+/// before they store: a rename outside any event files its step, with the old name, before the
+/// new one exists.
 ///
 /// An event that removed all triangles needs no copy of the network: the remove-all reports
 /// every triangle removed (each keeps its state, see OnTriRemoved), the journal keeps the vertex
@@ -83,9 +85,6 @@ public:
     /// lead back from the state the project is left in: when the event closes it files
     /// nothing and the manager's history is dropped. The project's change context tells it.
     void OnRecordingFailed() noexcept;
-    /// The project's name or flags are about to change (Notify_Prj_Modified, which has no
-    /// operation of IEventListener; the project's change context tells it).
-    void OnPrjModified();
     /// Whether the current event is being recorded (the project is complete and its context has
     /// a transaction manager). Decided when the event opens; until it closes, a listener that
     /// does not record acts on no notification of an addition.
@@ -128,8 +127,6 @@ private:
     TDtmOpz m_optionsAtBegin;
     /// The name and flags when the event opened: their setters notify before they store.
     dtm::detail::TPrjProps m_propsAtBegin;
-    /// Set when the name or flags change only after the event has closed: see OnPrjModified.
-    bool m_propsFollow = false;
     /// Set by OnRecordingFailed, or when the opening of the event failed.
     bool m_recordingFailed = false;
     dtm::detail::CEntityChanges<dtm::detail::TVncKind> m_vncs;

@@ -220,11 +220,7 @@ void InEvent(CDtmChangeContext* context, Record record) {
 }  // namespace
 
 void CDtmChangeContext::Notify_Prj_Modified() {
-    InEvent(this, [this] {
-        m_state->prjModified = true;
-        if (CCreateCmdExecutedEventListener* undo = UndoBuilder(m_state->current))
-            undo->OnPrjModified();
-    });
+    InEvent(this, [this] { m_state->prjModified = true; });
 }
 
 void CDtmChangeContext::Notify_Vnc_LayersModified() {

@@ -244,11 +244,6 @@ bool SameOptions(const TDtmOpz& a, const TDtmOpz& b) {
            a.cvLvColorByLayer == b.cvLvColorByLayer && a.cvLvColorClasses == b.cvLvColorClasses;
 }
 
-bool TDtmChange::IsEmpty() const noexcept {
-    return vncs.IsEmpty() && internalCnts.IsEmpty() && externalCnts.IsEmpty() && tris.IsEmpty() &&
-           cvlvs.IsEmpty() && vertices.IsEmpty() && !triRange.IsChanged() &&
-           !cvLvRange.IsChanged() && !options && !props;
-}
 
 namespace {
 
@@ -360,21 +355,23 @@ void CDtmCmdExecuted::Apply(bool undo) {
 }
 
 void CDtmCmdExecuted::SwapOptions() {
-    if (!m_change.options) return;
     CDtmPrj& project = *m_project;
     TDtmOpz present;
     present.GetFromPrj(&project);
-    const dtm::detail::CColourSnapshot colours(project);
-    m_change.options->SetToPrj(&project);
-    colours.Restore(project);
+    // Putting back equal options sends nothing and recolours nothing: most steps leave the
+    // options alone, and they need no copy of every colour.
+    if (!dtm::detail::SameOptions(present, m_change.options)) {
+        const dtm::detail::CColourSnapshot colours(project);
+        m_change.options.SetToPrj(&project);
+        colours.Restore(project);
+    }
     m_change.options = std::move(present);
 }
 
 void CDtmCmdExecuted::SwapProps() {
-    if (!m_change.props) return;
     dtm::detail::TPrjProps present{m_project->GetName(), m_project->IsVisible(),
                                    m_project->IsLocked()};
-    m_project->SetProps(m_change.props->name, m_change.props->visible, m_change.props->locked);
+    m_project->SetProps(m_change.props.name, m_change.props.visible, m_change.props.locked);
     m_change.props = std::move(present);
 }
 
@@ -383,11 +380,8 @@ std::size_t CDtmCmdExecuted::GetSize() const {
     std::size_t size = sizeof(*this) + change.vncs.GetSize() + change.internalCnts.GetSize() +
                        change.externalCnts.GetSize() + change.tris.GetSize() +
                        change.cvlvs.GetSize() + change.vertices.GetSize();
-    if (change.options) {
-        const TDtmOpz& options = *change.options;
-        size += (options.triColorClasses.GetNoClasses() + options.cvLvColorClasses.GetNoClasses()) *
-                sizeof(CColorClassComputer::TClassInfo);
-    }
-    if (change.props) size += change.props->name.length();
-    return size;
+    const TDtmOpz& options = change.options;
+    size += (options.triColorClasses.GetNoClasses() + options.cvLvColorClasses.GetNoClasses()) *
+            sizeof(CColorClassComputer::TClassInfo);
+    return size + change.props.name.length();
 }

@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -372,12 +371,10 @@ struct TDtmChange {
     /// event that left a range alone leaves it alone both ways.
     TQuotaRangeChange triRange;
     TQuotaRangeChange cvLvRange;
-    /// Held only when the event changed them: the values to put back at the next application
-    /// (those from before the event, at first).
-    std::optional<TDtmOpz> options;
-    std::optional<TPrjProps> props;
-
-    bool IsEmpty() const noexcept;
+    /// The values to swap in at the next application: at first those from when the event
+    /// opened, then each application keeps the ones it replaced.
+    TDtmOpz options;
+    TPrjProps props;
 };
 
 }  // namespace detail

@@ -111,6 +111,32 @@ protected:
         }
     }
 
+    /// Runs @p change as one event that leaves the project as it was, and checks that the
+    /// event still filed one step, dropping the step that could be redone, and that undoing and
+    /// redoing it leave the project as it is.
+    template <class Change>
+    void ExpectStepChangingNothing(Change change) {
+        Vncs().AddNewVnc(Segment(7, 7, 8, 8));
+        ASSERT_TRUE(tm.Undo());
+        ASSERT_TRUE(tm.CanRedo());
+        const auto before = State();
+        const auto stepsBefore = tm.GetUndoCount();
+        {
+            kor::CEventGuard event(prj->GetContext());
+            change();
+        }
+        ASSERT_EQ(tm.GetUndoCount(), stepsBefore + 1) << "the event filed no single step";
+        EXPECT_FALSE(tm.CanRedo());
+        EXPECT_EQ(dtm_test::FirstDifference(before, State()), "");
+        for (int round = 0; round < 2; ++round) {
+            SCOPED_TRACE(round);
+            ASSERT_TRUE(tm.Undo());
+            EXPECT_EQ(dtm_test::FirstDifference(before, State()), "");
+            ASSERT_TRUE(tm.Redo());
+            EXPECT_EQ(dtm_test::FirstDifference(before, State()), "");
+        }
+    }
+
     /// Runs @p change as one event and checks that it filed nothing.
     template <class Change>
     void ExpectNoStep(Change change) {
@@ -177,11 +203,11 @@ TEST_F(UndoTest, CommandOfAProjectThatLeftTheLibraryStillApplies) {
 
 // Reconciliation within one event -----------------------------------------------------------
 
-TEST_F(UndoTest, EntitiesAddedAndRemovedInOneEventFileNoStep) {
+TEST_F(UndoTest, EntitiesAddedAndRemovedInOneEventFileAStepThatChangesNothing) {
     AddLine(Lines(), 11.0, 40.0);
     // Within the ranges the network and the contour lines already have, which the additions
     // would otherwise widen for good.
-    ExpectNoStep([this] {
+    ExpectStepChangingNothing([this] {
         Vncs().RemoveVnc(Vncs().AddNewVnc(Segment(0, 0, 1, 1)));
         for (bool internal : {true, false}) {
             auto cnt = CRefPtr<CCnt>::Adopt(new CCnt);
@@ -275,14 +301,14 @@ TEST_F(UndoTest, BoundaryMovedToTheOtherGroupIsRestoredBothWays) {
     EXPECT_TRUE(cnt->IsInternal());
 }
 
-TEST_F(UndoTest, EntitiesTouchedWithoutChangeFileNoStep) {
+TEST_F(UndoTest, EntitiesTouchedWithoutChangeFileAStepThatChangesNothing) {
     CVnc* vnc = Vncs().AddNewVnc(Segment(0, 0, 1, 1));
     auto cnt = CRefPtr<CCnt>::Adopt(new CCnt);
     cnt->SetRealVrts(Ring(0, 0));
     Cnts(false).AddCnt(cnt.Get());
     CCvLv* line = AddLine(Lines(), 12.0, 0.0);
     line->AddInterval(1.0, 3.0, 0);
-    ExpectNoStep([&] {
+    ExpectStepChangingNothing([&] {
         vnc->SetCoords(vnc->GetCoords());
         cnt->SetRealVrts(Ring(0, 0));
         Tris().GetTriAt(0)->SetColor(&Tris(), Tris().GetTriAt(0)->GetColor());
@@ -290,23 +316,23 @@ TEST_F(UndoTest, EntitiesTouchedWithoutChangeFileNoStep) {
         // Visibility is not part of a line's memento: no step could restore it.
         line->SetVisible(false);
     });
-    ExpectNoStep([&] {
+    ExpectStepChangingNothing([&] {
         vnc->SetCoords(Segment(9, 9, 9, 9));
         vnc->SetCoords(Segment(0, 0, 1, 1));
     });
 }
 
-TEST_F(UndoTest, EventsThatChangeNothingFileNoStep) {
-    ExpectNoStep([] {});
+TEST_F(UndoTest, EventsThatChangeNothingStillFileAStep) {
+    ExpectStepChangingNothing([] {});
     TDtmOpz options;
     options.GetFromPrj(prj);
-    ExpectNoStep([&] { options.SetToPrj(prj); });
-    ExpectNoStep([this] { prj->SetName("Rilievo"); });
+    ExpectStepChangingNothing([&] { options.SetToPrj(prj); });
+    ExpectStepChangingNothing([this] { prj->SetName("Rilievo"); });
     // Clearing contour lines when there are none: an event of its own, empty.
     ASSERT_EQ(Lines().GetNoCvLvs(), 0u);
-    ExpectNoStep([this] { Lines().RemoveAllCvLvs(); });
+    ExpectStepChangingNothing([this] { Lines().RemoveAllCvLvs(); });
     // A vertex appended and taken back, a vertex moved and moved back.
-    ExpectNoStep([this] {
+    ExpectStepChangingNothing([this] {
         Tris().SetTriVrtAt(2, PNT_3D(3.0, 3.0, 3.0));
         Tris().SetTriVrtAt(2, PNT_3D(10.0, 10.0, 14.0));
     });
@@ -376,14 +402,30 @@ TEST_F(UndoTest, OptionSettersInsideAnEventOfTheHostAreUndone) {
     ExpectUndoneStepByStep(inEvent([this] { Tris().SetTextOptions(2.5); }));
 }
 
-TEST_F(UndoTest, OptionSetterOnItsOwnFilesNoStep) {
-    // The setter stores before its report opens the event, which thus sees no change.
+TEST_F(UndoTest, OptionSetterFilesAStepAndTheStepBeforeItPutsTheOptionBack) {
+    // The setter stores before its report opens the event: the setter's own step keeps the new
+    // value, and the step before it the value it began with.
     const bool before = prj->GetPrjOpz().IsVncActive();
+    const double textHeight = Tris().GetOptions().GetTextHeight();
+    const auto breaklines = Vncs().GetNoVncs();
+    Vncs().AddNewVnc(Segment(0, 0, 5, 5));
     const auto steps = tm.GetUndoCount();
     prj->SetVncActive(!before);
-    Tris().SetTextOptions(2.5);
-    EXPECT_EQ(tm.GetUndoCount(), steps);
-    EXPECT_EQ(prj->GetPrjOpz().IsVncActive(), !before);
+    Tris().SetTextOptions(textHeight + 2.5);
+    EXPECT_EQ(tm.GetUndoCount(), steps + 2);
+    const auto expect = [&](std::size_t breaklinesNow, bool active, double height) {
+        EXPECT_EQ(Vncs().GetNoVncs(), breaklinesNow);
+        EXPECT_EQ(prj->GetPrjOpz().IsVncActive(), active);
+        EXPECT_EQ(Tris().GetOptions().GetTextHeight(), height);
+    };
+    ASSERT_TRUE(tm.Undo());  // the text's own step began with the new height
+    expect(breaklines + 1, !before, textHeight + 2.5);
+    ASSERT_TRUE(tm.Undo());  // the flag's own step began before the text changed
+    expect(breaklines + 1, !before, textHeight);
+    ASSERT_TRUE(tm.Undo());  // the breakline's step began before both
+    expect(breaklines, before, textHeight);
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(tm.Redo());
+    expect(breaklines + 1, !before, textHeight + 2.5);
 }
 
 TEST_F(UndoTest, OptionsStoredWithoutAnEventStayWhenALaterStepIsUndone) {
@@ -394,6 +436,17 @@ TEST_F(UndoTest, OptionsStoredWithoutAnEventStayWhenALaterStepIsUndone) {
     ASSERT_TRUE(tm.Undo());
     EXPECT_EQ(Vncs().GetNoVncs(), breaklines);
     EXPECT_EQ(prj->GetPrjOpz().GetVncColor(), colour + 1);
+    ASSERT_TRUE(tm.Redo());
+    EXPECT_EQ(prj->GetPrjOpz().GetVncColor(), colour + 1);
+}
+
+TEST_F(UndoTest, OptionsStoredWithoutAnEventAfterAStepGoBackWhenItIsUndone) {
+    // A step puts back the options its event began with, whatever changed them since.
+    const short colour = prj->GetPrjOpz().GetVncColor();
+    Vncs().AddNewVnc(Segment(0, 0, 5, 5));
+    prj->GetPrjOpz().SetVncColor(static_cast<short>(colour + 1));  // a plain store
+    ASSERT_TRUE(tm.Undo());
+    EXPECT_EQ(prj->GetPrjOpz().GetVncColor(), colour);
     ASSERT_TRUE(tm.Redo());
     EXPECT_EQ(prj->GetPrjOpz().GetVncColor(), colour + 1);
 }
