@@ -152,8 +152,8 @@ CColorClassComputer::enumState CColorClassComputer::GetState() const {
 
 std::uint32_t CColorClassComputer::StepsPerClass() const {
     // noSteps is stored unclamped when read from a file, so noSteps + 1 can wrap to 0 in 32
-    // bits. Such a table is looked up as if it had no intermediate steps (a divisor of 1):
-    // the lookup never divides by zero, and the classes keep their own colours.
+    // bits. The graded lookup divides by it, so such a table is graded as if it had no
+    // intermediate steps (a divisor of 1) and never divides by zero.
     const std::uint32_t steps = m_noSteps + 1u;
     return steps == 0 ? 1u : steps;
 }
@@ -185,19 +185,22 @@ int CColorClassComputer::GetCustomColor(double z) const {
     if (z <= first.value + dtm::ToleranceOf(first.value)) return first.color;
     if (z >= last.value - dtm::ToleranceOf(last.value)) return last.color;
 
-    const std::uint32_t steps = StepsPerClass();
+    // The custom lookup never divides by the step count, so it keeps the count's own 32-bit
+    // arithmetic: noSteps + 1 wraps to 0 for the largest count, every grade is then 0, and
+    // every elevation takes its class's own colour.
+    const std::uint32_t divisions = m_noSteps + 1u;
     for (std::size_t i = 1; i < m_entries.size(); ++i) {
         const double upper = m_entries[i].value;
         if (!(z <= upper + dtm::ToleranceOf(upper))) continue;
         const double lower = m_entries[i - 1].value;
         const double t = (z - lower) / (upper - lower);
-        const std::int64_t grade = FloorToInt32(t * steps + 0.5);
+        const std::int64_t grade = FloorToInt32(t * divisions + 0.5);
         // Both routes are kept as they are: below the top of the interval the class's own
         // index is returned; at the top the same class is reached by interpolating all the
         // way from the previous one, which passes its colour once through RGB. Custom tables
         // therefore show plain classes, no gradient.
         const int index = static_cast<int>(i);
-        if (grade <= static_cast<std::int64_t>(steps) - 1) return GetColor(index, 0);
+        if (grade <= static_cast<std::int64_t>(m_noSteps)) return GetColor(index, 0);
         return GetColor(index - 1, static_cast<int>(grade));
     }
     // Only a NaN elevation or NaN class values get here: no interval holds the elevation.

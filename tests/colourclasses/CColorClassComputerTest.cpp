@@ -475,17 +475,29 @@ Table WithStoredSteps(const Table& table, std::uint32_t noSteps) {
     return read;
 }
 
-TEST(ColorClassComputer, WrappingStepCountIsLookedUpAsNoSteps) {
-    // noSteps 0xFFFFFFFF makes s + 1 wrap to 0 in 32 bits; the table then behaves exactly as
-    // one without intermediate steps, and never divides by zero.
-    for (const Table& base :
-         {GradedTable({1, 5, 3}, 0), CustomTable({{10.0, 1}, {20.0, 256}, {30.0, 3}}, 0)}) {
-        const Table wrapped = WithStoredSteps(base, 0xFFFFFFFFu);
-        ASSERT_EQ(0xFFFFFFFFu, wrapped.GetNoSteps());
-        for (int i = -10; i <= 410; ++i) {
-            const double z = i / 10.0;
-            EXPECT_EQ(base.GetColor(0.0, 40.0, z), wrapped.GetColor(0.0, 40.0, z)) << z;
-        }
+TEST(ColorClassComputer, WrappingStepCountGradesAsNoSteps) {
+    // noSteps 0xFFFFFFFF makes s + 1 wrap to 0 in 32 bits; a graded table then behaves exactly
+    // as one without intermediate steps, and never divides by zero.
+    const Table base = GradedTable({1, 5, 3}, 0);
+    const Table wrapped = WithStoredSteps(base, 0xFFFFFFFFu);
+    ASSERT_EQ(0xFFFFFFFFu, wrapped.GetNoSteps());
+    for (int i = -10; i <= 410; ++i) {
+        const double z = i / 10.0;
+        EXPECT_EQ(base.GetColor(0.0, 40.0, z), wrapped.GetColor(0.0, 40.0, z)) << z;
+    }
+}
+
+TEST(ColorClassComputer, WrappingStepCountGivesEveryCustomClassItsOwnColour) {
+    // The custom lookup keeps the wrapped 32-bit s + 1 = 0: every grade is 0, which is never
+    // above s, so no elevation takes the route through RGB (which would turn 256 into a palette
+    // index), not even at the top of an interval.
+    const Table wrapped =
+        WithStoredSteps(CustomTable({{10.0, 1}, {20.0, 256}, {30.0, 3}}, 0), 0xFFFFFFFFu);
+    ASSERT_EQ(0xFFFFFFFFu, wrapped.GetNoSteps());
+    for (int i = -10; i <= 410; ++i) {
+        const double z = i / 10.0;
+        const int own = z <= 10.0 ? 1 : z <= 20.0 ? 256 : 3;
+        EXPECT_EQ(own, wrapped.GetColor(0.0, 40.0, z)) << z;
     }
 }
 
