@@ -408,11 +408,19 @@ TEST_F(ChangeContextTest, PointCloudNetworkUsesTheQuietListenerButHostStillSees)
         for (int i = 0; i < 3; ++i) tris.AddTriVrt(i);
         tris.AddNewTri(1, 0, 1, 2);
         Notify().VncAdded(breakline);
+        Notify().PrjModified();
+        Notify().TriLayersModified();
+        Notify().TriInnerDrawModified();
+        Notify().TriVrtMoved();
     }
     EXPECT_TRUE(listener->log.empty());
     ASSERT_EQ(recorder.events.size(), 1u);
-    EXPECT_EQ(recorder.events[0].triAdded, std::vector<CTri*>{tris.GetTriAt(0)});
-    EXPECT_EQ(recorder.events[0].vncAdded, std::vector<CVnc*>{breakline});
+    const auto& event = recorder.events[0];
+    EXPECT_EQ(event.triAdded, std::vector<CTri*>{tris.GetTriAt(0)});
+    EXPECT_EQ(event.vncAdded, std::vector<CVnc*>{breakline});
+    // The flags as well as the lists.
+    EXPECT_TRUE(event.prjModified && event.triLayers && event.triInnerDraw && event.triVrtsMoved);
+    EXPECT_FALSE(event.vncLayers || event.cntLayers || event.cvLvLayers || event.triRemovedAll);
     EXPECT_EQ(tm.GetUndoCount(), 0u);
     breakline->SubReference();
 }
