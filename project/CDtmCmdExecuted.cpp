@@ -228,10 +228,6 @@ bool TQuotaRangeChange::IsChanged() const noexcept {
     return !SameBits(minBefore, minAfter) || !SameBits(maxBefore, maxAfter);
 }
 
-bool TPrjProps::operator==(const TPrjProps& other) const noexcept {
-    return name.Compare(other.name) == 0 && visible == other.visible && locked == other.locked;
-}
-
 bool SameOptions(const TDtmOpz& a, const TDtmOpz& b) {
     return a.vncActive == b.vncActive && a.cnt0Active == b.cnt0Active &&
            a.cnt1Active == b.cnt1Active && a.triFirstFlag == b.triFirstFlag &&
@@ -243,7 +239,6 @@ bool SameOptions(const TDtmOpz& a, const TDtmOpz& b) {
            a.triColorType == b.triColorType && a.triColorClasses == b.triColorClasses &&
            a.cvLvColorByLayer == b.cvLvColorByLayer && a.cvLvColorClasses == b.cvLvColorClasses;
 }
-
 
 namespace {
 

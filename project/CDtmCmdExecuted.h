@@ -352,8 +352,6 @@ struct TPrjProps {
     kor::String name;
     bool visible = false;
     bool locked = false;
-    bool operator==(const TPrjProps& other) const noexcept;
-    bool operator!=(const TPrjProps& other) const noexcept { return !(*this == other); }
 };
 
 /// Every display option of two records equal (colour classes by their own comparison).
