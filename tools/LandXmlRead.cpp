@@ -383,18 +383,22 @@ public:
         // contradict the first, which alone counts. The application that made the file stays
         // with it (who surveyed and with what), except this program's own: an export names
         // itself afresh, and would otherwise name itself once more on every round trip.
+        // A group of surfaces none of which is a TIN became no project, so nothing else
+        // carries its name and features: it is kept whole, where it stood.
         SurveyElements fileElements = KeptElements(root, [](const pugi::xml_node& child) {
-            return Is(child, "Units") || Is(child, "CoordinateSystem") || Is(child, "Surfaces") ||
-                   IsOwnApplication(child);
+            return Is(child, "Units") || Is(child, "CoordinateSystem") ||
+                   (Is(child, "Surfaces") && HoldsTin(child)) || IsOwnApplication(child);
         });
-        // The surfaces that are not TINs go out again as a group of their own, after this
-        // program's application and before the surfaces it made: passed over again when the
-        // export is read, they come back as the same group.
-        if (!m_passedOverSurfaces.empty()) {
-            std::string group = "<Surfaces>";
-            for (const std::string& surface : m_passedOverSurfaces) group += surface;
-            fileElements.push_back(group + "</Surfaces>");
-        }
+        // The surfaces that are not TINs but stood beside one go out again as a group of their
+        // own, after this program's application and before the surfaces it made: passed over
+        // again when the export is read, they come back as the same group.
+        std::string passedOver;
+        for (pugi::xml_node group : root.children())
+            if (Is(group, "Surfaces") && HoldsTin(group))
+                for (pugi::xml_node surface : group.children())
+                    if (Is(surface, "Surface") && !IsTin(surface))
+                        passedOver += ElementText(surface);
+        if (!passedOver.empty()) fileElements.push_back("<Surfaces>" + passedOver + "</Surfaces>");
         for (TinSurface& surface : surfaces) {
             surface.survey.units = units;
             surface.survey.coordinateSystem = frame;
@@ -578,18 +582,33 @@ private:
         return {};
     }
 
+    // Whether @p surface can become a network: it has a definition, of a TIN (the type a
+    // definition that names none has).
+    static bool IsTin(const pugi::xml_node& surface) {
+        const pugi::xml_node definition = Child(surface, "Definition");
+        return definition &&
+               EqualsIgnoringCase(definition.attribute("surfType").as_string("TIN"), "TIN");
+    }
+
+    // Whether the <Surfaces> group @p group holds a surface that becomes a project.
+    static bool HoldsTin(const pugi::xml_node& group) {
+        for (pugi::xml_node child : group.children())
+            if (Is(child, "Surface") && IsTin(child)) return true;
+        return false;
+    }
+
     void ReadSurface(const pugi::xml_node& element, std::vector<TinSurface>& surfaces) {
         const pugi::xml_node definition = Child(element, "Definition");
-        const char* type = definition.attribute("surfType").as_string("TIN");
-        if (!definition || !EqualsIgnoringCase(type, "TIN")) {
+        if (!IsTin(element)) {
             // A grid, or a surface known only by its source data, cannot become a network; the
             // surveyor hears which one was passed over, and why, and the export gives it back.
-            std::string why = SurfaceWords(element) +
-                              (definition ? std::string(" is a ") + type + " surface, not a TIN"
-                                          : std::string(" has no Definition"));
+            std::string why =
+                SurfaceWords(element) +
+                (definition ? std::string(" is a ") + definition.attribute("surfType").as_string() +
+                                  " surface, not a TIN"
+                            : std::string(" has no Definition"));
             LeftOut(element, definition ? why + "," : why, "was kept for export, not imported");
             m_leftOutSurfaces.push_back(std::move(why));
-            m_passedOverSurfaces.push_back(ElementText(element));
             return;
         }
 
@@ -918,8 +937,6 @@ private:
     std::string m_surfaceName;
     // Why each surface that is not a TIN was passed over, for the error when none is.
     std::vector<std::string> m_leftOutSurfaces;
-    // The XML of each surface passed over, in file order, kept for the export.
-    SurveyElements m_passedOverSurfaces;
     // The point ids of the current surface, for its faces to look up.
     PointIndex m_index;
 };

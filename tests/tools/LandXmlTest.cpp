@@ -779,6 +779,45 @@ TEST(LandXmlTest, SurfacesThatAreNotTinsGoOutOnceAndStayPutOverRoundTrips) {
     EXPECT_EQ(body(dtmtool::LandXmlText(back)), body(written));
 }
 
+TEST(LandXmlTest, AGroupWithoutATinIsKeptWholeWithItsNameAndFeaturesWhereItStood) {
+    // A group of grids with a feature of its own, an empty group with only a feature, and the
+    // TIN's group, which also holds a grid.
+    const std::string grids =
+        "<Surfaces name=\"grids\"><Surface name=\"G\"><Definition surfType=\"grid\"><Grid/>"
+        "</Definition></Surface><Feature code=\"g\"><Property label=\"a\" value=\"1\"/>"
+        "</Feature></Surfaces>";
+    const std::string empty = "<Surfaces name=\"none\"><Feature code=\"e\"/></Surfaces>";
+    std::string text = Tin(kCorners, "<F>1 2 3</F>", "S");
+    text.insert(text.find("<Surfaces>"), grids + "\n" + empty + "\n");
+    text.insert(text.find("<Surface name=\"S\""),
+                "<Surface name=\"H\"><Definition surfType=\"grid\"/></Surface>");
+    EXPECT_EQ(Warnings(text),
+              (Lines{kFile + ": line 1: surface 'G' is a grid surface, not a TIN, and was kept "
+                             "for export, not imported",
+                     kFile + ": line 3: surface 'H' is a grid surface, not a TIN, and was kept "
+                             "for export, not imported"}));
+    const std::vector<TinSurface> read = Parse(text);
+    ASSERT_EQ(read.size(), 1u);
+    EXPECT_EQ(read[0].survey.fileElements,
+              (dtmtool::SurveyElements{grids, empty,
+                                       "<Surfaces><Surface name=\"H\"><Definition "
+                                       "surfType=\"grid\"/></Surface></Surfaces>"}));
+    EXPECT_TRUE(read[0].survey.groupElements.empty());
+
+    // Exported and read again, every group comes back as it was.
+    const std::string written = dtmtool::LandXmlText(read);
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(written.c_str())) << written;
+    EXPECT_EQ(document.select_nodes("/LandXML/Surfaces").size(), 4u);
+    EXPECT_EQ(document.select_nodes("/LandXML/Surfaces[@name='grids']/Feature[@code='g']").size(),
+              1u);
+    EXPECT_EQ(document.select_nodes("/LandXML/Surfaces[@name='none']/Feature[@code='e']").size(),
+              1u);
+    const std::vector<TinSurface> back = Parse(written);
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_EQ(back[0].survey.fileElements, read[0].survey.fileElements);
+}
+
 TEST(LandXmlTest, BoundariesWithoutA3DListAndKeptOnesThatCannotBeReadAreLeftOut) {
     const std::string text = Tin(kCorners, "<F>1 2 3</F>", "S",
                                  "<Boundaries>\n"
