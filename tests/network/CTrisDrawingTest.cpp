@@ -546,6 +546,59 @@ TEST(GetTrisClip, MatchesBruteForceOnRandomNetworks) {
     EXPECT_LT(handedTotal, triangleTotal - triangleTotal / 10);
 }
 
+// The octree prunes with node boxes kept in single precision. Coordinates beyond its range (over
+// 3.4e38), or straddling its limit, must still give the same triangles as the plain test.
+TEST(GetTrisClip, CoordinatesBeyondSinglePrecisionMatchBruteForce) {
+    struct Placement {
+        const char* name;
+        double scale, offsetX, offsetY, scaleZ;
+    };
+    const Placement placements[] = {{"far beyond", 1e37, 3e39, -3e39, 1e38},
+                                    {"across the limit", 1e37, -5e38, 0.0, 1e38}};
+    for (const Placement& placement : placements) {
+        for (const RandomNetwork& source : RandomNetworks(3)) {
+            RandomNetwork network = source;
+            for (PNT_3D& p : network.vertices)
+                p = PNT_3D(p.x * placement.scale + placement.offsetX,
+                           p.y * placement.scale + placement.offsetY, p.z * placement.scaleZ);
+            ArmedProject project;
+            project.Fill(network.vertices, network.triangles);
+            CTris& tris = project.Tris();
+            std::mt19937 random(7);
+            std::uniform_real_distribution<double> unit(-1.0, 1.0);
+            std::uniform_int_distribution<int> vertex(0, tris.GetNoTriVrts() - 1);
+            std::size_t handedTotal = 0, casesTotal = 0;
+            for (int planeCount = 1; planeCount <= 4; ++planeCount) {
+                SCOPED_TRACE(std::string(placement.name) + ", " + std::to_string(planeCount) +
+                             " planes");
+                // Planes through vertices of the network, so that they cut it.
+                std::vector<PLANE_3D> planes;
+                for (int i = 0; i < planeCount; ++i) {
+                    const PNT_3D& p = tris.GetPnts()[static_cast<std::size_t>(vertex(random))];
+                    const double a = unit(random), b = unit(random), c = unit(random);
+                    planes.emplace_back(a, b, c, -(a * p.x + b * p.y + c * p.z));
+                }
+                RecordingListener listener;
+                tris.GetTris_Clip(&listener, planes, 50, false);
+                const std::vector<int> handed = Sorted(listener.RecordIndexes());
+                EXPECT_EQ(handed, VisibleByBruteForce(tris, planes));
+                handedTotal += handed.size();
+                casesTotal += static_cast<std::size_t>(tris.GetNoTris());
+            }
+            // Both outcomes occur, so the comparison says something about the pruning.
+            EXPECT_GT(handedTotal, 0u) << placement.name;
+            EXPECT_LT(handedTotal, casesTotal) << placement.name;
+            for (int i = 0; i < 5; ++i) {
+                const double z = tris.GetPnts()[static_cast<std::size_t>(vertex(random))].z;
+                RecordingListener listener;
+                tris.GetTris_Quote(&listener, z);
+                EXPECT_EQ(Sorted(listener.RecordIndexes()), CrossedByBruteForce(tris, z))
+                    << placement.name << ", z " << z;
+            }
+        }
+    }
+}
+
 // A cloud-bound project over a random network, every point coloured, drawn with the cloud's
 // colours.
 class CloudProject {
