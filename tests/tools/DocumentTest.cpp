@@ -1021,6 +1021,23 @@ TEST(DocumentTest, AnActiveProjectOutsideTheDocumentIsDamage) {
     }
 }
 
+// Every writer writes at least the six sections this reader knows; a project header that counts
+// fewer cannot come from one.
+TEST(DocumentTest, AProjectWithFewerSectionsThanEveryWriterWritesIsDamage) {
+    const std::vector<char> bytes = SmallDocument();
+    const Block header = Blocks(bytes)[1];
+    ASSERT_EQ(header.tag, "PRJ ");
+    for (const std::uint32_t count : {0u, 1u, 5u}) {
+        std::vector<char> changed = bytes;
+        Put<std::uint32_t>(changed, header.payload() + 13, count);
+        Reseal(changed, header);
+        EXPECT_EQ(ParseError(changed), kFile + ": is damaged: project 'First' has " +
+                                           (count == 1 ? std::string("1 section")
+                                                       : std::to_string(count) + " sections") +
+                                           " instead of 6");
+    }
+}
+
 TEST(DocumentTest, BytesAfterTheLastProjectAreDamage) {
     std::vector<char> bytes = SmallDocument();
     bytes.push_back('!');
